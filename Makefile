@@ -1,0 +1,62 @@
+# The two commands of the README, and the builds they are made of.
+#   make demo   set up, build the library and run the demo program
+#   make test   set up, build and test natively, under wine64, and the i686 DLL
+# Further: make asan | tsan | fuzz | bench | install-check
+
+CMAKE ?= cmake
+CTEST ?= ctest
+
+.PHONY: setup demo test native-test mingw64-test mingw32-build asan tsan fuzz bench install-check clean
+
+setup:
+	@./scripts/setup.sh
+
+demo: setup
+	$(CMAKE) --preset default -DBUILD_TESTING=OFF -DVQ_GLOB_EXAMPLES=ON -B build/demo >/dev/null
+	$(CMAKE) --build build/demo -j2 --target vq_demo
+	./build/demo/bin/vq_demo
+
+test: setup native-test mingw64-test mingw32-build
+
+native-test:
+	$(CMAKE) --preset default
+	$(CMAKE) --build --preset default
+	$(CTEST) --preset default
+	./scripts/check_exports.sh build/default/lib/libvq_glob.so
+
+mingw64-test:
+	$(CMAKE) --preset mingw64
+	$(CMAKE) --build --preset mingw64
+	./scripts/wine_prefix.sh
+	$(CTEST) --preset mingw64
+	./scripts/check_exports.sh build/mingw64/bin/vq_glob.dll
+
+mingw32-build:
+	$(CMAKE) --preset mingw32
+	$(CMAKE) --build --preset mingw32
+	./scripts/check_exports.sh build/mingw32/bin/vq_glob.dll
+
+asan: setup
+	$(CMAKE) --preset asan
+	$(CMAKE) --build --preset asan
+	$(CTEST) --preset asan
+
+tsan: setup
+	$(CMAKE) --preset tsan
+	$(CMAKE) --build --preset tsan
+	$(CTEST) --preset tsan
+
+fuzz: setup
+	$(CMAKE) --preset fuzz
+	$(CMAKE) --build --preset fuzz
+
+bench: setup
+	$(CMAKE) --preset default
+	$(CMAKE) --build --preset default
+	for b in build/default/bin/*_bench; do $$b --benchmark_min_time=0.2; done
+
+install-check: setup
+	./scripts/install_check.sh
+
+clean:
+	rm -rf build

@@ -1,0 +1,59 @@
+/* Debug tracing: per-thread channel masks and trace output.
+ *
+ * A trace line is written when its channels share a bit with the thread's
+ * 64-bit mask, when the thread's debug flag is set, or when its channels are
+ * 0. Lines go to the thread's output stream (standard output by default),
+ * exactly as formatted by the caller, and are flushed at once. */
+#ifndef VQ_GLOB_DBG_H
+#define VQ_GLOB_DBG_H
+
+#include <stdio.h>
+
+#include "vq_glob/export.h"
+
+VQ_EXTERN_C_BEGIN
+
+/* Stores the debug flag; 1 also sets every channel, any other value clears them. */
+VQ_API void dbg_set_debug(int flag);
+VQ_API int dbg_get_debug_flag(void);
+/* The mask becomes / is cleared / is ORed with the 8 given bytes (bit n is
+ * byte n/8, bit n%8). */
+VQ_API void dbg_set_debug_mask_value(const unsigned char *mask8);
+VQ_API void dbg_clear_debug_mask(void);
+VQ_API void dbg_or_debug_mask(const unsigned char *mask8);
+/* Pointer to the thread's 8 mask bytes (NULL if the thread has no state). */
+VQ_API const unsigned char *dbg_get_debug_mask(void);
+/* Saves the mask (at most nine deep; deeper pushes overwrite the top) / restores
+ * the last saved one (nothing at depth 0). */
+VQ_API void dbg_push_debug_mask(void);
+VQ_API void dbg_pop_debug_mask(void);
+
+/* Opens path for writing (truncating) as the thread's output; 1, or 0 when it
+ * cannot be opened. The previous stream is not closed. */
+VQ_API int dbg_set_debug_output_filename(const char *path);
+/* Sets the output stream; NULL means standard output. */
+VQ_API void dbg_set_debug_output(FILE *stream);
+/* Closes the output stream if one is set; set a new output before tracing again. */
+VQ_API void dbg_close_debug_output(void);
+
+/* Writes only when the debug flag is set. */
+VQ_API void dbg_str(const char *format, ...) VQ_PRINTF(1, 2);
+/* Writes when channels (bits 0..31) is 0, the flag is set, or it shares a bit
+ * with the mask. */
+VQ_API void new_dbg_str(int32_t channels, const char *format, ...) VQ_PRINTF(2, 3);
+/* The same test over 8 channel bytes (channels 0..63). */
+VQ_API void large_dbg_str(const unsigned char *channels, const char *format, ...) VQ_PRINTF(2, 3);
+/* Writes count bytes one by one, then a line end, under new_dbg_str's test. */
+VQ_API void new_dbg_void(int32_t channels, const void *bytes, int32_t count);
+/* 1 when new_dbg_str(channels, ...) would write. */
+VQ_API int dbg_check_mask(int32_t channels);
+/* Clears the thread's scratch mask, sets one bit (0..63) and returns it. */
+VQ_API unsigned char *dbg_mkone(int bit);
+/* Adds / removes two blanks of indentation; dbg_get_indent returns the run. */
+VQ_API void dbg_inc(void);
+VQ_API void dbg_dec(void);
+VQ_API const char *dbg_get_indent(void);
+
+VQ_EXTERN_C_END
+
+#endif /* VQ_GLOB_DBG_H */

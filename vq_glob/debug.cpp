@@ -1,0 +1,263 @@
+// Debug tracing: the per-thread channel mask, the debug flag and the trace
+// output. The debug module's record also carries the allocation tracker's
+// state; its frame runs first at thread start and last at thread end.
+#include "vq_glob/dbg.h"
+
+#include <cstdarg>
+#include <cstring>
+
+#include "internal/debug_record.h"
+
+namespace vq::frame {
+constinit const Module kDebugModule = debug::Frame::module("dbg");
+}  // namespace vq::frame
+
+namespace vq::debug {
+namespace {
+
+// Bit n of a channel value is bit n%8 of byte n/8, the mask's own layout.
+bool shares_bit(const unsigned char *mask, const unsigned char *channels, int bytes) {
+    for (int i = 0; i < bytes; ++i) {
+        if ((mask[i] & channels[i]) != 0) {
+            return true;
+        }
+    }
+    return false;
+}
+
+bool passes(const DebugRecord &rec, int32_t channels) {
+    if (channels == 0 || rec.debug_flag != 0) {
+        return true;
+    }
+    auto bits = static_cast<uint32_t>(channels);
+    unsigned char bytes[4] = {static_cast<unsigned char>(bits & 0xFF), static_cast<unsigned char>((bits >> 8) & 0xFF),
+                              static_cast<unsigned char>((bits >> 16) & 0xFF),
+                              static_cast<unsigned char>((bits >> 24) & 0xFF)};
+    return shares_bit(rec.mask, bytes, 4);
+}
+
+// Writes one formatted line. A trace file that refuses the write (a full
+// disk, usually) is emptied so that tracing can go on, and the line retried.
+void write_line(DebugRecord &rec, const char *format, va_list args) {
+    if (rec.output == nullptr) {
+        std::vfprintf(stdout, format, args);
+        std::fflush(stdout);
+        return;
+    }
+    va_list retry;
+    va_copy(retry, args);
+    int written = std::vfprintf(rec.output, format, args);
+    if (written <= 0 && format[0] != '\0') {
+        std::clearerr(rec.output);
+        rec.output = std::freopen(nullptr, "w", rec.output);
+        if (rec.output != nullptr) {
+            std::fputs("Failed to write to debug file - cleared all previous information in this file\n\n",
+                       rec.output);
+            std::vfprintf(rec.output, format, retry);
+        }
+    }
+    va_end(retry);
+    if (rec.output != nullptr) {
+        std::fflush(rec.output);
+    }
+}
+
+}  // namespace
+}  // namespace vq::debug
+
+using vq::debug::DebugRecord;
+using vq::debug::kMaskBytes;
+using vq::debug::record;
+
+extern "C" {
+
+VQ_API void dbg_set_debug(int flag) {
+    DebugRecord *rec = record();
+    if (rec == nullptr) {
+        return;
+    }
+    rec->debug_flag = flag;
+    std::memset(rec->mask, flag == 1 ? 0xFF : 0x00, kMaskBytes);
+}
+
+VQ_API int dbg_get_debug_flag(void) {
+    DebugRecord *rec = record();
+    return rec != nullptr ? rec->debug_flag : 0;
+}
+
+VQ_API void dbg_set_debug_mask_value(const unsigned char *mask8) {
+    DebugRecord *rec = record();
+    if (rec != nullptr && mask8 != nullptr) {
+        std::memcpy(rec->mask, mask8, kMaskBytes);
+    }
+}
+
+VQ_API void dbg_clear_debug_mask(void) {
+    DebugRecord *rec = record();
+    if (rec != nullptr) {
+        std::memset(rec->mask, 0, kMaskBytes);
+    }
+}
+
+VQ_API void dbg_or_debug_mask(const unsigned char *mask8) {
+    DebugRecord *rec = record();
+    if (rec == nullptr || mask8 == nullptr) {
+        return;
+    }
+    for (int i = 0; i < kMaskBytes; ++i) {
+        rec->mask[i] |= mask8[i];
+    }
+}
+
+VQ_API const unsigned char *dbg_get_debug_mask(void) {
+    DebugRecord *rec = record();
+    return rec != nullptr ? rec->mask : nullptr;
+}
+
+// At the deepest level a push still saves, into the one entry no pop reads
+// back, so a pop after too many pushes restores the ninth push's mask.
+VQ_API void dbg_push_debug_mask(void) {
+    DebugRecord *rec = record();
+    if (rec == nullptr) {
+        return;
+    }
+    std::memcpy(rec->saved_masks[rec->depth], rec->mask, kMaskBytes);
+    if (rec->depth < vq::debug::kPushDepth) {
+        ++rec->depth;
+    }
+}
+
+VQ_API void dbg_pop_debug_mask(void) {
+    DebugRecord *rec = record();
+    if (rec == nullptr || rec->depth < 1) {
+        return;
+    }
+    --rec->depth;
+    std::memcpy(rec->mask, rec->saved_masks[rec->depth], kMaskBytes);
+}
+
+VQ_API int dbg_set_debug_output_filename(const char *path) {
+    DebugRecord *rec = record();
+    if (rec == nullptr || path == nullptr) {
+        return 0;
+    }
+    std::FILE *stream = std::fopen(path, "w");
+    if (stream == nullptr) {
+        return 0;
+    }
+    rec->output = stream;
+    return 1;
+}
+
+VQ_API void dbg_set_debug_output(FILE *stream) {
+    DebugRecord *rec = record();
+    if (rec != nullptr) {
+        rec->output = stream;
+    }
+}
+
+// The stream pointer stays in place on purpose: tracing again needs a new
+// output first, as callers of this interface have always done.
+VQ_API void dbg_close_debug_output(void) {
+    DebugRecord *rec = record();
+    if (rec != nullptr && rec->output != nullptr) {
+        std::fclose(rec->output);
+    }
+}
+
+VQ_API void dbg_str(const char *format, ...) {
+    DebugRecord *rec = record();
+    if (rec == nullptr || format == nullptr || rec->debug_flag == 0) {
+        return;
+    }
+    va_list args;
+    va_start(args, format);
+    vq::debug::write_line(*rec, format, args);
+    va_end(args);
+}
+
+VQ_API void new_dbg_str(int32_t channels, const char *format, ...) {
+    DebugRecord *rec = record();
+    if (rec == nullptr || format == nullptr || !vq::debug::passes(*rec, channels)) {
+        return;
+    }
+    va_list args;
+    va_start(args, format);
+    vq::debug::write_line(*rec, format, args);
+    va_end(args);
+}
+
+VQ_API void large_dbg_str(const unsigned char *channels, const char *format, ...) {
+    DebugRecord *rec = record();
+    if (rec == nullptr || format == nullptr || channels == nullptr) {
+        return;
+    }
+    static const unsigned char kNone[kMaskBytes] = {0};
+    bool all_zero = std::memcmp(channels, kNone, kMaskBytes) == 0;
+    if (!all_zero && rec->debug_flag == 0 && !vq::debug::shares_bit(rec->mask, channels, kMaskBytes)) {
+        return;
+    }
+    va_list args;
+    va_start(args, format);
+    vq::debug::write_line(*rec, format, args);
+    va_end(args);
+}
+
+VQ_API void new_dbg_void(int32_t channels, const void *bytes, int32_t count) {
+    if (bytes == nullptr || count < 0 || dbg_check_mask(channels) == 0) {
+        return;
+    }
+    const auto *p = static_cast<const unsigned char *>(bytes);
+    for (int32_t i = 0; i < count; ++i) {
+        new_dbg_str(channels, "%c", p[i]);
+    }
+    new_dbg_str(channels, "\n");
+}
+
+VQ_API int dbg_check_mask(int32_t channels) {
+    DebugRecord *rec = record();
+    return rec != nullptr && vq::debug::passes(*rec, channels) ? 1 : 0;
+}
+
+VQ_API unsigned char *dbg_mkone(int bit) {
+    DebugRecord *rec = record();
+    if (rec == nullptr) {
+        return nullptr;
+    }
+    std::memset(rec->scratch_mask, 0, kMaskBytes);
+    if (bit >= 0 && bit < kMaskBytes * 8) {
+        rec->scratch_mask[bit / 8] = static_cast<unsigned char>(1u << (bit % 8));
+    }
+    return rec->scratch_mask;
+}
+
+VQ_API void dbg_inc(void) {
+    DebugRecord *rec = record();
+    if (rec == nullptr) {
+        return;
+    }
+    size_t len = std::strlen(rec->indent);
+    if (len + 2 <= static_cast<size_t>(vq::debug::kIndentMax)) {
+        rec->indent[len] = ' ';
+        rec->indent[len + 1] = ' ';
+        rec->indent[len + 2] = '\0';
+    }
+}
+
+VQ_API void dbg_dec(void) {
+    DebugRecord *rec = record();
+    if (rec == nullptr) {
+        return;
+    }
+    size_t len = std::strlen(rec->indent);
+    if (len >= 2) {
+        rec->indent[len - 2] = '\0';
+    }
+}
+
+VQ_API const char *dbg_get_indent(void) {
+    DebugRecord *rec = record();
+    return rec != nullptr ? rec->indent : "";
+}
+
+}  // extern "C"

@@ -1,0 +1,655 @@
+// The per-thread error stack: coded and free-text entries, the description
+// built from them, log file, console and event-log output, and the system
+// message texts.
+#include "vq_glob/err.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdarg>
+#include <cstdio>
+#include <cstring>
+#include <iterator>
+
+#include "internal/error_table.h"
+#include "internal/frame.h"
+#include "platform/platform.h"
+
+namespace vq::err {
+namespace {
+
+constexpr int kStackEntries = 10;  // one more than is ever kept
+constexpr int kMaxDepth = kStackEntries - 1;
+constexpr size_t kEntryText = sizeof(err_entry::text);
+constexpr size_t kDescriptionSize = 5376;
+constexpr size_t kScratchSize = 64000;
+constexpr int kMaxRenames = 100;
+constexpr size_t kRenameName = 56;
+constexpr size_t kLogNameSize = 1024;
+constexpr uint32_t kFreeText = 0xFFFFFFFFu;
+constexpr const char *kSeverityLetters[] = {"S", "I", "W", "E", "F"};
+constexpr const char *kEventSource = "Velquist";
+
+static_assert(sizeof(err_entry) == 5124, "entries travel between processes byte for byte");
+
+struct Rename {
+    uint32_t facility;
+    char name[kRenameName];
+};
+
+struct ErrorRecord {
+    err_entry *stack = nullptr;
+    int32_t depth = 0;
+    int32_t not_initialised = 1;
+    char description[kDescriptionSize] = {0};
+    int32_t log_to_file = 0;
+    int32_t interactive = 1;
+    int32_t syslog = 1;
+    int32_t syslog_severity = 4;
+    char scratch[kScratchSize] = {0};
+    int32_t rename_count = 0;
+    Rename renames[kMaxRenames] = {};
+    char log_file[kLogNameSize] = {0};
+    char saved[kDescriptionSize] = {0};
+
+    ~ErrorRecord() { delete[] stack; }
+};
+
+using Frame = frame::ModuleFrame<ErrorRecord, frame::kSlotErr, frame::OnDemand::yes>;
+
+// ---- message table lookups -------------------------------------------------
+
+constexpr int32_t kNoIndex = -1;
+
+// Index of each facility's first message, filled by one pass over the table.
+struct FacilityIndex {
+    std::array<int32_t, 64> first{};
+    bool complete = true;
+
+    FacilityIndex() {
+        first.fill(kNoIndex);
+        complete = kFacilityCount <= first.size();
+        for (size_t i = 0; i < kMessageCount; ++i) {
+            if (i != 0 && kMessageTable[i].facility == kMessageTable[i - 1].facility) {
+                continue;
+            }
+            bool found = false;
+            for (size_t f = 0; f < kFacilityCount && f < first.size(); ++f) {
+                if (kFacilityTable[f].code == kMessageTable[i].facility && first[f] == kNoIndex) {
+                    first[f] = static_cast<int32_t>(i);
+                    found = true;
+                    break;
+                }
+            }
+            complete = complete && found;
+        }
+    }
+};
+
+const FacilityIndex &facility_index() {
+    static const FacilityIndex index;
+    return index;
+}
+
+const MessageRecord &catch_all() { return kMessageTable[kMessageCount - 1]; }
+
+// The facility record with the greatest code strictly below code, or -1.
+int facility_below(uint32_t code) {
+    int best = -1;
+    for (size_t f = 0; f < kFacilityCount; ++f) {
+        uint32_t fc = kFacilityTable[f].code;
+        if (fc < code && (best < 0 || fc > kFacilityTable[best].code)) {
+            best = static_cast<int>(f);
+        }
+    }
+    return best;
+}
+
+// Finds a code's record. Each facility's numbering starts at facility + 1,
+// so the guessed index is usually one too high: both places are tried before
+// the facility's run is scanned. Unknown codes give the catch-all.
+const MessageRecord &lookup(uint32_t code) {
+    int f = facility_below(code);
+    if (f < 0) {
+        return catch_all();
+    }
+    int32_t first = facility_index().first[f];
+    if (first == kNoIndex) {
+        return catch_all();
+    }
+    uint32_t facility = kFacilityTable[f].code;
+    uint64_t guess = static_cast<uint64_t>(first) + (code - facility);
+    if (guess < kMessageCount && kMessageTable[guess].code == code) {
+        return kMessageTable[guess];
+    }
+    if (guess != 0 && guess - 1 < kMessageCount && kMessageTable[guess - 1].code == code) {
+        return kMessageTable[guess - 1];
+    }
+    for (size_t i = static_cast<size_t>(first); i < kMessageCount && kMessageTable[i].facility == facility; ++i) {
+        if (kMessageTable[i].code == code) {
+            return kMessageTable[i];
+        }
+    }
+    return catch_all();
+}
+
+const char *facility_name(const ErrorRecord &rec, uint32_t facility) {
+    for (int i = rec.rename_count - 1; i >= 0; --i) {
+        if (rec.renames[i].facility == facility) {
+            return rec.renames[i].name;
+        }
+    }
+    for (size_t f = 0; f < kFacilityCount; ++f) {
+        if (kFacilityTable[f].code == facility) {
+            return kFacilityTable[f].name;
+        }
+    }
+    return "";
+}
+
+const char *severity_letter(uint32_t severity) {
+    return severity < std::size(kSeverityLetters) ? kSeverityLetters[severity] : "?";
+}
+
+// ---- description -------------------------------------------------------------
+
+// Bounded appending into a fixed text.
+class TextBuilder {
+public:
+    TextBuilder(char *buf, size_t size) : buf_(buf), size_(size) { buf_[0] = '\0'; }
+
+    void append(const char *text) { append(text, std::strlen(text)); }
+
+    void append(const char *text, size_t n) {
+        size_t room = size_ - 1 - len_;
+        n = std::min(n, room);
+        std::memcpy(buf_ + len_, text, n);
+        len_ += n;
+        buf_[len_] = '\0';
+    }
+
+private:
+    char *buf_;
+    size_t size_;
+    size_t len_ = 0;
+};
+
+constexpr const char *kPlatformTags[] = {"W_",  "TRU_", "AIX_",  "SCO_", "BSD_", "LNX_",
+                                         "HP_", "S2SP_", "WU_", "S2X86_", "U_"};
+constexpr size_t kMaxTaggedWord = 40;
+
+// Length of the platform-tagged word that starts text (up to the first
+// blank, at most kMaxTaggedWord characters), or 0 when text has none.
+size_t tagged_word_length(const char *text) {
+    bool tagged = std::any_of(std::begin(kPlatformTags), std::end(kPlatformTags),
+                              [text](const char *tag) { return std::strncmp(text, tag, std::strlen(tag)) == 0; });
+    if (!tagged) {
+        return 0;
+    }
+    size_t n = std::strcspn(text, " \t");
+    return n <= kMaxTaggedWord ? n : 0;
+}
+
+void append_entry_line(TextBuilder &out, const ErrorRecord &rec, const err_entry &entry) {
+    if (entry.code == kFreeText) {
+        out.append(entry.text);
+        return;
+    }
+    const MessageRecord &msg = lookup(entry.code);
+    char head[256];
+    std::snprintf(head, sizeof head, "%s-%s-%s", facility_name(rec, msg.facility), severity_letter(msg.severity),
+                  msg.ident);
+    // A system text that starts with a platform-tagged word shows that word
+    // first: "W_CreateFile:SYS-E-ERRMSG, access denied".
+    if (std::strcmp(head, "SYS-E-ERRMSG") == 0) {
+        size_t word = tagged_word_length(entry.text);
+        if (word > 0) {
+            out.append(entry.text, word);
+            out.append("SYS-E-ERRMSG,");
+            out.append(entry.text + word);
+            return;
+        }
+    }
+    out.append(head);
+    out.append(", ");
+    out.append(entry.text);
+}
+
+void rebuild_description(ErrorRecord &rec) {
+    TextBuilder out(rec.description, sizeof rec.description);
+    for (int32_t i = rec.depth - 1; i >= 0; --i) {
+        if (i != rec.depth - 1) {
+            out.append("\n -");
+        }
+        append_entry_line(out, rec, rec.stack[i]);
+    }
+}
+
+// ---- the stack ------------------------------------------------------------------
+
+int initialise(ErrorRecord &rec) {
+    if (rec.not_initialised == 0) {
+        return 1;
+    }
+    if (rec.stack == nullptr) {
+        rec.stack = new (std::nothrow) err_entry[kStackEntries];
+        if (rec.stack == nullptr) {
+            return 0;
+        }
+    }
+    rec.depth = 0;
+    rec.log_to_file = 0;
+    rec.interactive = 1;
+    rec.syslog = 1;
+    rec.syslog_severity = 4;
+    rec.rename_count = 0;
+    rec.not_initialised = 0;
+    rebuild_description(rec);
+    return facility_index().complete ? 1 : 0;
+}
+
+// The thread's record, initialised; null when it cannot be had.
+ErrorRecord *ready_record() {
+    ErrorRecord *rec = Frame::get();
+    if (rec == nullptr) {
+        return nullptr;
+    }
+    initialise(*rec);
+    return rec->stack != nullptr ? rec : nullptr;
+}
+
+// Copies text into the next entry (cut to "..." when it fills the entry) and
+// keeps only the nine newest entries.
+void push(ErrorRecord &rec, const char *text, uint32_t code) {
+    err_entry &entry = rec.stack[rec.depth];
+    size_t n = std::strlen(text);
+    if (n >= kEntryText) {
+        std::memcpy(entry.text, text, kEntryText - 4);
+        std::memcpy(entry.text + kEntryText - 4, "...", 4);
+    } else {
+        std::memcpy(entry.text, text, n + 1);
+    }
+    entry.code = code;
+    if (++rec.depth == kStackEntries) {
+        std::memmove(&rec.stack[0], &rec.stack[1], sizeof(err_entry) * kMaxDepth);
+        rec.depth = kMaxDepth;
+    }
+    rebuild_description(rec);
+}
+
+void push_coded(ErrorRecord &rec, uint32_t code, va_list args) {
+    const MessageRecord &msg = lookup(code);
+    std::vsnprintf(rec.scratch, sizeof rec.scratch, msg.text, args);
+    push(rec, rec.scratch, msg.code);
+}
+
+void clear(ErrorRecord &rec) {
+    rec.depth = 0;
+    rec.description[0] = '\0';
+}
+
+// Entry n counted from the newest; past the oldest means the oldest.
+const err_entry *entry_at(const ErrorRecord &rec, int32_t n) {
+    if (rec.depth == 0) {
+        return nullptr;
+    }
+    n = std::clamp(n, 0, rec.depth - 1);
+    return &rec.stack[rec.depth - 1 - n];
+}
+
+int push_system_text(int32_t sys_errno, bool empty_first) {
+    ErrorRecord *rec = ready_record();
+    if (rec == nullptr) {
+        return 0;
+    }
+    char text[1024];
+    plat_system_error_text(sys_errno, text, sizeof text);
+    if (empty_first) {
+        clear(*rec);
+    }
+    std::snprintf(rec->scratch, sizeof rec->scratch, "%s", text);
+    push(*rec, rec->scratch, lookup(ERR_SYS_ERRMSG).code);
+    return 1;
+}
+
+void write_log_file(const ErrorRecord &rec) {
+    uint32_t mask = plat_set_log_file_mask();
+    std::FILE *log = std::fopen(rec.log_file, "a");
+    if (log != nullptr) {
+        std::fputs("-------------------------------------------------------------------------------\n", log);
+        std::fprintf(log, "\n%s\n\n", rec.description);
+        std::fclose(log);
+    }
+    plat_restore_file_mask(mask);
+}
+
+const char *const kJobNames[] = {"Internal Process", "Distribution Job", "Replication Job",
+                                 "Deployment Job",   "Collection Job",   "Scheduled Job"};
+const char *const kStatusNames[] = {"SUCCESS", "WARNING", "ERROR", "ABORT"};
+constexpr PlatEventType kStatusTypes[] = {PlatEventType::success, PlatEventType::warning, PlatEventType::error,
+                                          PlatEventType::error};
+
+int report_event(ErrorRecord &rec, int32_t job_kind, int32_t status) {
+    if (job_kind < 0 || static_cast<size_t>(job_kind) >= std::size(kJobNames)) {
+        job_kind = ERR_JOB_INTERNAL;
+    }
+    if (status < 0 || static_cast<size_t>(status) >= std::size(kStatusNames)) {
+        status = ERR_STATUS_ERROR;
+    }
+    std::snprintf(rec.scratch, sizeof rec.scratch, "%s %s: %s", kJobNames[job_kind], kStatusNames[status],
+                  rec.description);
+    auto event_id = static_cast<uint32_t>(1000 + status);
+    if (!plat_event_report(kEventSource, kStatusTypes[status], event_id, rec.scratch)) {
+        push_system_text(plat_last_error(), false);
+        return 0;
+    }
+    return 1;
+}
+
+// ---- system messages ----------------------------------------------------------
+
+struct SysMsgRecord {
+    char last[1024] = {0};
+};
+
+using SysMsgFrame = frame::ModuleFrame<SysMsgRecord, frame::kSlotSysMsg, frame::OnDemand::yes>;
+
+}  // namespace
+}  // namespace vq::err
+
+namespace vq::frame {
+constinit const Module kErrModule = err::Frame::module("err");
+constinit const Module kSysMsgModule = err::SysMsgFrame::module("sys_msg");
+}  // namespace vq::frame
+
+using namespace vq::err;
+
+extern "C" {
+
+VQ_API int err_init_process(uint32_t tls_index) { return Frame::process_init(tls_index); }
+VQ_API int err_clean_process(void) { return Frame::process_clean(); }
+VQ_API int err_init_thread(void **slot) { return Frame::thread_init(slot); }
+VQ_API int err_clean_thread(void **slot) { return Frame::thread_clean(slot); }
+
+VQ_API int err_init(void) {
+    ErrorRecord *rec = Frame::get();
+    return rec != nullptr ? initialise(*rec) : 0;
+}
+
+VQ_API int err_shutdown(void) {
+    ErrorRecord *rec = Frame::get();
+    if (rec != nullptr) {
+        delete[] rec->stack;
+        rec->stack = nullptr;
+        rec->depth = 0;
+        rec->not_initialised = 1;
+    }
+    return 1;
+}
+
+VQ_API int err_set_error(uint32_t code, ...) {
+    ErrorRecord *rec = ready_record();
+    if (rec == nullptr) {
+        return 0;
+    }
+    clear(*rec);
+    va_list args;
+    va_start(args, code);
+    push_coded(*rec, code, args);
+    va_end(args);
+    return 1;
+}
+
+VQ_API int err_add_error(uint32_t code, ...) {
+    ErrorRecord *rec = ready_record();
+    if (rec == nullptr) {
+        return 0;
+    }
+    va_list args;
+    va_start(args, code);
+    push_coded(*rec, code, args);
+    va_end(args);
+    return 1;
+}
+
+VQ_API int err_add_raw_error(const err_entry *entry) {
+    ErrorRecord *rec = ready_record();
+    if (rec == nullptr || entry == nullptr) {
+        return 0;
+    }
+    // The text may come from another process: never trust its terminator.
+    size_t n = strnlen(entry->text, kEntryText - 1);
+    std::memcpy(rec->scratch, entry->text, n);
+    rec->scratch[n] = '\0';
+    push(*rec, rec->scratch, entry->code);
+    return 1;
+}
+
+VQ_API int err_add_text_error(const char *text) {
+    ErrorRecord *rec = ready_record();
+    if (rec == nullptr) {
+        return 0;
+    }
+    std::snprintf(rec->scratch, sizeof rec->scratch, "%s", text != nullptr ? text : "");
+    push(*rec, rec->scratch, kFreeText);
+    return 1;
+}
+
+VQ_API int err_add_text_error_before_stack(const char *text) {
+    ErrorRecord *rec = ready_record();
+    if (rec == nullptr) {
+        return 0;
+    }
+    char old_description[kDescriptionSize];
+    std::memcpy(old_description, rec->description, sizeof old_description);
+    clear(*rec);
+    err_add_text_error(text);
+    if (old_description[0] != '\0') {
+        err_add_text_error(old_description);
+    }
+    return 1;
+}
+
+VQ_API int err_add_system_error(int32_t sys_errno) { return push_system_text(sys_errno, false); }
+
+VQ_API int err_set_system_error(int32_t sys_errno) { return push_system_text(sys_errno, true); }
+
+VQ_API int err_set_network_error(int32_t socket_errno) { return push_system_text(socket_errno, true); }
+
+VQ_API int err_clear_error_stack(void) {
+    ErrorRecord *rec = ready_record();
+    if (rec != nullptr) {
+        clear(*rec);
+    }
+    return 1;
+}
+
+VQ_API const char *err_get_error_msg(void) {
+    ErrorRecord *rec = ready_record();
+    return rec != nullptr ? rec->description : "";
+}
+
+VQ_API uint32_t err_get_error_code(int32_t n) {
+    ErrorRecord *rec = ready_record();
+    const err_entry *entry = rec != nullptr ? entry_at(*rec, n) : nullptr;
+    return entry != nullptr ? lookup(entry->code).code : 0;
+}
+
+VQ_API uint32_t err_get_error_severity(int32_t n) {
+    ErrorRecord *rec = ready_record();
+    const err_entry *entry = rec != nullptr ? entry_at(*rec, n) : nullptr;
+    return entry != nullptr ? lookup(entry->code).severity : 0;
+}
+
+VQ_API uint32_t err_get_error_facility(int32_t n) {
+    ErrorRecord *rec = ready_record();
+    const err_entry *entry = rec != nullptr ? entry_at(*rec, n) : nullptr;
+    return entry != nullptr ? lookup(entry->code).facility : 0;
+}
+
+VQ_API const char *err_get_error_text(int32_t n) {
+    ErrorRecord *rec = ready_record();
+    const err_entry *entry = rec != nullptr ? entry_at(*rec, n) : nullptr;
+    return entry != nullptr ? entry->text : "";
+}
+
+VQ_API int32_t err_get_stack_depth(void) {
+    ErrorRecord *rec = ready_record();
+    return rec != nullptr ? rec->depth : 0;
+}
+
+VQ_API int32_t err_get_max_error_severity(void) {
+    ErrorRecord *rec = ready_record();
+    uint32_t highest = 0;
+    for (int32_t i = 0; rec != nullptr && i < rec->depth; ++i) {
+        highest = std::max(highest, lookup(rec->stack[i].code).severity);
+    }
+    return static_cast<int32_t>(highest);
+}
+
+VQ_API int err_get_stack_desc(void **entries, int32_t *size, int32_t *depth) {
+    ErrorRecord *rec = ready_record();
+    if (rec == nullptr || entries == nullptr || size == nullptr || depth == nullptr) {
+        return 0;
+    }
+    *entries = rec->stack;
+    *size = rec->depth * static_cast<int32_t>(sizeof(err_entry));
+    *depth = rec->depth;
+    return 1;
+}
+
+VQ_API int err_set_stack_desc(const void *entries, int32_t size, int32_t depth) {
+    ErrorRecord *rec = ready_record();
+    if (rec == nullptr) {
+        return 0;
+    }
+    if ((entries == nullptr && depth > 0) || size < 0 || depth < 0) {
+        err_set_error(ERR_GEN_PARAMS, "err_set_stack_desc", entries == nullptr ? "entries" : "size/depth");
+        return 0;
+    }
+    int32_t whole = size / static_cast<int32_t>(sizeof(err_entry));
+    int32_t count = std::min({depth, whole, static_cast<int32_t>(kMaxDepth)});
+    // Keep the newest entries when more arrive than the stack holds.
+    const auto *source = static_cast<const err_entry *>(entries) + (std::min(depth, whole) - count);
+    clear(*rec);
+    for (int32_t i = 0; i < count; ++i) {
+        std::memcpy(&rec->stack[i], &source[i], sizeof(err_entry));
+        rec->stack[i].text[kEntryText - 1] = '\0';
+    }
+    rec->depth = count;
+    rebuild_description(*rec);
+    return 1;
+}
+
+VQ_API int err_change_facility(uint32_t facility, const char *name) {
+    ErrorRecord *rec = ready_record();
+    if (rec == nullptr || rec->rename_count >= kMaxRenames) {
+        return rec != nullptr ? 1 : 0;
+    }
+    Rename &r = rec->renames[rec->rename_count++];
+    r.facility = facility;
+    std::snprintf(r.name, sizeof r.name, "%s", name != nullptr ? name : "");
+    rebuild_description(*rec);
+    return 1;
+}
+
+VQ_API int err_save_error(void) {
+    ErrorRecord *rec = ready_record();
+    if (rec == nullptr) {
+        return 0;
+    }
+    std::memcpy(rec->saved, rec->description, sizeof rec->saved);
+    return 1;
+}
+
+VQ_API const char *err_get_saved_error(void) {
+    ErrorRecord *rec = ready_record();
+    return rec != nullptr ? rec->saved : "";
+}
+
+VQ_API int err_print_error_msg(void) {
+    ErrorRecord *rec = ready_record();
+    if (rec == nullptr) {
+        return 0;
+    }
+    uint32_t severity = rec->depth > 0 ? lookup(rec->stack[rec->depth - 1].code).severity : 0;
+    if (rec->interactive != 0) {
+        std::FILE *console = severity >= 2 && severity <= 4 ? stderr : stdout;
+        std::fprintf(console, "%s\n", rec->description);
+        std::fflush(console);
+    }
+    if (rec->log_to_file != 0) {
+        write_log_file(*rec);
+    }
+    if (rec->syslog != 0 && rec->depth > 0 && static_cast<int32_t>(severity) >= rec->syslog_severity) {
+        plat_event_report(kEventSource, severity >= 3 ? PlatEventType::error : PlatEventType::warning, 1000 + severity,
+                          rec->description);
+    }
+    return 1;
+}
+
+VQ_API int err_set_log_file(const char *name) {
+    ErrorRecord *rec = ready_record();
+    if (rec == nullptr) {
+        return 0;
+    }
+    if (name == nullptr) {
+        rec->log_to_file = 0;
+        return 1;
+    }
+    std::snprintf(rec->log_file, sizeof rec->log_file, "%s", name);
+    rec->log_to_file = 1;
+    return 1;
+}
+
+VQ_API int err_set_log_interactive(int32_t flag) {
+    ErrorRecord *rec = ready_record();
+    if (rec != nullptr) {
+        rec->interactive = flag != 0 ? 1 : 0;
+    }
+    return rec != nullptr ? 1 : 0;
+}
+
+VQ_API int err_set_log_syslog(int32_t flag) {
+    ErrorRecord *rec = ready_record();
+    if (rec != nullptr) {
+        rec->syslog = flag != 0 ? 1 : 0;
+    }
+    return rec != nullptr ? 1 : 0;
+}
+
+VQ_API int err_set_syslog_severity(int32_t severity) {
+    ErrorRecord *rec = ready_record();
+    if (rec != nullptr) {
+        rec->syslog_severity = severity;
+    }
+    return rec != nullptr ? 1 : 0;
+}
+
+VQ_API int err_event_report(int32_t job_kind, int32_t status) {
+    ErrorRecord *rec = ready_record();
+    return rec != nullptr ? report_event(*rec, job_kind, status) : 0;
+}
+
+VQ_API const char *get_system_error_message(int32_t sys_errno) {
+    SysMsgRecord *rec = SysMsgFrame::get();
+    if (rec == nullptr) {
+        return "";
+    }
+    plat_system_error_text(sys_errno, rec->last, sizeof rec->last);
+    return rec->last;
+}
+
+VQ_API int is_error_type_error(int32_t sys_errno) { return plat_is_failure_error(sys_errno) ? 1 : 0; }
+
+VQ_API int is_access_error(int32_t sys_errno) { return plat_is_access_error(sys_errno) ? 1 : 0; }
+
+VQ_API int is_file_not_found_error(int32_t sys_errno) { return plat_is_file_not_found_error(sys_errno) ? 1 : 0; }
+
+VQ_API int sys_msg_init(void) { return SysMsgFrame::get() != nullptr ? 1 : 0; }
+
+VQ_API int sys_msg_clean(void) {
+    SysMsgFrame::release_current();
+    return 1;
+}
+
+}  // extern "C"

@@ -1,0 +1,40 @@
+// Frames of the modules whose functions are still to come. Each has its slot
+// and its four frame functions from the start, so that the module order of
+// every start-up and clean-up loop is complete; its record is empty until the
+// module itself arrives and moves its frame into its own source.
+#include "internal/frame.h"
+
+namespace vq::frame {
+namespace {
+
+template <int kTag>
+struct EmptyRecord {};
+
+template <Slot kSlot, OnDemand kOnDemand = OnDemand::no>
+constexpr Module empty_module(const char *name) {
+    return ModuleFrame<EmptyRecord<kSlot>, kSlot, kOnDemand>::module(name);
+}
+
+}  // namespace
+
+constinit const Module kCliModule = empty_module<kSlotCli>("cli");
+constinit const Module kCrcModule = empty_module<kSlotCrc>("crc");
+constinit const Module kDirListModule = empty_module<kSlotDirList>("dir");
+constinit const Module kEnvModule = empty_module<kSlotEnv>("env");
+constinit const Module kTimeModule = empty_module<kSlotTime, OnDemand::yes>("conv");
+constinit const Module kFilesModule = empty_module<kSlotFiles, OnDemand::without_block>("gf");
+constinit const Module kMessagesModule = empty_module<kSlotMessages>("gm");
+constinit const Module kCompressModule = empty_module<kSlotCompress>("compress");
+constinit const Module kConfigModule = empty_module<kSlotConfig>("conf");
+constinit const Module kSemaphoresModule = empty_module<kSlotSemaphores>("sem");
+constinit const Module kMulticastModule = empty_module<kSlotMulticast>("vq_mc");
+constinit const Module kProcessesModule = empty_module<kSlotProcesses>("api");
+constinit const Module kHexModule = empty_module<kSlotHex>("hex");
+constinit const Module kMd5Module = empty_module<kSlotMd5>("md5");
+constinit const Module kStringsModule = empty_module<kSlotStrings>("str");
+constinit const Module kTimeFramesModule = empty_module<kSlotTimeFrames>("tframe");
+constinit const Module kRegistryModule = empty_module<kSlotRegistry>("reg");
+constinit const Module kNtEnvModule = empty_module<kSlotNtEnv>("ntenv");
+constinit const Module kConfWriterModule = empty_module<kSlotConfWriter>("conf_write");
+
+}  // namespace vq::frame

@@ -1,0 +1,88 @@
+// The narrow operating-system interface. Modules reach the OS only through
+// these functions; posix/ and win32/ each implement all of them under the same
+// names. Errors are reported as the platform's own error numbers (errno on
+// POSIX, GetLastError/WSAGetLastError on Windows) so that the error module can
+// turn them into text in one place.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+// ---- Thread-local storage -------------------------------------------------
+
+inline constexpr uint32_t kPlatTlsInvalid = 0xFFFFFFFFu;
+
+// Allocates a thread-local slot; kPlatTlsInvalid on failure. When
+// runs_thread_detach is set, the POSIX backend arranges for plat_entry_hook
+// (reason kPlatThreadDetach) to run when a thread that holds a value exits;
+// on Windows the DLL entry point does this for every thread anyway.
+uint32_t plat_tls_alloc(bool runs_thread_detach);
+void *plat_tls_get(uint32_t index);
+bool plat_tls_set(uint32_t index, void *value);
+
+// ---- Process and thread start/end ------------------------------------------
+
+// Reasons passed to the entry hook, numbered as the Windows loader numbers them.
+inline constexpr int kPlatProcessDetach = 0;
+inline constexpr int kPlatProcessAttach = 1;
+inline constexpr int kPlatThreadAttach = 2;
+inline constexpr int kPlatThreadDetach = 3;
+
+// Implemented by the library frame (glob.cpp); the platform's entry point
+// (DllMain, or the shared-object constructor/destructor and the TLS key
+// destructor) calls it. Returns the loader's verdict: 1 go on, 0 refuse.
+int plat_entry_hook(int reason);
+
+// ---- Re-entrant locks ------------------------------------------------------
+
+// Storage for one re-entrant lock (a critical section on Windows, a recursive
+// mutex on POSIX). Large enough and aligned for either native object.
+struct alignas(16) PlatLock {
+    unsigned char storage[64];
+};
+
+void plat_lock_init(PlatLock *lock);
+void plat_lock_enter(PlatLock *lock);
+void plat_lock_leave(PlatLock *lock);
+void plat_lock_destroy(PlatLock *lock);
+
+// ---- Errors ----------------------------------------------------------------
+
+// The calling thread's last system error number (errno / GetLastError).
+int32_t plat_last_error();
+// The last socket error (errno / WSAGetLastError).
+int32_t plat_last_socket_error();
+
+// Writes the system's text for an error number into buf (always
+// NUL-terminated, trailing line ends removed). Returns false when the system
+// has no text for it; buf then holds a generic "system error N" text.
+bool plat_system_error_text(int32_t code, char *buf, size_t size);
+
+// Classifiers over the platform's own error numbers.
+bool plat_is_access_error(int32_t code);
+bool plat_is_file_not_found_error(int32_t code);
+// True for numbers that report a failure, false for success and for the
+// informational statuses (no more data, pending, more data).
+bool plat_is_failure_error(int32_t code);
+
+// ---- Event log -------------------------------------------------------------
+
+enum class PlatEventType { success, information, warning, error };
+
+// Reports one text to the system event log (ReportEventA on Windows, syslog
+// on POSIX) under the given source name. False with plat_last_error() set
+// when the source cannot be registered or the report fails.
+bool plat_event_report(const char *source, PlatEventType type, uint32_t event_id, const char *text);
+
+// ---- Process ---------------------------------------------------------------
+
+uint32_t plat_process_id();
+
+// File-creation mask for log files: owner and group may read and write,
+// others only read. Returns the previous mask for plat_restore_file_mask.
+uint32_t plat_set_log_file_mask();
+void plat_restore_file_mask(uint32_t previous);
+
+// Runs a command line through the system shell; its exit status, -1 if it
+// could not be started.
+int plat_run_shell(const char *command);
