@@ -9,16 +9,16 @@ tmp=$(mktemp -d)
 trap 'rm -rf "$tmp"' EXIT
 
 # Declared names: the identifier before the "(" of every VQ_API declaration,
-# leaving out names that only appear inside comments.
+# leaving out comments and preprocessor lines.
 sed -e 's@/\*.*\*/@@g' "$here"/include/vq_glob/*.h |
-    awk '/\/\*/{c=1} !c{print} /\*\//{c=0}' |
+    awk '/\/\*/{c=1} !c{print} /\*\//{c=0}' | grep -v '^[[:space:]]*#' |
     tr '\n' ' ' | sed -e 's/;/;\n/g' | grep 'VQ_API' |
     sed -e 's/(.*//' -e 's/.*[^A-Za-z0-9_]\([A-Za-z_][A-Za-z0-9_]*\)[[:space:]]*$/\1/' |
     sort -u >"$tmp/declared"
 
 case "$lib" in
 *.dll)
-    objdump -p "$lib" | awk '/\[Ordinal\/Name Pointer\] Table/{t=1; next} t && /^\s*\[/{print $NF} t && /^$/{t=0}' |
+    objdump -p "$lib" | awk '/\[Ordinal\/Name Pointer\] Table/{t=1; next} t && /^[[:space:]]*\[/{print $NF} t && /^$/{t=0}' |
         sort -u >"$tmp/exported"
     ;;
 *)

@@ -22,8 +22,9 @@ protected:
     }
 };
 
+// Text mode: log files are text files, with CRLF line ends on Windows.
 std::string read_file(const std::string &path) {
-    std::ifstream in(path, std::ios::binary);
+    std::ifstream in(path);
     std::stringstream ss;
     ss << in.rdbuf();
     return ss.str();
