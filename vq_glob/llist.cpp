@@ -11,7 +11,6 @@
 #include <cinttypes>
 #include <cstdint>
 #include <cstdlib>
-#include <memory>
 #include <new>
 
 #include "platform/platform.h"
@@ -29,27 +28,6 @@ namespace {
 // Failure lines of the locked list go to the ERROR trace channel.
 constexpr int32_t kTraceChannel = 0x4000;
 constexpr const char *kModule = "llist";
-
-// malloc promises only the platform's fundamental alignment (8 bytes on 32-bit
-// Windows) while PlatLock asks for 16, so a block that holds a lock is
-// over-allocated and aligned by hand; the raw pointer is kept just below it.
-void *alloc_aligned(size_t size, size_t align) {
-    size_t space = size + align;
-    void *raw = std::malloc(space + sizeof(void *));
-    if (raw == nullptr) {
-        return nullptr;
-    }
-    void *block = static_cast<char *>(raw) + sizeof(void *);
-    std::align(align, size, block, space);  // cannot fail: align spare bytes were added
-    static_cast<void **>(block)[-1] = raw;
-    return block;
-}
-
-void free_aligned(void *block) {
-    if (block != nullptr) {
-        std::free(static_cast<void **>(block)[-1]);
-    }
-}
 
 // Holds a lock for the lifetime of a scope, so that every return path leaves it.
 class LockGuard {
@@ -202,7 +180,7 @@ bool release_due(const LockedList *list) {
 void release_list(LockedList *list) {
     plat_lock_destroy(&list->lock);
     list->~LockedList();
-    free_aligned(list);
+    std::free(list);
 }
 
 }  // namespace
@@ -251,7 +229,7 @@ extern "C" VQ_API void *ll_init_list(void) {
         err_add_error(ERR_GEN_MEMORY, "ll_init_list", kModule, __LINE__);
         return nullptr;
     }
-    auto *lock = static_cast<PlatLock *>(vq::llist::alloc_aligned(sizeof(PlatLock), alignof(PlatLock)));
+    auto *lock = static_cast<PlatLock *>(std::malloc(sizeof(PlatLock)));
     if (lock == nullptr) {
         std::free(list);
         err_add_error(ERR_GEN_MEMORY, "ll_init_list", kModule, __LINE__);
@@ -280,7 +258,7 @@ extern "C" VQ_API void ll_dispose_list(void **list) {
         l->count = 0;
     }
     plat_lock_destroy(l->lock);
-    vq::llist::free_aligned(l->lock);
+    std::free(l->lock);
     std::free(l);
     *list = nullptr;
 }
@@ -402,7 +380,7 @@ extern "C" VQ_API int32_t ll_get_count(void *list) {
 // ---- Locked list ---------------------------------------------------------------
 
 extern "C" VQ_API void *lln_init_list(void) {
-    void *block = vq::llist::alloc_aligned(sizeof(LockedList), alignof(LockedList));
+    void *block = std::malloc(sizeof(LockedList));
     if (block == nullptr) {
         new_dbg_str(kTraceChannel, "lln_init_list: out of memory, return...\n");
         err_add_error(ERR_GEN_MEMORY, "lln_init_list", kModule, __LINE__);

@@ -9,6 +9,7 @@
 // chain that loops is reported as "chain loop" instead of hanging the caller.
 #include "vq_glob/memory.h"
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <cstdarg>
@@ -21,6 +22,7 @@
 #include <string>
 #include <string_view>
 #include <tuple>
+#include <type_traits>
 
 #include "internal/debug_record.h"
 #include "internal/tracker_state.h"
@@ -68,7 +70,7 @@ enum Kind : uint32_t {
 constexpr size_t kSlack = 100;      // extra bytes behind every tracked block
 constexpr size_t kGuardBytes = 10;  // of which the first ten are the guard 0..9
 // The record holds the size in 32 bits, and size + kSlack must not wrap.
-constexpr size_t kMaxTrackedSize = 0xFFFFFFFFu - kSlack;
+constexpr size_t kMaxTrackedSize = 0xFFFFFFFFU - kSlack;
 constexpr int32_t kChainDumpEvery = 10000;
 
 // Dump levels: failures are the most important, the history the least.
@@ -91,8 +93,10 @@ std::atomic<int> g_tracking_threads{0};
     return &rec->tracker;
 }
 
+inline bool anyone_tracking() { return g_tracking_threads.load(std::memory_order_relaxed) != 0; }
+
 inline TrackerState *active() {
-    if (g_tracking_threads.load(std::memory_order_relaxed) == 0) [[likely]] {
+    if (!anyone_tracking()) [[likely]] {
         return nullptr;
     }
     return active_slow();
@@ -161,7 +165,8 @@ void sub_bytes(TrackerState &st, uint32_t size) {
 
 // One finding in the debug malloc file, flushed at once so that it survives
 // the crash it may announce. Dropped when the file could not be opened.
-VQ_PRINTF(2, 3) void note(TrackerState &st, const char *format, ...) {
+VQ_PRINTF(2, 3)
+void note(TrackerState &st, const char *format, ...) {  // NOLINT(cert-dcl50-cpp): printf-style
     if (st.file == nullptr) {
         return;
     }
@@ -373,7 +378,11 @@ bool forget_object(TrackerState &st, const char *file, int32_t line, const void 
     return true;
 }
 
-void *descriptor_key(int fd) { return reinterpret_cast<void *>(static_cast<intptr_t>(fd)); }
+// A descriptor's record holds its number where other records hold a pointer;
+// the kind keeps the two apart in every lookup.
+void *descriptor_key(int fd) {
+    return reinterpret_cast<void *>(static_cast<intptr_t>(fd));  // NOLINT(performance-no-int-to-ptr)
+}
 
 void *tracked_malloc(TrackerState &st, const char *file, int32_t line, size_t size) {
     if (size > kMaxTrackedSize) {
@@ -450,6 +459,26 @@ void *tracked_realloc(TrackerState &st, const char *file, int32_t line, void *bl
     add_bytes(st, size32);
     write_guard(moved, size32);
     return moved;
+}
+
+// The busiest calls keep their fast path free of everything but the load and
+// the plain call's tail call; the rest of the work lives out of line here.
+[[gnu::noinline]] void *malloc_slow(const char *file, int32_t line, size_t size) {
+    TrackerState *st = active_slow();
+    return st != nullptr ? tracked_malloc(*st, file, line, size) : std::malloc(size);
+}
+
+[[gnu::noinline]] void *realloc_slow(const char *file, int32_t line, void *block, size_t size) {
+    TrackerState *st = active_slow();
+    return st != nullptr ? tracked_realloc(*st, file, line, block, size) : std::realloc(block, size);
+}
+
+[[gnu::noinline]] void free_slow(const char *file, int32_t line, void *block) {
+    if (TrackerState *st = active_slow()) {
+        tracked_free(*st, file, line, block);
+    } else {
+        std::free(block);
+    }
 }
 
 char *tracked_strdup(TrackerState &st, const char *file, int32_t line, const char *text) {
@@ -557,7 +586,7 @@ int plain_open(const char *name, int flags, int mode) {
 }
 int plain_close(int fd) { return ::close(fd); }
 std::FILE *plain_fdopen(int fd, const char *mode) { return ::fdopen(fd, mode); }
-std::FILE *plain_fsopen(const char *name, const char *mode, int) { return std::fopen(name, mode); }
+std::FILE *plain_fsopen(const char *name, const char *mode, int /*share*/) { return std::fopen(name, mode); }
 
 // A wide name as UTF-8, whatever the process locale; false (errno EILSEQ)
 // for a value that is no Unicode scalar, ENOMEM when out of memory.
@@ -565,7 +594,7 @@ bool utf8_from_wide(const wchar_t *text, std::string &out) {
     try {
         out.clear();
         for (; *text != L'\0'; ++text) {
-            auto c = static_cast<uint32_t>(*text);
+            auto c = static_cast<uint32_t>(static_cast<std::make_unsigned_t<wchar_t> >(*text));
             if (c > 0x10FFFF || (c >= 0xD800 && c <= 0xDFFF)) {
                 errno = EILSEQ;
                 return false;
@@ -617,6 +646,7 @@ char *plain_tempnam(const char *dir, const char *prefix) {
         namespace fs = std::filesystem;
         std::error_code ec;
         std::string base;
+        // NOLINTNEXTLINE(concurrency-mt-unsafe): read only, as the C library's tempnam does
         const char *const candidates[] = {std::getenv("TMPDIR"), dir, "/tmp"};
         for (const char *candidate : candidates) {
             if (candidate != nullptr && *candidate != '\0' && fs::is_directory(candidate, ec)) {
@@ -635,7 +665,7 @@ char *plain_tempnam(const char *dir, const char *prefix) {
         static const char kLetters[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789";
         static std::atomic<uint64_t> counter{0};
         uint64_t seed = static_cast<uint64_t>(std::time(nullptr)) ^ (uint64_t{plat_process_id()} << 32) ^
-                        address_of(&base) ^ (counter.fetch_add(1) * 0x9E3779B97F4A7C15ull);
+                        address_of(&base) ^ (counter.fetch_add(1) * 0x9E3779B97F4A7C15ULL);
         for (int attempt = 0; attempt < 100; ++attempt) {
             std::string name = base;
             for (int i = 0; i < 6; ++i) {
@@ -643,7 +673,7 @@ char *plain_tempnam(const char *dir, const char *prefix) {
                 seed ^= seed >> 12;
                 seed ^= seed << 25;
                 seed ^= seed >> 27;
-                name += kLetters[((seed * 0x2545F4914F6CDD1Dull) >> 33) % (sizeof(kLetters) - 1)];
+                name += kLetters[((seed * 0x2545F4914F6CDD1DULL) >> 33) % (sizeof(kLetters) - 1)];
             }
             if (!fs::exists(fs::symlink_status(name, ec))) {
                 char *result = static_cast<char *>(std::malloc(name.size() + 1));
@@ -670,17 +700,11 @@ int read_mode(int flags, va_list args) { return open_needs_mode(flags) ? va_arg(
 // The ps command line takes the file name unquoted, so only names made of
 // characters the shell passes through as they are qualify.
 [[maybe_unused]] bool shell_safe(const std::string &name) {
-    if (name.empty()) {
-        return false;
-    }
-    for (char c : name) {
-        bool plain = c != '\0' && ((c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') ||
-                                   (c >= '0' && c <= '9') || std::strchr("/._+,:@=-", c) != nullptr);
-        if (!plain) {
-            return false;
-        }
-    }
-    return true;
+    auto plain = [](char c) {
+        return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
+               (c != '\0' && std::strchr("/._+,:@=-", c) != nullptr);
+    };
+    return !name.empty() && std::all_of(name.begin(), name.end(), plain);
 }
 
 }  // namespace
@@ -807,17 +831,17 @@ extern "C" VQ_API void sl_malloc_ps(const char *file, int32_t line) {
 // ---- blocks -----------------------------------------------------------------
 
 extern "C" VQ_API void *sl_debug_malloc(const char *file, int32_t line, size_t size) {
-    if (TrackerState *st = active()) {
-        return mem::tracked_malloc(*st, file, line, size);
+    if (!mem::anyone_tracking()) [[likely]] {
+        return std::malloc(size);
     }
-    return std::malloc(size);
+    return mem::malloc_slow(file, line, size);
 }
 
 extern "C" VQ_API void *sl_debug_realloc(const char *file, int32_t line, void *block, size_t size) {
-    if (TrackerState *st = active()) {
-        return mem::tracked_realloc(*st, file, line, block, size);
+    if (!mem::anyone_tracking()) [[likely]] {
+        return std::realloc(block, size);
     }
-    return std::realloc(block, size);
+    return mem::realloc_slow(file, line, block, size);
 }
 
 extern "C" VQ_API char *sl_debug_strdup(const char *file, int32_t line, const char *text) {
@@ -828,11 +852,11 @@ extern "C" VQ_API char *sl_debug_strdup(const char *file, int32_t line, const ch
 }
 
 extern "C" VQ_API void sl_debug_free(const char *file, int32_t line, void *block) {
-    if (TrackerState *st = active()) {
-        mem::tracked_free(*st, file, line, block);
+    if (!mem::anyone_tracking()) [[likely]] {
+        std::free(block);
         return;
     }
-    std::free(block);
+    mem::free_slow(file, line, block);
 }
 
 extern "C" VQ_API void sl_debug_sl_free(const char *file, int32_t line, void *block) {

@@ -16,20 +16,9 @@ VQ_EXTERN_C_BEGIN
 /* ---- Critical sections ---------------------------------------------------- */
 
 /* Storage for one re-entrant lock: a critical section on Windows, a recursive
- * mutex on POSIX. The owner thread may enter it again without blocking. The
- * storage is 16-byte aligned because the library's lock object is; place it
- * where that alignment holds (a static, automatic or member object). */
-#if defined(__cplusplus)
-#  define VQ_CS_ALIGN16 alignas(16)
-#elif defined(__STDC_VERSION__) && __STDC_VERSION__ >= 201112L
-#  define VQ_CS_ALIGN16 _Alignas(16)
-#elif defined(__GNUC__) || defined(__clang__)
-#  define VQ_CS_ALIGN16 __attribute__((aligned(16)))
-#else
-#  define VQ_CS_ALIGN16
-#endif
+ * mutex on POSIX. The owner thread may enter it again without blocking. */
 typedef union cs_critical_section {
-    VQ_CS_ALIGN16 unsigned char storage[64];
+    unsigned char storage[64];
     long long align_ll;
     void *align_ptr;
     double align_d;

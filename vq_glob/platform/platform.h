@@ -36,8 +36,9 @@ int plat_entry_hook(int reason);
 // ---- Re-entrant locks ------------------------------------------------------
 
 // Storage for one re-entrant lock (a critical section on Windows, a recursive
-// mutex on POSIX). Large enough and aligned for either native object.
-struct alignas(16) PlatLock {
+// mutex on POSIX). Large enough and aligned for either native object; the
+// alignment is no more than malloc gives, so locks may live in heap blocks.
+struct alignas(8) PlatLock {
     unsigned char storage[64];
 };
 
