@@ -56,7 +56,7 @@ protected:
         const auto *info = ::testing::UnitTest::GetInstance()->current_test_info();
         return ::testing::TempDir() + "vq_memory_" + info->name() + "." + suffix;
     }
-    std::string log() const { return read_file(path_); }
+    [[nodiscard]] std::string log() const { return read_file(path_); }
 
     std::string path_;
 };
@@ -90,8 +90,8 @@ TEST_F(MemoryTracker, DamagedGuardIsReportedAtReallocAndFree) {
 TEST_F(MemoryTracker, ReportListsUnfreedObjectsByPlaceAndKind) {
     sl_malloc_init(path_.c_str());
     void *a[3];
-    for (int i = 0; i < 3; ++i) {
-        a[i] = sl_debug_malloc("a.c", 10, static_cast<size_t>(10 * (i + 1)));
+    for (size_t i = 0; i < 3; ++i) {
+        a[i] = sl_debug_malloc("a.c", 10, 10 * (i + 1));
     }
     void *b = sl_debug_malloc("b.c", 20, 5);
     char *s = sl_debug_strdup("c.c", 30, "hello");
@@ -124,7 +124,7 @@ TEST_F(MemoryTracker, ReportListsUnfreedObjectsByPlaceAndKind) {
     EXPECT_EQ(sl_debug_fclose("e.c", 51, f), 0);
     sl_malloc_end();
     std::string end = log().substr(text.size());
-    EXPECT_EQ(end.find("=====================DEBUG MALLOC SUMMARY=====================\n"), 0u) << end;
+    EXPECT_EQ(end.find("=====================DEBUG MALLOC SUMMARY=====================\n"), 0U) << end;
     EXPECT_NE(end.find("PEAK MEM 71, CURRENT MEM 35\n"), std::string::npos) << end;
     EXPECT_NE(end.find("a.c/10                             1 (   30) unfreed malloc "), std::string::npos);
     EXPECT_NE(end.find("b.c/20 "), std::string::npos);
@@ -224,9 +224,9 @@ TEST_F(MemoryTracker, WideAndTemporaryNames) {
     ASSERT_NE(name, nullptr);
     std::string base(name);
     base = base.substr(base.find_last_of("/\\") + 1);
-    EXPECT_EQ(base.rfind("vqm", 0), 0u) << name;
+    EXPECT_EQ(base.rfind("vqm", 0), 0U) << name;
 #ifndef _WIN32
-    EXPECT_EQ(base.rfind("vqmem", 0), 0u) << name;  // five characters of the prefix
+    EXPECT_EQ(base.rfind("vqmem", 0), 0U) << name;  // five characters of the prefix
     EXPECT_NE(base[5], 'o') << name;
 #endif
     EXPECT_EQ(std::fopen(name, "r"), nullptr) << name;
@@ -306,7 +306,7 @@ TEST_F(MemoryTracker, EveryTenThousandthRecordDumpsTheChainWhenAsked) {
     testing::internal::CaptureStdout();
     allocate(1);
     std::string out = testing::internal::GetCapturedStdout();
-    EXPECT_EQ(out.find("DUMP HEADER : chain len 20000, pid "), 0u) << out.substr(0, 200);
+    EXPECT_EQ(out.find("DUMP HEADER : chain len 20000, pid "), 0U) << out.substr(0, 200);
     EXPECT_NE(out.find("\nCALLED FROM : file loop.c line 7\nDUMP REASON : chain length\nTIME        : "),
               std::string::npos);
     EXPECT_NE(out.find("PEAK MEM 19999, CURRENT MEM 19999\nMARK malloc\n"), std::string::npos);
@@ -324,8 +324,9 @@ TEST_F(MemoryTracker, EveryTenThousandthRecordDumpsTheChainWhenAsked) {
     EXPECT_NE(history, std::string::npos);
     EXPECT_LT(plain, history);
 
-    for (auto it = blocks.rbegin(); it != blocks.rend(); ++it) {  // newest first: short walks
-        sl_debug_free("loop.c", 8, *it);
+    while (!blocks.empty()) {  // newest first: short walks
+        sl_debug_free("loop.c", 8, blocks.back());
+        blocks.pop_back();
     }
     sl_malloc_end();
     EXPECT_EQ(log().find("unallocated"), std::string::npos);
@@ -370,7 +371,7 @@ TEST_F(MemoryTracker, ProcessSnapshotIsAnnouncedOnPosixOnly) {
 #ifdef _WIN32
     EXPECT_EQ(text, "");
 #else
-    EXPECT_EQ(text.find("PS - CALLED FROM : file ps.c line 9\n"), 0u) << text;
+    EXPECT_EQ(text.find("PS - CALLED FROM : file ps.c line 9\n"), 0U) << text;
     if (text.find("needs shell quoting") == std::string::npos) {
         EXPECT_NE(text.find("issuing: <ps axO rssize,vsize|grep "), std::string::npos) << text;
         EXPECT_NE(text.find(" >> " + path_ + ">\n"), std::string::npos) << text;

@@ -29,19 +29,6 @@
 #include "platform/platform.h"
 #include "vq_glob/llist.h"
 
-// The descriptor calls being wrapped (open, close, fdopen and the wide and
-// share-mode opens) are the C runtime's own; these are its headers for them.
-#ifdef _WIN32
-#include <fcntl.h>
-#include <io.h>
-#include <share.h>
-#else
-#include <fcntl.h>
-#include <unistd.h>
-
-#include <filesystem>
-#include <system_error>
-#endif
 
 namespace vq::memory {
 
@@ -558,144 +545,7 @@ void write_report(TrackerState &st, const char *reason) {
     std::fflush(out);
 }
 
-// ---- the C runtime calls being wrapped ----------------------------------
-
-#ifdef _WIN32
-
-bool open_needs_mode(int flags) { return (flags & _O_CREAT) != 0; }
-int plain_open(const char *name, int flags, int mode) { return _open(name, flags, mode); }
-int plain_wopen(const wchar_t *name, int flags, int mode) { return _wopen(name, flags, mode); }
-int plain_close(int fd) { return _close(fd); }
-std::FILE *plain_fdopen(int fd, const char *mode) { return _fdopen(fd, mode); }
-std::FILE *plain_wfopen(const wchar_t *name, const wchar_t *mode) { return _wfopen(name, mode); }
-std::FILE *plain_fsopen(const char *name, const char *mode, int share) { return _fsopen(name, mode, share); }
-char *plain_tempnam(const char *dir, const char *prefix) { return _tempnam(dir, prefix); }
-
-#else
-
-bool open_needs_mode(int flags) {
-#ifdef O_TMPFILE
-    if ((flags & O_TMPFILE) == O_TMPFILE) {
-        return true;
-    }
-#endif
-    return (flags & O_CREAT) != 0;
-}
-int plain_open(const char *name, int flags, int mode) {
-    return ::open(name, flags, static_cast<mode_t>(mode));
-}
-int plain_close(int fd) { return ::close(fd); }
-std::FILE *plain_fdopen(int fd, const char *mode) { return ::fdopen(fd, mode); }
-std::FILE *plain_fsopen(const char *name, const char *mode, int /*share*/) { return std::fopen(name, mode); }
-
-// A wide name as UTF-8, whatever the process locale; false (errno EILSEQ)
-// for a value that is no Unicode scalar, ENOMEM when out of memory.
-bool utf8_from_wide(const wchar_t *text, std::string &out) {
-    try {
-        out.clear();
-        for (; *text != L'\0'; ++text) {
-            auto c = static_cast<uint32_t>(static_cast<std::make_unsigned_t<wchar_t> >(*text));
-            if (c > 0x10FFFF || (c >= 0xD800 && c <= 0xDFFF)) {
-                errno = EILSEQ;
-                return false;
-            }
-            if (c < 0x80) {
-                out += static_cast<char>(c);
-            } else if (c < 0x800) {
-                out += static_cast<char>(0xC0 | (c >> 6));
-                out += static_cast<char>(0x80 | (c & 0x3F));
-            } else if (c < 0x10000) {
-                out += static_cast<char>(0xE0 | (c >> 12));
-                out += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
-                out += static_cast<char>(0x80 | (c & 0x3F));
-            } else {
-                out += static_cast<char>(0xF0 | (c >> 18));
-                out += static_cast<char>(0x80 | ((c >> 12) & 0x3F));
-                out += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
-                out += static_cast<char>(0x80 | (c & 0x3F));
-            }
-        }
-        return true;
-    } catch (...) {
-        errno = ENOMEM;
-        return false;
-    }
-}
-
-int plain_wopen(const wchar_t *name, int flags, int mode) {
-    std::string utf8;
-    return utf8_from_wide(name, utf8) ? plain_open(utf8.c_str(), flags, mode) : -1;
-}
-
-std::FILE *plain_wfopen(const wchar_t *name, const wchar_t *mode) {
-    std::string utf8_name;
-    std::string utf8_mode;
-    if (!utf8_from_wide(name, utf8_name) || !utf8_from_wide(mode, utf8_mode)) {
-        return nullptr;
-    }
-    return std::fopen(utf8_name.c_str(), utf8_mode.c_str());
-}
-
-// tempnam as the C library defines it: the directory is TMPDIR, else dir,
-// else /tmp (the first that is a directory); the name is up to five
-// characters of prefix ("file" when none) and six random ones, chosen so that
-// no file of that name exists yet. Written here because glibc's own is
-// flagged at every link of the library.
-char *plain_tempnam(const char *dir, const char *prefix) {
-    try {
-        namespace fs = std::filesystem;
-        std::error_code ec;
-        std::string base;
-        // NOLINTNEXTLINE(concurrency-mt-unsafe): read only, as the C library's tempnam does
-        const char *const candidates[] = {std::getenv("TMPDIR"), dir, "/tmp"};
-        for (const char *candidate : candidates) {
-            if (candidate != nullptr && *candidate != '\0' && fs::is_directory(candidate, ec)) {
-                base = candidate;
-                break;
-            }
-        }
-        if (base.empty()) {
-            errno = ENOENT;
-            return nullptr;
-        }
-        if (base.back() != '/') {
-            base += '/';
-        }
-        base += std::string_view(prefix != nullptr ? prefix : "file").substr(0, 5);
-        static const char kLetters[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789";
-        static std::atomic<uint64_t> counter{0};
-        uint64_t seed = static_cast<uint64_t>(std::time(nullptr)) ^ (uint64_t{plat_process_id()} << 32) ^
-                        address_of(&base) ^ (counter.fetch_add(1) * 0x9E3779B97F4A7C15ULL);
-        for (int attempt = 0; attempt < 100; ++attempt) {
-            std::string name = base;
-            for (int i = 0; i < 6; ++i) {
-                // xorshift64*: cheap and well spread; the name need not be secret.
-                seed ^= seed >> 12;
-                seed ^= seed << 25;
-                seed ^= seed >> 27;
-                name += kLetters[((seed * 0x2545F4914F6CDD1DULL) >> 33) % (sizeof(kLetters) - 1)];
-            }
-            if (!fs::exists(fs::symlink_status(name, ec))) {
-                char *result = static_cast<char *>(std::malloc(name.size() + 1));
-                if (result == nullptr) {
-                    errno = ENOMEM;
-                    return nullptr;
-                }
-                std::memcpy(result, name.c_str(), name.size() + 1);
-                return result;
-            }
-        }
-        errno = EEXIST;
-        return nullptr;
-    } catch (...) {
-        errno = ENOMEM;
-        return nullptr;
-    }
-}
-
-#endif
-
-int read_mode(int flags, va_list args) { return open_needs_mode(flags) ? va_arg(args, int) : 0; }
+int read_mode(int flags, va_list args) { return plat_crt_open_needs_mode(flags) ? va_arg(args, int) : 0; }
 
 // The ps command line takes the file name unquoted, so only names made of
 // characters the shell passes through as they are qualify.
@@ -869,7 +719,7 @@ extern "C" VQ_API void sl_debug_new_reg_free(const char *file, int32_t line, voi
 
 extern "C" VQ_API char *sl_debug_tempnam(const char *file, int32_t line, const char *dir,
                                          const char *prefix) {
-    char *name = mem::plain_tempnam(dir, prefix);
+    char *name = plat_crt_tempnam(dir, prefix);
     TrackerState *st = active();
     if (st == nullptr || name == nullptr) {
         return name;
@@ -935,7 +785,7 @@ extern "C" VQ_API int sl_debug_open(const char *file, int32_t line, const char *
         errno = EINVAL;
         return -1;
     }
-    return track_descriptor(file, line, mem::plain_open(name, flags, mode));
+    return track_descriptor(file, line, plat_crt_open(name, flags, mode));
 }
 
 extern "C" VQ_API FILE *sl_debug_fdopen(const char *file, int32_t line, int fd, const char *mode) {
@@ -943,7 +793,7 @@ extern "C" VQ_API FILE *sl_debug_fdopen(const char *file, int32_t line, int fd, 
         errno = fd < 0 ? EBADF : EINVAL;
         return nullptr;
     }
-    FILE *stream = mem::plain_fdopen(fd, mode);
+    FILE *stream = plat_crt_fdopen(fd, mode);
     if (stream != nullptr) {
         if (TrackerState *st = active()) {
             // The stream now owns the descriptor and closes it with itself.
@@ -964,7 +814,7 @@ extern "C" VQ_API int sl_debug_wopen(const char *file, int32_t line, const wchar
         errno = EINVAL;
         return -1;
     }
-    return track_descriptor(file, line, mem::plain_wopen(name, flags, mode));
+    return track_descriptor(file, line, plat_crt_wopen(name, flags, mode));
 }
 
 extern "C" VQ_API FILE *sl_debug_wfopen(const char *file, int32_t line, const wchar_t *name,
@@ -973,7 +823,7 @@ extern "C" VQ_API FILE *sl_debug_wfopen(const char *file, int32_t line, const wc
         errno = EINVAL;
         return nullptr;
     }
-    return track_stream(file, line, mem::plain_wfopen(name, mode));
+    return track_stream(file, line, plat_crt_wfopen(name, mode));
 }
 
 extern "C" VQ_API FILE *sl_debug_fsopen(const char *file, int32_t line, const char *name, const char *mode,
@@ -982,7 +832,7 @@ extern "C" VQ_API FILE *sl_debug_fsopen(const char *file, int32_t line, const ch
         errno = EINVAL;
         return nullptr;
     }
-    return track_stream(file, line, mem::plain_fsopen(name, mode, share));
+    return track_stream(file, line, plat_crt_fsopen(name, mode, share));
 }
 
 extern "C" VQ_API int sl_debug_fclose(const char *file, int32_t line, FILE *stream) {
@@ -1009,7 +859,7 @@ extern "C" VQ_API int sl_debug_close(const char *file, int32_t line, int fd) {
         errno = EBADF;
         return -1;
     }
-    return mem::plain_close(fd);
+    return plat_crt_close(fd);
 }
 
 // ---- list handles -----------------------------------------------------------

@@ -51,7 +51,8 @@ VQ_API void sl_malloc_set_dump(int32_t level);
  * counts and bytes, under reason to the debug malloc file (nothing when off). */
 VQ_API void sl_malloc_dump_info(const char *reason);
 /* When tracking is on: writes a summary header, the report and the end line,
- * closes the file, forgets the records, clears the dump level, turns it off. */
+ * closes the file, forgets the records, clears the dump level, turns it off.
+ * A thread that ends while tracking closes its file without a report. */
 VQ_API void sl_malloc_end(void);
 /* Appends a process memory snapshot ("ps" of this process id) to the debug
  * malloc file, announced with the caller's place. POSIX only, and only while

@@ -7,6 +7,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstdio>
 
 // ---- Thread-local storage -------------------------------------------------
 
@@ -87,3 +88,19 @@ void plat_restore_file_mask(uint32_t previous);
 // Runs a command line through the system shell; its exit status, -1 if it
 // could not be started.
 int plat_run_shell(const char *command);
+
+// ---- C runtime opens (wrapped by the allocation tracker) -------------------
+
+// True when open() with these flags takes a third (mode) argument.
+bool plat_crt_open_needs_mode(int flags);
+int plat_crt_open(const char *name, int flags, int mode);
+int plat_crt_close(int fd);
+std::FILE *plat_crt_fdopen(int fd, const char *mode);
+// Wide names: native on Windows; converted to UTF-8 on POSIX (EILSEQ when
+// the name holds a value that is not a Unicode character).
+int plat_crt_wopen(const wchar_t *name, int flags, int mode);
+std::FILE *plat_crt_wfopen(const wchar_t *name, const wchar_t *mode);
+// _fsopen's share flag is honoured on Windows and ignored on POSIX.
+std::FILE *plat_crt_fsopen(const char *name, const char *mode, int share);
+// A temporary file name in malloc'ed memory (the caller frees it), or null.
+char *plat_crt_tempnam(const char *dir, const char *prefix);
