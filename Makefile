@@ -23,6 +23,7 @@ native-test:
 	$(CMAKE) --build --preset default
 	$(CTEST) --preset default
 	./scripts/check_exports.sh build/default/lib/libvq_glob.so
+	./scripts/install_check.sh
 
 mingw64-test:
 	$(CMAKE) --preset mingw64
