@@ -25,6 +25,16 @@ void BM_err_set_error(benchmark::State &state) {
 }
 BENCHMARK(BM_err_set_error);
 
+// A push followed by reading the nine-entry description it changed.
+void BM_err_add_error_then_read(benchmark::State &state) {
+    err_clear_error_stack();
+    for (auto _ : state) {
+        err_add_error(ERR_GEN_MEMORY, "conf_read_file_to_handle", "vq_config", 1234);
+        benchmark::DoNotOptimize(err_get_error_msg());
+    }
+}
+BENCHMARK(BM_err_add_error_then_read);
+
 void BM_peer_snprintf(benchmark::State &state) {
     static char buffer[5120];
     for (auto _ : state) {

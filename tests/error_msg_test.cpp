@@ -98,6 +98,21 @@ TEST_F(ErrorStack, KeepsOnlyTheNineNewestEntries) {
     EXPECT_STREQ(err_get_error_text(99), "2");  // past the oldest: the oldest
     EXPECT_STREQ(err_get_error_text(-5), "10");
     EXPECT_EQ(std::string(err_get_error_msg()).find("GENERAL, 1\n"), std::string::npos);
+
+    // Raw entries come out oldest first however often the stack wrapped.
+    for (int i = 11; i <= 14; ++i) {
+        err_add_error(ERR_GEN_GENERAL, std::to_string(i).c_str());
+    }
+    void *raw = nullptr;
+    int32_t size = 0, depth = 0;
+    ASSERT_EQ(err_get_stack_desc(&raw, &size, &depth), 1);
+    ASSERT_EQ(depth, 9);
+    const auto *entries = static_cast<const err_entry *>(raw);
+    for (int i = 0; i < 9; ++i) {
+        EXPECT_STREQ(entries[i].text, std::to_string(6 + i).c_str());
+    }
+    err_add_error(ERR_GEN_GENERAL, "15");
+    EXPECT_STREQ(err_get_error_text(8), "7");
 }
 
 TEST_F(ErrorStack, IndexPastOldestGivesOldest) {

@@ -37,10 +37,15 @@ struct Rename {
 };
 
 struct ErrorRecord {
+    // A ring of entries: the oldest is at index first, so that dropping the
+    // oldest entry of a full stack moves no text.
     err_entry *stack = nullptr;
+    int32_t first = 0;
     int32_t depth = 0;
     int32_t not_initialised = 1;
+    // Rebuilt when next read after a change, not at every push.
     char description[kDescriptionSize] = {0};
+    bool description_stale = false;
     int32_t log_to_file = 0;
     int32_t interactive = 1;
     int32_t syslog = 1;
@@ -214,14 +219,22 @@ void append_entry_line(TextBuilder &out, const ErrorRecord &rec, const err_entry
     out.append(entry.text);
 }
 
-void rebuild_description(ErrorRecord &rec) {
-    TextBuilder out(rec.description, sizeof rec.description);
-    for (int32_t i = rec.depth - 1; i >= 0; --i) {
-        if (i != rec.depth - 1) {
-            out.append("\n -");
+// Entry i of the stack counted from the oldest.
+err_entry &slot(const ErrorRecord &rec, int32_t i) { return rec.stack[(rec.first + i) % kStackEntries]; }
+
+// The formatted stack: entries newest first, joined by "\n -".
+const char *description(ErrorRecord &rec) {
+    if (rec.description_stale) {
+        TextBuilder out(rec.description, sizeof rec.description);
+        for (int32_t i = rec.depth - 1; i >= 0; --i) {
+            if (i != rec.depth - 1) {
+                out.append("\n -");
+            }
+            append_entry_line(out, rec, slot(rec, i));
         }
-        append_entry_line(out, rec, rec.stack[i]);
+        rec.description_stale = false;
     }
+    return rec.description;
 }
 
 // ---- the stack ------------------------------------------------------------------
@@ -236,14 +249,16 @@ int initialise(ErrorRecord &rec) {
             return 0;
         }
     }
+    rec.first = 0;
     rec.depth = 0;
+    rec.description[0] = '\0';
+    rec.description_stale = false;
     rec.log_to_file = 0;
     rec.interactive = 1;
     rec.syslog = 1;
     rec.syslog_severity = 4;
     rec.rename_count = 0;
     rec.not_initialised = 0;
-    rebuild_description(rec);
     return facility_index().complete ? 1 : 0;
 }
 
@@ -260,7 +275,7 @@ ErrorRecord *ready_record() {
 // Copies text into the next entry (cut to "..." when it fills the entry) and
 // keeps only the nine newest entries.
 void push(ErrorRecord &rec, const char *text, uint32_t code) {
-    err_entry &entry = rec.stack[rec.depth];
+    err_entry &entry = slot(rec, rec.depth);
     size_t n = std::strlen(text);
     if (n >= kEntryText) {
         std::memcpy(entry.text, text, kEntryText - 4);
@@ -269,11 +284,12 @@ void push(ErrorRecord &rec, const char *text, uint32_t code) {
         std::memcpy(entry.text, text, n + 1);
     }
     entry.code = code;
-    if (++rec.depth == kStackEntries) {
-        std::memmove(&rec.stack[0], &rec.stack[1], sizeof(err_entry) * kMaxDepth);
-        rec.depth = kMaxDepth;
+    if (rec.depth == kMaxDepth) {
+        rec.first = (rec.first + 1) % kStackEntries;  // the tenth entry pushes out the oldest
+    } else {
+        ++rec.depth;
     }
-    rebuild_description(rec);
+    rec.description_stale = true;
 }
 
 void push_coded(ErrorRecord &rec, uint32_t code, va_list args) {
@@ -283,8 +299,10 @@ void push_coded(ErrorRecord &rec, uint32_t code, va_list args) {
 }
 
 void clear(ErrorRecord &rec) {
+    rec.first = 0;
     rec.depth = 0;
     rec.description[0] = '\0';
+    rec.description_stale = false;
 }
 
 // Entry n counted from the newest; past the oldest means the oldest.
@@ -293,7 +311,7 @@ const err_entry *entry_at(const ErrorRecord &rec, int32_t n) {
         return nullptr;
     }
     n = std::clamp(n, 0, rec.depth - 1);
-    return &rec.stack[rec.depth - 1 - n];
+    return &slot(rec, rec.depth - 1 - n);
 }
 
 int push_system_text(int32_t sys_errno, bool empty_first) {
@@ -311,12 +329,12 @@ int push_system_text(int32_t sys_errno, bool empty_first) {
     return 1;
 }
 
-void write_log_file(const ErrorRecord &rec) {
+void write_log_file(ErrorRecord &rec) {
     uint32_t mask = plat_set_log_file_mask();
     std::FILE *log = std::fopen(rec.log_file, "a");
     if (log != nullptr) {
         std::fputs("-------------------------------------------------------------------------------\n", log);
-        std::fprintf(log, "\n%s\n\n", rec.description);
+        std::fprintf(log, "\n%s\n\n", description(rec));
         std::fclose(log);
     }
     plat_restore_file_mask(mask);
@@ -336,7 +354,7 @@ int report_event(ErrorRecord &rec, int32_t job_kind, int32_t status) {
         status = ERR_STATUS_ERROR;
     }
     std::snprintf(rec.scratch, sizeof rec.scratch, "%s %s: %s", kJobNames[job_kind], kStatusNames[status],
-                  rec.description);
+                  description(rec));
     auto event_id = static_cast<uint32_t>(1000 + status);
     if (!plat_event_report(kEventSource, kStatusTypes[status], event_id, rec.scratch)) {
         push_system_text(plat_last_error(), false);
@@ -380,6 +398,7 @@ VQ_API int err_shutdown(void) {
     if (rec != nullptr) {
         delete[] rec->stack;
         rec->stack = nullptr;
+        rec->first = 0;
         rec->depth = 0;
         rec->not_initialised = 1;
     }
@@ -440,7 +459,7 @@ VQ_API int err_add_text_error_before_stack(const char *text) {
         return 0;
     }
     char old_description[kDescriptionSize];
-    std::memcpy(old_description, rec->description, sizeof old_description);
+    std::memcpy(old_description, description(*rec), sizeof old_description);
     clear(*rec);
     err_add_text_error(text);
     if (old_description[0] != '\0') {
@@ -465,7 +484,7 @@ VQ_API int err_clear_error_stack(void) {
 
 VQ_API const char *err_get_error_msg(void) {
     ErrorRecord *rec = ready_record();
-    return rec != nullptr ? rec->description : "";
+    return rec != nullptr ? description(*rec) : "";
 }
 
 VQ_API uint32_t err_get_error_code(int32_t n) {
@@ -501,7 +520,7 @@ VQ_API int32_t err_get_max_error_severity(void) {
     ErrorRecord *rec = ready_record();
     uint32_t highest = 0;
     for (int32_t i = 0; rec != nullptr && i < rec->depth; ++i) {
-        highest = std::max(highest, lookup(rec->stack[i].code).severity);
+        highest = std::max(highest, lookup(slot(*rec, i).code).severity);
     }
     return static_cast<int32_t>(highest);
 }
@@ -511,6 +530,9 @@ VQ_API int err_get_stack_desc(void **entries, int32_t *size, int32_t *depth) {
     if (rec == nullptr || entries == nullptr || size == nullptr || depth == nullptr) {
         return 0;
     }
+    // Callers see the entries oldest first in one run.
+    std::rotate(rec->stack, rec->stack + rec->first, rec->stack + kStackEntries);
+    rec->first = 0;
     *entries = rec->stack;
     *size = rec->depth * static_cast<int32_t>(sizeof(err_entry));
     *depth = rec->depth;
@@ -536,7 +558,7 @@ VQ_API int err_set_stack_desc(const void *entries, int32_t size, int32_t depth) 
         rec->stack[i].text[kEntryText - 1] = '\0';
     }
     rec->depth = count;
-    rebuild_description(*rec);
+    rec->description_stale = true;
     return 1;
 }
 
@@ -548,7 +570,7 @@ VQ_API int err_change_facility(uint32_t facility, const char *name) {
     Rename &r = rec->renames[rec->rename_count++];
     r.facility = facility;
     std::snprintf(r.name, sizeof r.name, "%s", name != nullptr ? name : "");
-    rebuild_description(*rec);
+    rec->description_stale = true;
     return 1;
 }
 
@@ -557,7 +579,7 @@ VQ_API int err_save_error(void) {
     if (rec == nullptr) {
         return 0;
     }
-    std::memcpy(rec->saved, rec->description, sizeof rec->saved);
+    std::memcpy(rec->saved, description(*rec), sizeof rec->saved);
     return 1;
 }
 
@@ -571,18 +593,19 @@ VQ_API int err_print_error_msg(void) {
     if (rec == nullptr) {
         return 0;
     }
-    uint32_t severity = rec->depth > 0 ? lookup(rec->stack[rec->depth - 1].code).severity : 0;
+    const err_entry *newest = entry_at(*rec, 0);
+    uint32_t severity = newest != nullptr ? lookup(newest->code).severity : 0;
     if (rec->interactive != 0) {
         std::FILE *console = severity >= 2 && severity <= 4 ? stderr : stdout;
-        std::fprintf(console, "%s\n", rec->description);
+        std::fprintf(console, "%s\n", description(*rec));
         std::fflush(console);
     }
     if (rec->log_to_file != 0) {
         write_log_file(*rec);
     }
-    if (rec->syslog != 0 && rec->depth > 0 && static_cast<int32_t>(severity) >= rec->syslog_severity) {
+    if (rec->syslog != 0 && newest != nullptr && static_cast<int32_t>(severity) >= rec->syslog_severity) {
         plat_event_report(kEventSource, severity >= 3 ? PlatEventType::error : PlatEventType::warning, 1000 + severity,
-                          rec->description);
+                          description(*rec));
     }
     return 1;
 }
