@@ -200,9 +200,14 @@ void append_entry_line(TextBuilder &out, const ErrorRecord &rec, const err_entry
         return;
     }
     const MessageRecord &msg = lookup(entry.code);
+    // "%s-%s-%s": facility name, severity letter, ident.
     char head[256];
-    std::snprintf(head, sizeof head, "%s-%s-%s", facility_name(rec, msg.facility), severity_letter(msg.severity),
-                  msg.ident);
+    TextBuilder head_out(head, sizeof head);
+    head_out.append(facility_name(rec, msg.facility));
+    head_out.append("-");
+    head_out.append(severity_letter(msg.severity));
+    head_out.append("-");
+    head_out.append(msg.ident);
     // A system text that starts with a platform-tagged word shows that word
     // first: "W_CreateFile:SYS-E-ERRMSG, access denied".
     if (std::strcmp(head, "SYS-E-ERRMSG") == 0) {
