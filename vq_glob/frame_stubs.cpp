@@ -18,10 +18,8 @@ constexpr Module empty_module(const char *name) {
 }  // namespace
 
 constinit const Module kCliModule = empty_module<kSlotCli>("cli");
-constinit const Module kCrcModule = empty_module<kSlotCrc>("crc");
 constinit const Module kDirListModule = empty_module<kSlotDirList>("dir");
 constinit const Module kEnvModule = empty_module<kSlotEnv>("env");
-constinit const Module kTimeModule = empty_module<kSlotTime, OnDemand::yes>("conv");
 constinit const Module kFilesModule = empty_module<kSlotFiles, OnDemand::without_block>("gf");
 constinit const Module kMessagesModule = empty_module<kSlotMessages>("gm");
 constinit const Module kCompressModule = empty_module<kSlotCompress>("compress");
@@ -29,10 +27,7 @@ constinit const Module kConfigModule = empty_module<kSlotConfig>("conf");
 constinit const Module kSemaphoresModule = empty_module<kSlotSemaphores>("sem");
 constinit const Module kMulticastModule = empty_module<kSlotMulticast>("vq_mc");
 constinit const Module kProcessesModule = empty_module<kSlotProcesses>("api");
-constinit const Module kHexModule = empty_module<kSlotHex>("hex");
 constinit const Module kMd5Module = empty_module<kSlotMd5>("md5");
-constinit const Module kStringsModule = empty_module<kSlotStrings>("str");
-constinit const Module kTimeFramesModule = empty_module<kSlotTimeFrames>("tframe");
 constinit const Module kRegistryModule = empty_module<kSlotRegistry>("reg");
 constinit const Module kNtEnvModule = empty_module<kSlotNtEnv>("ntenv");
 constinit const Module kConfWriterModule = empty_module<kSlotConfWriter>("conf_write");
