@@ -9,5 +9,11 @@
 #include "vq_glob/dbg.h"
 #include "vq_glob/memory.h"
 #include "vq_glob/llist.h"
+#include "vq_glob/mlist.h"
+#include "vq_glob/hash.h"
+#include "vq_glob/hex.h"
+#include "vq_glob/str.h"
+#include "vq_glob/wildcard.h"
+#include "vq_glob/tvtime.h"
 
 #endif /* VQ_GLOB_H */

@@ -9,6 +9,12 @@
 #include <thread>
 
 #include "vq_glob/dbg.h"
+#include "vq_glob/err.h"
+#include "vq_glob/hex.h"
+
+#ifdef _WIN32
+#include <windows.h>
+#endif
 
 namespace {
 
@@ -105,6 +111,131 @@ TEST_F(Tracing, OutputFileReceivesLinesUnchanged) {
     EXPECT_EQ(content.str(), "    indented\n  |\nabc\n");
     std::remove(path.c_str());
     EXPECT_EQ(dbg_set_debug_output_filename((::testing::TempDir() + "no/such/dir/t.txt").c_str()), 0);
+}
+
+bool bit_set(int bit) { return (dbg_get_debug_mask()[bit / 8] >> (bit % 8) & 1) != 0; }
+
+TEST_F(Tracing, ChannelNamesSetAndClearTheirFirstRowsBit) {
+    EXPECT_EQ(dbg_get_channel_bit("NETWORK"), 55);  // first row wins over 8 and 11
+    EXPECT_EQ(dbg_get_channel_bit("flow"), 11);
+    EXPECT_EQ(dbg_get_channel_bit("ERROR"), 14);
+    EXPECT_EQ(dbg_get_channel_bit("gms"), 5);
+    EXPECT_EQ(dbg_get_channel_bit("EM_API"), -1);  // its bit lies beyond the mask
+    EXPECT_EQ(dbg_get_channel_bit("NOSUCH"), -1);
+
+    dbg_set_debug_mask_string("(cli, GF,NETWORK  FILTER)");
+    EXPECT_TRUE(bit_set(0) && bit_set(43) && bit_set(55) && bit_set(56));
+    EXPECT_STREQ(dbg_get_debug_mask_hex(), "0100000000088001");
+
+    dbg_add_debug_mask("NOGF");
+    EXPECT_FALSE(bit_set(43));
+    dbg_add_debug_mask("NO");         // too short to be a negation, and no channel
+    dbg_add_debug_mask("NOSUCHONE");  // negation of an unknown channel
+    dbg_add_debug_mask("EM_API");
+    EXPECT_STREQ(dbg_get_debug_mask_hex(), "0100000000008001");
+
+    dbg_add_debug_mask("all");
+    EXPECT_STREQ(dbg_get_debug_mask_hex(), "FFFFFFFFFFFFFFFF");
+    dbg_set_debug_mask_string("(NOALL,ERROR)");
+    EXPECT_STREQ(dbg_get_debug_mask_hex(), "0040000000000000");
+    dbg_add_debug_mask("NONE");
+    EXPECT_STREQ(dbg_get_debug_mask_hex(), "0000000000000000");
+}
+
+TEST_F(Tracing, ScratchMasksNameChannelsForWideLines) {
+    const unsigned char *one = dbg_mkone(63);
+    EXPECT_STREQ(dbg_convert_debug_to_hex(one), "0000000000000080");
+    const unsigned char *list = dbg_mklist(0, 9, 70, 41, 0, 5);  // stops at the 0; 70 is beyond the mask
+    EXPECT_STREQ(dbg_convert_debug_to_hex(list), "0102000000020000");
+    dbg_set_debug_mask_value(list);
+    EXPECT_EQ(traced([] { large_dbg_str(dbg_mkone(41), "errmsg\n"); }), "errmsg\n");
+    EXPECT_EQ(traced([] { large_dbg_str(dbg_mkone(5), "gms\n"); }), "");
+}
+
+TEST_F(Tracing, SettingsComeFromTheEnvironmentThenTheSystemFile) {
+    const char *name = "VQ_DBG_SETTINGS_TEST";
+#ifdef _WIN32
+    _putenv_s(name, "(CONFIG,TIME)");
+#else
+    setenv(name, "(CONFIG,TIME)", 1);
+#endif
+    dbg_push_debug_mask();
+    dbg_init_debug(name);  // also resets the push depth
+    EXPECT_TRUE(bit_set(52) && bit_set(45));
+    dbg_pop_debug_mask();  // depth is 0 again: nothing to restore
+    EXPECT_TRUE(bit_set(52));
+
+#ifdef _WIN32
+    _putenv_s(name, "DEBUG");
+#else
+    setenv(name, "DEBUG", 1);
+#endif
+    dbg_init_debug(name);
+    EXPECT_EQ(dbg_get_debug_flag(), 1);
+#ifdef _WIN32
+    _putenv_s(name, "ENABLE");
+#else
+    setenv(name, "ENABLE", 1);
+#endif
+    dbg_init_debug(name);
+    EXPECT_EQ(dbg_get_debug_flag(), 0);
+
+    // The settings file in the system directory is read after the variable and wins.
+#ifdef _WIN32
+    char dir[MAX_PATH];
+    GetSystemDirectoryA(dir, MAX_PATH);
+    std::string path = std::string(dir) + "\\" + name;
+#else
+    std::string path = std::string("/etc/") + name;
+#endif
+    std::FILE *file = std::fopen(path.c_str(), "w");
+    if (file == nullptr) {
+        GTEST_SKIP() << "cannot write " << path << " here";
+    }
+    std::fputs("(FILTER)\r\nsecond line is ignored\n", file);
+    std::fclose(file);
+#ifdef _WIN32
+    _putenv_s(name, "(CLI)");
+#else
+    setenv(name, "(CLI)", 1);
+#endif
+    dbg_clear_debug_mask();
+    dbg_init_debug(name);
+    std::remove(path.c_str());
+    EXPECT_TRUE(bit_set(0) && bit_set(56));
+    EXPECT_STREQ(dbg_get_debug_mask_hex(), "0100000000000001");
+}
+
+TEST_F(Tracing, TimingSummaryReportsCountsAndShares) {
+    double sum = 0;
+    int32_t count = 0;
+    int32_t start = dbg_time_get_start_time();
+    dbg_time_sum_duration_and_appearances_by_start_time(&sum, &count, start - 500);
+    dbg_time_sum_duration_and_appearances_by_start_time(&sum, &count, start - 1500);
+    EXPECT_EQ(count, 2);
+    EXPECT_GE(sum, 2.0);
+    std::string out = traced([] { dbg_time_all_summary("copy_file", 2.0, 4, 8.0); });
+    EXPECT_EQ(out,
+              "\n==================\nSummary for function copy_file:\n\toccured - 4 times\n"
+              "\tduration summary - 2.000000 seconds\n\taverage - 0.500000 seconds per function\n"
+              "\tpartial time - 2.000000 seconds out of 8.000000 (25%)\n");
+}
+
+TEST(Hex, ConvertsBothWaysAndRejectsBadText) {
+    const unsigned char bytes[] = {0x00, 0x7F, 0xA5, 0xFF};
+    EXPECT_STREQ(convert_to_hex(bytes, 4), "007FA5FF");
+    EXPECT_STREQ(convert_to_hex(bytes, 0), "");
+    unsigned char out[4] = {1, 2, 3, 4};
+    int32_t count = 0;
+    ASSERT_EQ(convert_from_hex("007fA5ff", out, 4, &count), 1);
+    EXPECT_EQ(count, 4);
+    EXPECT_EQ(std::memcmp(out, bytes, 4), 0);
+    unsigned char untouched[2] = {9, 9};
+    EXPECT_EQ(convert_from_hex("0g", untouched, 2, &count), 0);
+    EXPECT_EQ(err_get_error_code(0), ERR_GEN_PARAMS);
+    EXPECT_EQ(convert_from_hex("abc", untouched, 2, &count), 0);
+    EXPECT_EQ(convert_from_hex("aabbcc", untouched, 2, &count), 0);
+    EXPECT_EQ(untouched[0], 9);
 }
 
 }  // namespace

@@ -4,9 +4,16 @@
 #include "vq_glob/dbg.h"
 
 #include <cstdarg>
+#include <cstdlib>
 #include <cstring>
+#include <ctime>
+#include <string>
 
+#include "internal/debug_channels.h"
 #include "internal/debug_record.h"
+#include "platform/platform.h"
+#include "vq_glob/hex.h"
+#include "vq_glob/str.h"
 
 namespace vq::frame {
 constinit const Module kDebugModule = debug::Frame::module("dbg");
@@ -49,17 +56,53 @@ void write_line(DebugRecord &rec, const char *format, va_list args) {
     int written = std::vfprintf(rec.output, format, args);
     if (written <= 0 && format[0] != '\0') {
         std::clearerr(rec.output);
-        rec.output = std::freopen(nullptr, "w", rec.output);
-        if (rec.output != nullptr) {
+        if (plat_truncate_stream(rec.output)) {
             std::fputs("Failed to write to debug file - cleared all previous information in this file\n\n",
                        rec.output);
             std::vfprintf(rec.output, format, retry);
         }
     }
     va_end(retry);
-    if (rec.output != nullptr) {
-        std::fflush(rec.output);
+    std::fflush(rec.output);
+}
+
+void set_bit(unsigned char *mask, int32_t bit, bool on) {
+    if (bit < 0 || bit >= kMaskBytes * 8) {
+        return;
     }
+    auto flag = static_cast<unsigned char>(1u << (bit % 8));
+    if (on) {
+        mask[bit / 8] |= flag;
+    } else {
+        mask[bit / 8] &= static_cast<unsigned char>(~flag);
+    }
+}
+
+// The first-character rule of a settings value: "E" off, "D" fully on, "("
+// a channel list; anything else leaves the settings alone.
+void apply_setting(const char *value) {
+    switch (value[0]) {
+    case 'E': dbg_set_debug(0); break;
+    case 'D': dbg_set_debug(1); break;
+    case '(': dbg_set_debug_mask_string(value); break;
+    default: break;
+    }
+}
+
+// Reads the first line of path (at most 264 characters, line end dropped)
+// into the record's path buffer; false when the file does not open.
+bool read_first_line(DebugRecord &rec, const char *path) {
+    std::FILE *file = std::fopen(path, "r");
+    if (file == nullptr) {
+        return false;
+    }
+    char *line = std::fgets(rec.path_buffer, sizeof rec.path_buffer, file);
+    std::fclose(file);
+    if (line == nullptr) {
+        rec.path_buffer[0] = '\0';
+    }
+    rec.path_buffer[std::strcspn(rec.path_buffer, "\r\n")] = '\0';
+    return true;
 }
 
 }  // namespace
@@ -229,6 +272,126 @@ VQ_API unsigned char *dbg_mkone(int bit) {
         rec->scratch_mask[bit / 8] = static_cast<unsigned char>(1u << (bit % 8));
     }
     return rec->scratch_mask;
+}
+
+VQ_API unsigned char *dbg_mklist(int bit, ...) {
+    DebugRecord *rec = record();
+    if (rec == nullptr) {
+        return nullptr;
+    }
+    std::memset(rec->scratch_mask, 0, kMaskBytes);
+    vq::debug::set_bit(rec->scratch_mask, bit, true);
+    va_list args;
+    va_start(args, bit);
+    for (int i = 1; i < 11; ++i) {
+        int next = va_arg(args, int);
+        if (next == 0) {
+            break;
+        }
+        vq::debug::set_bit(rec->scratch_mask, next, true);
+    }
+    va_end(args);
+    return rec->scratch_mask;
+}
+
+VQ_API int32_t dbg_get_channel_bit(const char *name) {
+    const vq::debug::ChannelRow *row = vq::debug::find_channel(name);
+    return row != nullptr && row->bit >= 0 && row->bit < kMaskBytes * 8 ? row->bit : -1;
+}
+
+VQ_API void dbg_add_debug_mask(const char *name) {
+    DebugRecord *rec = record();
+    if (rec == nullptr || name == nullptr) {
+        return;
+    }
+    using vq::debug::names_equal;
+    if (names_equal(name, "ALL")) {
+        std::memset(rec->mask, 0xFF, kMaskBytes);
+    } else if (names_equal(name, "NONE") || names_equal(name, "NOALL")) {
+        std::memset(rec->mask, 0x00, kMaskBytes);
+    } else if (std::strlen(name) >= 3 && (name[0] == 'N' || name[0] == 'n') && (name[1] == 'O' || name[1] == 'o')) {
+        vq::debug::set_bit(rec->mask, dbg_get_channel_bit(name + 2), false);
+    } else {
+        vq::debug::set_bit(rec->mask, dbg_get_channel_bit(name), true);
+    }
+}
+
+VQ_API void dbg_set_debug_mask_string(const char *text) {
+    if (text == nullptr) {
+        return;
+    }
+    // The tokenizer works in place; the caller's text stays as it was.
+    std::string copy(text);
+    if (str_init_tokens(copy.data()) == 0) {
+        return;
+    }
+    for (const char *token = str_get_next_token(0); token != nullptr; token = str_get_next_token(0)) {
+        dbg_add_debug_mask(token);
+    }
+}
+
+VQ_API void dbg_init_debug(const char *name) {
+    DebugRecord *rec = record();
+    if (rec == nullptr || name == nullptr) {
+        return;
+    }
+    rec->depth = 0;
+    if (const char *value = std::getenv(name)) {  // NOLINT(concurrency-mt-unsafe): read once at start-up
+        std::string copy(value);                     // applying it may run the tokenizer over it
+        vq::debug::apply_setting(copy.c_str());
+    }
+    // A settings path that does not fit is not read at all, rather than a
+    // truncated name that might open some other file.
+    char path[sizeof rec->path_buffer];
+    char directory[sizeof rec->path_buffer];
+    int length = plat_system_directory(directory, sizeof directory)
+                     ? std::snprintf(path, sizeof path, "%s%s%s", directory, VQ_PATH_SEPARATOR_TEXT, name)
+                     : std::snprintf(path, sizeof path, "%s", name);
+    bool fits = length >= 0 && static_cast<size_t>(length) < sizeof path;
+    if (fits && vq::debug::read_first_line(*rec, path)) {
+        std::string line(rec->path_buffer);
+        vq::debug::apply_setting(line.c_str());
+    }
+}
+
+VQ_API const char *dbg_get_debug_mask_hex(void) {
+    DebugRecord *rec = record();
+    return rec != nullptr ? convert_to_hex(rec->mask, kMaskBytes) : "";
+}
+
+VQ_API const char *dbg_convert_debug_to_hex(const unsigned char *mask8) {
+    return mask8 != nullptr ? convert_to_hex(mask8, kMaskBytes) : "";
+}
+
+VQ_API int32_t dbg_time_get_start_time(void) {
+    return static_cast<int32_t>(static_cast<double>(std::clock()) * 1000.0 / CLOCKS_PER_SEC);
+}
+
+VQ_API void dbg_time_sum_duration_and_appearances_by_start_time(double *sum, int32_t *count, int32_t start) {
+    if (sum == nullptr || count == nullptr) {
+        return;
+    }
+    *sum += (dbg_time_get_start_time() - start) * 0.001;
+    *count += 1;
+}
+
+VQ_API void dbg_time_all_summary(const char *function, double sum, int32_t count, double total) {
+    DebugRecord *rec = record();
+    if (rec == nullptr) {
+        return;
+    }
+    const char *name = function != nullptr ? function : "";
+    new_dbg_str(8, "dbg_time_all_summary() for <%s> \n", name);
+    std::FILE *out = rec->output != nullptr ? rec->output : stdout;
+    std::fprintf(out, "\n==================\nSummary for function %s:\n\toccured - %d times\n", name, count);
+    std::fprintf(out, "\tduration summary - %f seconds\n", sum);
+    std::fprintf(out, "\taverage - %f seconds per function\n", count > 0 ? sum / count : 0.0);
+    if (total > 0) {
+        std::fprintf(out, "\tpartial time - %f seconds out of %f (%d%%)\n", sum, total,
+                     static_cast<int>(sum * 100.0 / total));
+    }
+    std::fflush(out);
+    new_dbg_str(8, "out dbg_time_all_summary() for <%s> \n", name);
 }
 
 VQ_API void dbg_inc(void) {

@@ -3,7 +3,12 @@
  * A trace line is written when its channels share a bit with the thread's
  * 64-bit mask, when the thread's debug flag is set, or when its channels are
  * 0. Lines go to the thread's output stream (standard output by default),
- * exactly as formatted by the caller, and are flushed at once. */
+ * exactly as formatted by the caller, and are flushed at once.
+ *
+ * Channels have names (CLI 0, CLI_DUMP 1, STANDARD 3, ENV 4, GMS 5, API 6,
+ * COMPRESSION 7, PARSE 8, FLOW 11, ERROR 14, ERRMSG 41, GF 43, CONFIG 52,
+ * NETWORK 55, FILTER 56, ...). Programs of the product reuse bits under names
+ * of their own; a name means the bit of its first row in the channel table. */
 #ifndef VQ_GLOB_DBG_H
 #define VQ_GLOB_DBG_H
 
@@ -23,6 +28,25 @@ VQ_API void dbg_clear_debug_mask(void);
 VQ_API void dbg_or_debug_mask(const unsigned char *mask8);
 /* Pointer to the thread's 8 mask bytes (NULL if the thread has no state). */
 VQ_API const unsigned char *dbg_get_debug_mask(void);
+/* Applies one channel name (case-insensitive): "ALL" sets every channel,
+ * "NONE" and "NOALL" clear them, "NO<name>" clears the named channel, any
+ * other known name sets it; unknown names change nothing. */
+VQ_API void dbg_add_debug_mask(const char *name);
+/* Applies every name of a list such as "(CLI,GF,NOERROR)": one pair of
+ * parentheses is dropped, names are split at blanks, tabs and commas. Uses
+ * the thread's string tokenizer, so it ends any tokenizing in progress. */
+VQ_API void dbg_set_debug_mask_string(const char *text);
+/* Reads the settings named name: the environment variable name, then the
+ * first line of the file name in the system directory (/etc on POSIX), which
+ * wins. A value starting with "E" switches tracing off, "D" fully on, "("
+ * applies it as a channel list; anything else is ignored. Resets the push depth. */
+VQ_API void dbg_init_debug(const char *name);
+/* The bit of a channel name (first matching row), or -1 when unknown. */
+VQ_API int32_t dbg_get_channel_bit(const char *name);
+/* The thread's mask / the given 8 bytes as 16 upper-case hexadecimal digits
+ * in the hex conversion's per-thread buffer (overwritten by its next call). */
+VQ_API const char *dbg_get_debug_mask_hex(void);
+VQ_API const char *dbg_convert_debug_to_hex(const unsigned char *mask8);
 /* Saves the mask (at most nine deep; deeper pushes overwrite the top) / restores
  * the last saved one (nothing at depth 0). */
 VQ_API void dbg_push_debug_mask(void);
@@ -49,10 +73,26 @@ VQ_API void new_dbg_void(int32_t channels, const void *bytes, int32_t count);
 VQ_API int dbg_check_mask(int32_t channels);
 /* Clears the thread's scratch mask, sets one bit (0..63) and returns it. */
 VQ_API unsigned char *dbg_mkone(int bit);
+/* Clears the scratch mask and sets bit and each further argument up to a
+ * terminating 0 (at most eleven in all; bits of 64 and above are ignored).
+ * The first argument is always applied, so channel 0 may be named first. */
+VQ_API unsigned char *dbg_mklist(int bit, ...);
 /* Adds / removes two blanks of indentation; dbg_get_indent returns the run. */
 VQ_API void dbg_inc(void);
 VQ_API void dbg_dec(void);
 VQ_API const char *dbg_get_indent(void);
+
+/* ---- Timing summaries ---- */
+
+/* The processor clock (the C runtime's clock()) in milliseconds. */
+VQ_API int32_t dbg_time_get_start_time(void);
+/* Adds the seconds since start (a dbg_time_get_start_time value) to *sum and
+ * counts one more call in *count. */
+VQ_API void dbg_time_sum_duration_and_appearances_by_start_time(double *sum, int32_t *count, int32_t start);
+/* Writes the summary of one function's calls (count, total and average
+ * seconds) to the output stream; with total > 0 also its share of that
+ * enclosing total. */
+VQ_API void dbg_time_all_summary(const char *function, double sum, int32_t count, double total);
 
 VQ_EXTERN_C_END
 

@@ -25,6 +25,15 @@
 #  define VQ_EXTERN_C_END
 #endif
 
+/* The path element separator: "\" on Windows, "/" elsewhere. */
+#if defined(_WIN32)
+#  define VQ_PATH_SEPARATOR '\\'
+#  define VQ_PATH_SEPARATOR_TEXT "\\"
+#else
+#  define VQ_PATH_SEPARATOR '/'
+#  define VQ_PATH_SEPARATOR_TEXT "/"
+#endif
+
 /* printf-style argument checking where the compiler offers it. */
 #if defined(__GNUC__) || defined(__clang__)
 #  define VQ_PRINTF(fmt, first) __attribute__((format(printf, fmt, first)))

@@ -89,6 +89,13 @@ void plat_restore_file_mask(uint32_t previous);
 // could not be started.
 int plat_run_shell(const char *command);
 
+// The system directory (GetSystemDirectory on Windows, "/etc" on POSIX),
+// NUL-terminated in buf; false when it cannot be read or does not fit.
+bool plat_system_directory(char *buf, size_t size);
+
+// Truncates an open stream's file to length 0 and rewinds the stream.
+bool plat_truncate_stream(std::FILE *stream);
+
 // ---- C runtime opens (wrapped by the allocation tracker) -------------------
 
 // True when open() with these flags takes a third (mode) argument.
@@ -104,3 +111,19 @@ std::FILE *plat_crt_wfopen(const wchar_t *name, const wchar_t *mode);
 std::FILE *plat_crt_fsopen(const char *name, const char *mode, int share);
 // A temporary file name in malloc'ed memory (the caller frees it), or null.
 char *plat_crt_tempnam(const char *dir, const char *prefix);
+
+// ---- Time ------------------------------------------------------------------
+
+struct tm;
+
+// Broken-down local time / UTC of a number of seconds since the epoch
+// (localtime_r and gmtime_r on POSIX, localtime_s and gmtime_s on Windows,
+// which differ only in name and argument order). False when the value does
+// not fit the runtime's time_t or the runtime cannot break it down (the
+// Windows runtime refuses times before 1970).
+bool plat_localtime(int64_t seconds, struct tm *out);
+bool plat_gmtime(int64_t seconds, struct tm *out);
+// mktime: local broken-down time (normalised in place) to seconds. False when
+// the runtime fails, which it reports as -1, so that second (the last one of
+// 1969 UTC) cannot be told from a failure.
+bool plat_mktime(struct tm *local, int64_t *seconds);

@@ -74,3 +74,15 @@ int plat_run_shell(const char *command) {
     }
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
+
+bool plat_system_directory(char *buf, size_t size) {
+    return buf != nullptr && std::snprintf(buf, size, "/etc") < static_cast<int>(size);
+}
+
+bool plat_truncate_stream(std::FILE *stream) {
+    if (stream == nullptr || std::fflush(stream) != 0) {
+        return false;
+    }
+    std::rewind(stream);
+    return ftruncate(fileno(stream), 0) == 0;
+}

@@ -80,3 +80,19 @@ uint32_t plat_set_log_file_mask() { return static_cast<uint32_t>(_umask(0)); }
 void plat_restore_file_mask(uint32_t previous) { _umask(static_cast<int>(previous)); }
 
 int plat_run_shell(const char *command) { return std::system(command); }
+
+bool plat_system_directory(char *buf, size_t size) {
+    if (buf == nullptr || size == 0) {
+        return false;
+    }
+    UINT n = GetSystemDirectoryA(buf, static_cast<UINT>(size));
+    return n > 0 && n < size;
+}
+
+bool plat_truncate_stream(std::FILE *stream) {
+    if (stream == nullptr || std::fflush(stream) != 0) {
+        return false;
+    }
+    std::rewind(stream);
+    return _chsize(_fileno(stream), 0) == 0;
+}

@@ -1,0 +1,68 @@
+// POSIX backend: the re-entrant forms of the C runtime's time break-downs, and
+// mktime.
+//
+// All three consult the process's time-zone state, which the C library
+// reloads under its own internal lock (glibc frees and copies the TZ value on
+// every call when TZ is unset). Calls from the library are serialised here as
+// well, so that the ordering is visible to tools that do not see the C
+// library's lock, such as ThreadSanitizer; the lock costs little next to the
+// conversions themselves.
+#include "platform/platform.h"
+
+#include <pthread.h>
+
+#include <ctime>
+#include <limits>
+
+namespace {
+
+pthread_mutex_t g_zone_lock = PTHREAD_MUTEX_INITIALIZER;
+
+class ZoneLock {
+public:
+    ZoneLock() { pthread_mutex_lock(&g_zone_lock); }
+    ~ZoneLock() { pthread_mutex_unlock(&g_zone_lock); }
+    ZoneLock(const ZoneLock &) = delete;
+    ZoneLock &operator=(const ZoneLock &) = delete;
+};
+
+bool fits_time_t(int64_t seconds) {
+    return seconds >= std::numeric_limits<std::time_t>::min() &&
+           seconds <= std::numeric_limits<std::time_t>::max();
+}
+
+}  // namespace
+
+bool plat_localtime(int64_t seconds, struct tm *out) {
+    if (out == nullptr || !fits_time_t(seconds)) {
+        return false;
+    }
+    auto value = static_cast<std::time_t>(seconds);
+    ZoneLock lock;
+    return localtime_r(&value, out) != nullptr;
+}
+
+bool plat_gmtime(int64_t seconds, struct tm *out) {
+    if (out == nullptr || !fits_time_t(seconds)) {
+        return false;
+    }
+    auto value = static_cast<std::time_t>(seconds);
+    ZoneLock lock;
+    return gmtime_r(&value, out) != nullptr;
+}
+
+bool plat_mktime(struct tm *local, int64_t *seconds) {
+    if (local == nullptr || seconds == nullptr) {
+        return false;
+    }
+    std::time_t value = 0;
+    {
+        ZoneLock lock;
+        value = std::mktime(local);
+    }
+    if (value == static_cast<std::time_t>(-1)) {
+        return false;
+    }
+    *seconds = static_cast<int64_t>(value);
+    return true;
+}

@@ -1,0 +1,87 @@
+// What the sources of the strings module share: the per-thread records of
+// its two slots, the error reports every routine makes, and small character
+// helpers.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <string_view>
+
+#include "internal/frame.h"
+#include "vq_glob/err.h"
+#include "vq_glob/str.h"
+
+namespace vq::strings {
+
+inline constexpr const char *kModule = "strings";
+inline constexpr char kSeparator = VQ_PATH_SEPARATOR;
+// Tokenizer traces go to the STANDARD channel.
+inline constexpr int32_t kTraceChannel = 0x8;
+inline constexpr size_t kTokenBufferSize = 255;
+
+// The strings slot: the tokenizer's position in the caller's text and its
+// token buffer, and the result buffers of the number-to-text conversions.
+struct StringsRecord {
+    char *token_next = nullptr;  // null: no text to tokenise
+    char *token = nullptr;       // malloc'ed, token_size bytes
+    size_t token_size = 0;
+    char ltoa_text[16] = {0};
+    char dtoa_text[32] = {0};
+    char addr_text[16] = {0};
+
+    StringsRecord() = default;
+    StringsRecord(const StringsRecord &) = delete;
+    StringsRecord &operator=(const StringsRecord &) = delete;
+    ~StringsRecord() { std::free(token); }
+};
+
+// The time-frames slot: the thread's daily frame in minutes of the day.
+struct TimeFrameRecord {
+    bool set = false;
+    int32_t start = 0;  // 0..1439
+    int32_t end = 0;    // 0..1440
+};
+
+using StringsFrame = frame::ModuleFrame<StringsRecord, frame::kSlotStrings>;
+using TimeFrameFrame = frame::ModuleFrame<TimeFrameRecord, frame::kSlotTimeFrames>;
+
+// Pushes PARAMS naming the function and the argument; returns 0 for the caller.
+inline int bad_param(const char *function, const char *argument) {
+    err_add_error(ERR_GEN_PARAMS, function, argument);
+    return 0;
+}
+
+// Pushes MEMORY with the caller's function and line; returns 0.
+inline int no_memory(const char *function, int line) {
+    err_add_error(ERR_GEN_MEMORY, function, kModule, line);
+    return 0;
+}
+
+inline bool is_blank(char c) { return c == ' ' || c == '\t'; }
+inline bool is_trimmed(char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n'; }
+inline char ascii_upper(char c) { return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c; }
+
+// The text without the blanks and tabs at its ends.
+inline std::string_view trim_blanks(std::string_view text) {
+    while (!text.empty() && is_blank(text.front())) {
+        text.remove_prefix(1);
+    }
+    while (!text.empty() && is_blank(text.back())) {
+        text.remove_suffix(1);
+    }
+    return text;
+}
+
+// A malloc'ed copy of len bytes of text plus a NUL, or null.
+inline char *copy_text(const char *text, size_t len) {
+    auto *copy = static_cast<char *>(std::malloc(len + 1));
+    if (copy != nullptr) {
+        std::memcpy(copy, text, len);
+        copy[len] = '\0';
+    }
+    return copy;
+}
+
+}  // namespace vq::strings
