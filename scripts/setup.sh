@@ -7,7 +7,7 @@ set -eu
 PACKAGES="
 cmake make g++ clang libclang-rt-14-dev lld
 libgtest-dev libgmock-dev googletest libbenchmark-dev
-libssl-dev libpam0g-dev zlib1g-dev pkg-config
+libssl-dev libpam0g-dev zlib1g-dev pkg-config libmsgpack-dev
 g++-mingw-w64-x86-64 g++-mingw-w64-i686 mingw-w64-tools
 wine64 binutils-mingw-w64-x86-64 binutils-mingw-w64-i686
 "

@@ -127,3 +127,7 @@ bool plat_gmtime(int64_t seconds, struct tm *out);
 // the runtime fails, which it reports as -1, so that second (the last one of
 // 1969 UTC) cannot be told from a failure.
 bool plat_mktime(struct tm *local, int64_t *seconds);
+
+// The file and process parts of the interface live in headers of their own.
+#include "platform/file.h"
+#include "platform/process.h"

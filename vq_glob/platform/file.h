@@ -1,0 +1,5 @@
+// The narrow OS interface, file part: included by platform.h.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>

@@ -1,0 +1,5 @@
+// The narrow OS interface, process part: included by platform.h.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
