@@ -51,9 +51,8 @@ long long off_now(int64_t seconds) { return std::llabs(seconds - static_cast<int
 // Captures what the TIME channel writes while fn runs.
 template <typename Fn>
 std::string traced(Fn fn) {
-    unsigned char mask[8] = {0};
-    mask[1] = 0x08;  // channel 0x800
-    dbg_set_debug_mask_value(mask);
+    dbg_clear_debug_mask();
+    dbg_add_debug_mask("TIME");
     ::testing::internal::CaptureStdout();
     fn();
     std::string out = ::testing::internal::GetCapturedStdout();

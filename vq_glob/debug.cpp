@@ -11,6 +11,7 @@
 
 #include "internal/debug_channels.h"
 #include "internal/debug_record.h"
+#include "internal/trace.h"
 #include "platform/platform.h"
 #include "vq_glob/hex.h"
 #include "vq_glob/str.h"
@@ -106,6 +107,25 @@ bool read_first_line(DebugRecord &rec, const char *path) {
 }
 
 }  // namespace
+}  // namespace vq::debug
+
+namespace vq::debug {
+
+void trace_bit(int bit, const char *format, ...) {
+    DebugRecord *rec = record();
+    if (rec == nullptr || format == nullptr || bit < 0 || bit >= kMaskBytes * 8) {
+        return;
+    }
+    bool on = rec->debug_flag != 0 || (rec->mask[bit / 8] >> (bit % 8) & 1) != 0;
+    if (!on) {
+        return;
+    }
+    va_list args;
+    va_start(args, format);
+    write_line(*rec, format, args);
+    va_end(args);
+}
+
 }  // namespace vq::debug
 
 using vq::debug::DebugRecord;

@@ -217,22 +217,23 @@ VQ_API int32_t get_delta_time(void);
 /* Seconds from the start to now, without stopping the watch. */
 VQ_API int32_t get_stoper_time(void);
 
-/* ---- Stamps inside general messages -------------------------------------------
+/* ---- Stamps inside general messages (gm.h) ----------------------------------
  *
- * These arrive with the general messages (gm_) and are not part of the library
- * yet:
- *
- *   Appends to the thread's message under construction a struct with element
- *   code code (value 1) of two members: code 0 a long holding the seconds,
- *   code 1 an int holding the zone.
- *   int add_tvtime_to_message(int32_t code, const tvtime *t);
- *   Reads that struct back from the message taken apart; 0 unless both
- *   members are present.
- *   int get_tvtime_from_message(int32_t code, tvtime *t);
- *   The same for the old stamp: a struct of nine int members, codes 0 to 8.
- *   int add_tvtime_old_to_message(int32_t code, const tvtime_old *t);
- *   int get_tvtime_old_from_message(int32_t code, tvtime_old *t);
- */
+ * The message is the calling thread's message under construction (adding) or
+ * the one last taken apart (reading). Adding returns 1 when the whole struct
+ * was written, 0 when a bounded message has no room for it. Reading returns 0,
+ * without an error, unless every member is present with its type. */
+
+/* Appends a struct under code (value 1) of two members: code 0 a long holding
+ * the seconds, code 1 an int holding the zone. */
+VQ_API int add_tvtime_to_message(int32_t code, const tvtime *t);
+/* Reads that struct back. */
+VQ_API int get_tvtime_from_message(int32_t code, tvtime *t);
+/* Appends the old stamp as a struct under code (value 1) of nine int members,
+ * codes 0 to 8, the fields in their order. */
+VQ_API int add_tvtime_old_to_message(int32_t code, const tvtime_old *t);
+/* Reads that struct back. */
+VQ_API int get_tvtime_old_from_message(int32_t code, tvtime_old *t);
 
 VQ_EXTERN_C_END
 

@@ -1,5 +1,114 @@
 // The narrow OS interface, file part: included by platform.h.
+//
+// Two kinds of open file, as the files module (gen_files) has them:
+//  - crt: a C runtime descriptor (_wopen/_read/_write on Windows, open/read/
+//    write on POSIX), its errors errno values;
+//  - native: the system's own handle (CreateFileW and friends on Windows, a
+//    plain descriptor on POSIX), its errors GetLastError values (errno on
+//    POSIX).
+// A native handle travels as an intptr_t: a HANDLE on Windows, the descriptor
+// on POSIX; kPlatNoFile stands for none. A crt descriptor also has a native
+// handle (_get_osfhandle; the descriptor itself on POSIX), which the module
+// uses for the operations the C runtime lacks (end of file, type, inheritance).
+//
+// Names are UTF-8. On Windows they reach the OS in the long-path form: the
+// name's full path behind "\\?\", or "\\?\UNC\" for "\\node\share" names,
+// converted to UTF-16 in a stack buffer. On POSIX they go to the OS as given.
+//
+// Every operation returns 0 on success or the platform's error number of its
+// kind, so that callers never depend on errno or GetLastError surviving.
+// Interrupted system calls are restarted here.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
+
+inline constexpr intptr_t kPlatNoFile = -1;
+
+// The longest name, in characters, that the files module hands to the OS.
+inline constexpr size_t kPlatMaxFileName = 7800;
+
+enum class PlatIo { crt, native };
+
+// The C runtime's open-flag values (_O_* on Windows, O_* on POSIX, where the
+// binary flag is 0).
+struct PlatCrtOpenBits {
+    int read_only, write_only, read_write, truncate, exclusive, create, append, binary;
+};
+const PlatCrtOpenBits &plat_crt_open_bits();
+
+// The system's text for an error number of the given kind (strerror for crt
+// errors, FormatMessage for native ones on Windows), always NUL-terminated.
+void plat_file_error_text(PlatIo io, int32_t code, char *buf, size_t size);
+// True when a create failed because the name exists (or, on Windows, is being
+// deleted, which looks the same to the next creator).
+bool plat_file_is_exists_error(PlatIo io, int32_t code);
+// The error numbers reported for a bad argument and for a full device.
+int32_t plat_file_invalid_argument(PlatIo io);
+int32_t plat_file_no_space(PlatIo io);
+
+// ---- C runtime descriptors --------------------------------------------------
+
+// Opens name with the runtime's flags (binary already included by the caller)
+// and mode for a created file. deny_writers opens as _SH_DENYWR does: other
+// writers of the file are refused while it is open. On POSIX the refusal is
+// an advisory lock that the writers of this library honour (see
+// posix/file.cpp); other programs are not held back.
+int32_t plat_crt_file_open(const char *name, int flags, int mode, bool deny_writers, int *fd);
+// One read / write call; *done is what the call moved (0 at end of file).
+int32_t plat_crt_file_read(int fd, void *buffer, size_t size, size_t *done);
+int32_t plat_crt_file_write(int fd, const void *buffer, size_t size, size_t *done);
+// Moves the descriptor to offset bytes from the start.
+int32_t plat_crt_file_seek(int fd, int64_t offset);
+// Commits the descriptor's data to the device (_commit, fsync).
+int32_t plat_crt_file_commit(int fd);
+int32_t plat_crt_file_close(int fd);
+// The native handle behind a descriptor; kPlatNoFile for a closed one.
+intptr_t plat_crt_file_native(int fd);
+// Makes an existing file writable for everyone (mode 0777, and the normal
+// attributes on Windows) so that it can be replaced.
+int32_t plat_crt_file_make_writable(const char *name);
+
+// ---- Native handles ----------------------------------------------------------
+
+// How a native handle is opened: the CreateFileW fields with their Windows
+// values. POSIX maps them onto open() as posix/file.cpp documents.
+struct PlatNativeOpen {
+    uint32_t access;       // GENERIC_READ 0x80000000, GENERIC_WRITE 0x40000000
+    uint32_t share;        // FILE_SHARE_READ 1, FILE_SHARE_WRITE 2, FILE_SHARE_DELETE 4
+    uint32_t disposition;  // CREATE_NEW 1 ... TRUNCATE_EXISTING 5
+    uint32_t flags;        // FILE_FLAG_* and FILE_ATTRIBUTE_*
+};
+
+// Opens or creates name as how says; mode is the POSIX permission of a
+// created file (Windows ignores it).
+int32_t plat_native_file_open(const char *name, const PlatNativeOpen &how, int mode, intptr_t *file);
+int32_t plat_native_file_read(intptr_t file, void *buffer, size_t size, size_t *done);
+int32_t plat_native_file_write(intptr_t file, const void *buffer, size_t size, size_t *done);
+int32_t plat_native_file_seek(intptr_t file, int64_t offset);
+int32_t plat_native_file_flush(intptr_t file);
+int32_t plat_native_file_close(intptr_t file);
+
+// ---- Either kind, through the native handle -------------------------------------
+
+// Whether child processes inherit the handle (HANDLE_FLAG_INHERIT, or the
+// absence of close-on-exec).
+int32_t plat_file_set_inherit(intptr_t file, bool inherit);
+// Sets the end of file at size bytes and leaves the file position there
+// (SetFilePointerEx + SetEndOfFile; ftruncate + lseek). Native errors.
+int32_t plat_file_truncate(intptr_t file, int64_t size);
+
+enum class PlatFileKind { regular, directory, link, fifo, door, other };
+
+// What an open handle refers to (fstat; GetFileType and the attributes).
+int32_t plat_file_kind(intptr_t file, PlatFileKind *kind);
+// What a name refers to; with follow_links a symbolic link is described by
+// its target, otherwise as link. Native errors.
+int32_t plat_file_kind_by_name(const char *name, bool follow_links, PlatFileKind *kind);
+
+// Removes a file by name. Native errors.
+int32_t plat_file_remove(const char *name);
+
+// The system's default ANSI code page as its number in text ("932" on a
+// Japanese Windows); "65001" on POSIX, whose names are UTF-8. Native errors.
+int32_t plat_default_ansi_code_page(char *buf, size_t size);

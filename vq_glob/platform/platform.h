@@ -131,3 +131,4 @@ bool plat_mktime(struct tm *local, int64_t *seconds);
 // The file and process parts of the interface live in headers of their own.
 #include "platform/file.h"
 #include "platform/process.h"
+#include "platform/fs.h"

@@ -236,7 +236,11 @@ bool local_midnight(int64_t t, int64_t days, int64_t *out) {
     if (!local_to_seconds(tm, &midnight)) {
         return false;
     }
-    return days == 0 ? (*out = midnight, true) : shift_days(midnight, days, out);
+    if (days != 0) {
+        return shift_days(midnight, days, out);
+    }
+    *out = midnight;
+    return true;
 }
 
 bool set_time_of_day(int64_t t, int hour, int minute, int second, int64_t *out) {
@@ -504,7 +508,7 @@ VQ_API int set_delta_time(void) {
         return no_record("set_delta_time", __LINE__);
     }
     rec->timer_delta = static_cast<int32_t>(static_cast<int64_t>(rec->timer_end) - rec->timer_start);
-    new_dbg_str(kTraceChannel, "timer: start-%d,end-%d,delta-%d\n", static_cast<int>(rec->timer_start),
+    vq::debug::trace_bit(vq::debug::kChannelTime, "timer: start-%d,end-%d,delta-%d\n", static_cast<int>(rec->timer_start),
                 static_cast<int>(rec->timer_end), static_cast<int>(rec->timer_delta));
     return 1;
 }

@@ -2,6 +2,8 @@
 // zone, the stamp range, the error helpers and the local-time calendar.
 #pragma once
 
+#include "internal/trace.h"
+
 #include <cstdint>
 #include <ctime>
 #include <limits>
@@ -11,7 +13,6 @@
 
 namespace vq::timeconv {
 
-inline constexpr int32_t kTraceChannel = 0x800;  // TIME
 inline constexpr uint32_t kErrValue = 0x101Fu;   // GEN ERRVAL "invalid value <%s>"
 inline constexpr uint32_t kErrFormat = 0x1028u;  // GEN TIMEFRMT "invalid time format <%s>"
 

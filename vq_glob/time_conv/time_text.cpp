@@ -302,7 +302,7 @@ bool digit_groups_to_seconds(const char *p, size_t n, int64_t *out) {
 bool parse_digit_date(const char *text, int64_t *out) {
     for (const char *p = text; *p != '\0'; ++p) {
         if (!is_digit(*p)) {
-            new_dbg_str(kTraceChannel, "unknown date format - <%s> (<%c> is not a digit)\n", text, *p);
+            vq::debug::trace_bit(vq::debug::kChannelTime, "unknown date format - <%s> (<%c> is not a digit)\n", text, *p);
             return false;
         }
     }
@@ -539,7 +539,7 @@ VQ_API int conv_string_to_tolv(const char *text, tvtime *t) {
         if (day_word(text, n, &days)) {
             ok = local_midnight(now_seconds(), days, &seconds);
         } else {
-            new_dbg_str(kTraceChannel, "unknown date format - <%s> (<%c> is not a digit)\n", text, text[0]);
+            vq::debug::trace_bit(vq::debug::kChannelTime, "unknown date format - <%s> (<%c> is not a digit)\n", text, text[0]);
         }
     } else {
         ok = parse_digit_date(text, &seconds);
@@ -670,7 +670,7 @@ VQ_API int conv_string_to_seconds(const char *text, int32_t *seconds) {
     }
     int64_t total = 0;
     if (!parse_period(text, &total)) {
-        new_dbg_str(kTraceChannel, "error parsing time period '%s'\n", text);
+        vq::debug::trace_bit(vq::debug::kChannelTime, "error parsing time period '%s'\n", text);
         return bad_text(text);
     }
     *seconds = static_cast<int32_t>(total);
@@ -684,7 +684,7 @@ VQ_API int check_time_string_format(const char *text) {
     const char *p = text;
     Clock clock;
     if (!read_clock(p, &clock) || *p != '\0') {
-        new_dbg_str(kTraceChannel, "error parsing time format '%s'\n", text);
+        vq::debug::trace_bit(vq::debug::kChannelTime, "error parsing time format '%s'\n", text);
         return bad_text(text);
     }
     return 1;

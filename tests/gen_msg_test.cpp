@@ -1,0 +1,417 @@
+// General messages: the bytes of every element kind, stream and struct
+// counts, taking messages apart into typed parameters, the error stack's
+// transfer between threads, time stamps, bounded messages, and hostile input.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <cstring>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "vq_glob/api.h"
+#include "vq_glob/err.h"
+#include "vq_glob/gm.h"
+#include "vq_glob/tvtime.h"
+
+namespace {
+
+using Bytes = std::vector<unsigned char>;
+
+constexpr uint32_t kErrWriteBuf = 0x101D;  // GEN ERRWRITEBUF
+
+// Builds a message with fn into a fresh unbounded buffer and returns its bytes.
+template <typename Fn>
+Bytes build(Fn fn) {
+    Bytes buffer(65536);
+    gm_init_message(buffer.data());
+    fn();
+    buffer.resize(gm_end_message());
+    return buffer;
+}
+
+int take_apart(const Bytes &m) { return gm_disassemble_message(m.data(), static_cast<uint32_t>(m.size())); }
+int unpack(const Bytes &m) { return gm_unpack_error_stack(m.data(), static_cast<uint32_t>(m.size())); }
+
+int g_sends = 0;
+int32_t g_sent_length = -1;
+unsigned char g_user_buffer[256];
+int32_t g_init_args[3];
+
+void *user_buffer() { return g_user_buffer; }
+int user_init(void *, int32_t code, int32_t type, int32_t zero) {
+    g_init_args[0] = code;
+    g_init_args[1] = type;
+    g_init_args[2] = zero;
+    return 1;
+}
+int user_send(void *, int32_t length) {
+    ++g_sends;
+    g_sent_length = length;
+    return 7;
+}
+void *no_buffer() { return nullptr; }
+
+class GenMsg : public ::testing::Test {
+protected:
+    void SetUp() override {
+        err_set_log_interactive(0);
+        err_clear_error_stack();
+    }
+    void TearDown() override { gm_clean(); }
+};
+
+TEST_F(GenMsg, ElementBytes) {
+    EXPECT_EQ(build([] { gm_add_str_to_message(3, nullptr); }), (Bytes{3, 0, 0, 4}));
+    EXPECT_EQ(build([] { gm_add_str_to_message(3, ""); }), (Bytes{3, 0, 1, 4, 0}));
+    EXPECT_EQ(build([] { gm_add_int_to_message(9, 0x01020304); }), (Bytes{9, 0, 4, 2, 1, 2, 3, 4}));
+    EXPECT_EQ(build([] { gm_add_long_to_message(0x1FF, -2); }),
+              (Bytes{0xFF, 0, 4, 3, 0xFF, 0xFF, 0xFF, 0xFE}));
+    EXPECT_EQ(build([] { gm_add_short_to_message(1, -2); }), (Bytes{1, 0, 2, 1, 0xFF, 0xFE}));
+    EXPECT_EQ(build([] { gm_add_char_to_message(2, 'x'); }), (Bytes{2, 0, 1, 0, 'x'}));
+    EXPECT_EQ(build([] { gm_add_void_to_message(4, "ab", 2); }), (Bytes{4, 0, 2, 5, 'a', 'b'}));
+    EXPECT_EQ(build([] { gm_add_void_to_message(4, nullptr, 9); }), (Bytes{4, 0, 0, 5}));
+}
+
+TEST_F(GenMsg, ScalarsStringsAndVoidsReadBack) {
+    Bytes m = build([] {
+        gm_add_char_to_message(1, 'q');
+        gm_add_short_to_message(2, -300);
+        gm_add_int_to_message(3, -70000);
+        gm_add_long_to_message(4, 123456789);
+        gm_add_str_to_message(5, "text");
+        gm_add_str_to_message(6, nullptr);
+        gm_add_void_to_message(7, "\x01\x00\x02", 3);
+        gm_add_void_to_message(8, nullptr, 0);
+    });
+    ASSERT_EQ(take_apart(m), 1);
+    char c = 0;
+    int16_t s = 0;
+    int32_t i = 0, l = 0;
+    char *str = nullptr;
+    void *v = nullptr;
+    EXPECT_TRUE(gm_get_char_param(1, &c) == 1 && c == 'q');
+    EXPECT_TRUE(gm_get_short_param(2, &s) == 1 && s == -300);
+    EXPECT_TRUE(gm_get_int_param(3, &i) == 1 && i == -70000);
+    EXPECT_TRUE(gm_get_long_param(4, &l) == 1 && l == 123456789);
+    ASSERT_EQ(gm_get_str_param(5, &str), 1);
+    EXPECT_STREQ(str, "text");
+    str = &c;
+    EXPECT_EQ(gm_get_str_param(6, &str), 1);
+    EXPECT_EQ(str, nullptr);
+    ASSERT_EQ(gm_get_void_param(7, &v), 1);
+    EXPECT_EQ(std::memcmp(v, "\x01\x00\x02", 3), 0);
+    EXPECT_EQ(gm_get_void_param(8, &v), 1);
+    // Each getter asks for its own type: an int is not a long, a missing code is no error.
+    EXPECT_EQ(gm_get_long_param(3, &l), 0);
+    EXPECT_EQ(gm_get_int_param(99, &i), 0);
+    EXPECT_EQ(err_get_stack_depth(), 0);
+    gm_clean();
+    EXPECT_EQ(gm_get_char_param(1, &c), 0);
+}
+
+TEST_F(GenMsg, StreamsCountMembersOrBytesAndReadBackAsOneVoid) {
+    Bytes ints = build([] {
+        gm_init_message_stream(202, GM_TYPE_INT);
+        for (int32_t v : {1, -2, 0x01020304}) {
+            gm_add_int_to_message(202, v);
+        }
+        gm_close_stream();
+    });
+    ASSERT_EQ(ints.size(), 5u + 3 * 8);
+    EXPECT_EQ(Bytes(ints.begin(), ints.begin() + 5), (Bytes{202, 0, 3, 6, 2}));
+    EXPECT_EQ(Bytes(ints.begin() + 5, ints.begin() + 13), (Bytes{202, 0, 4, 2, 0, 0, 0, 1}));
+    ASSERT_EQ(take_apart(ints), 1);
+    void *array = nullptr;
+    ASSERT_EQ(gm_get_void_param(202, &array), 1);
+    const int32_t host_order[3] = {1, -2, 0x01020304};
+    EXPECT_EQ(std::memcmp(array, host_order, sizeof host_order), 0);
+
+    Bytes strings = build([] {
+        gm_init_message_stream(17, GM_TYPE_STR);
+        gm_add_str_to_message(17, "ab");
+        gm_add_str_to_message(17, "c");
+        gm_close_stream();
+    });
+    EXPECT_EQ(Bytes(strings.begin(), strings.begin() + 5), (Bytes{17, 0, 5, 6, 4}));
+    ASSERT_EQ(take_apart(strings), 1);
+    ASSERT_EQ(gm_get_void_param(17, &array), 1);
+    EXPECT_EQ(std::memcmp(array, "ab\0c", 5), 0);
+}
+
+TEST_F(GenMsg, StructMembersAreKeyedByTheStructCode) {
+    Bytes m = build([] {
+        gm_init_struct(5, 0x101);
+        gm_add_long_to_message(0, 11);
+        gm_add_int_to_message(1, 22);
+        gm_close_struct();
+        gm_add_long_to_message(0, 33);
+    });
+    EXPECT_EQ(Bytes(m.begin(), m.begin() + 5), (Bytes{5, 0, 2, 7, 1}));
+    ASSERT_EQ(take_apart(m), 1);
+    int32_t l = 0, i = 0;
+    EXPECT_TRUE(gm_get_long_param(0, &l) == 1 && l == 33);  // after the struct: plain code 0
+    gm_start_struct(5);
+    EXPECT_TRUE(gm_get_long_param(0, &l) == 1 && l == 11);  // key 0x500
+    EXPECT_TRUE(gm_get_int_param(1, &i) == 1 && i == 22);
+    gm_stop_struct();
+    EXPECT_EQ(gm_get_int_param(1, &i), 0);
+    // The parameter store sees the key itself: on a fresh thread the parse
+    // handle is its first handle, 1.
+    std::thread([&m] {
+        ASSERT_EQ(take_apart(m), 1);
+        int32_t value = 0;
+        EXPECT_TRUE(api_get_long_param(1, 0x500, &value) == 1 && value == 11);
+        EXPECT_TRUE(api_get_int_param(1, 0x501, &value) == 1 && value == 22);
+        gm_clean();
+    }).join();
+
+    // A stream inside a struct counts as a member for every element of it.
+    Bytes nested = build([] {
+        gm_init_struct(6, 1);
+        gm_init_message_stream(2, GM_TYPE_SHORT);
+        gm_add_short_to_message(2, 1);
+        gm_add_short_to_message(2, 2);
+        gm_close_stream();
+        gm_close_struct();
+    });
+    EXPECT_EQ(nested[2], 3);
+}
+
+// A stream with nothing to take apart leaves the reader on the head's data
+// byte, which it then reads as the next element's code.
+TEST_F(GenMsg, EmptyStreamDataByteIsReadAsTheNextCode) {
+    const Bytes m{7, 0, 0, 6, 2, 0, 4, 2, 0, 0, 0, 42};
+    ASSERT_EQ(take_apart(m), 1);
+    int32_t v = 0;
+    void *array = nullptr;
+    EXPECT_TRUE(gm_get_int_param(2, &v) == 1 && v == 42);
+    EXPECT_EQ(gm_get_void_param(7, &array), 0);
+
+    Bytes empty = build([] {
+        gm_init_message_stream(9, GM_TYPE_INT);
+        gm_close_stream();
+    });
+    EXPECT_EQ(empty, (Bytes{9, 0, 0, 6, 2}));
+    EXPECT_EQ(take_apart(empty), 0);
+}
+
+TEST_F(GenMsg, UserRoutinesBufferInitAndSendOnce) {
+    gm_init(user_buffer, user_init, user_send, 12);
+    g_sends = 0;
+    ASSERT_EQ(gm_init_message_buf(40, 2), 1);
+    EXPECT_EQ(g_init_args[0], 40);
+    EXPECT_EQ(g_init_args[1], 2);
+    EXPECT_EQ(g_init_args[2], 0);
+    EXPECT_EQ(gm_get_message_buf(), static_cast<void *>(g_user_buffer));
+    gm_add_int_to_message(1, 5);
+    EXPECT_EQ(gm_get_message_len(), 20u);
+    EXPECT_EQ(gm_close_message(), 7);
+    EXPECT_EQ(gm_close_message(), 7);
+    EXPECT_EQ(g_sends, 1);
+    EXPECT_EQ(g_sent_length, 20);
+    EXPECT_EQ(std::memcmp(g_user_buffer + 12, "\x01\x00\x04\x02\x00\x00\x00\x05", 8), 0);
+
+    gm_init(no_buffer, user_init, user_send, 12);
+    EXPECT_EQ(gm_init_message_buf(40, 2), 0);
+    gm_init(nullptr, nullptr, nullptr, 0);
+}
+
+TEST_F(GenMsg, EmptyErrorStackPacksToSixteenBytes) {
+    unsigned char buffer[64];
+    ASSERT_EQ(gm_pack_error_stack(buffer, 1), 16);
+    EXPECT_EQ(std::memcmp(buffer, "\xC8\x00\x04\x02\x00\x00\x00\x00\xC9\x00\x04\x02\x00\x00\x00\x00", 16), 0);
+    EXPECT_EQ(gm_unpack_error_stack(buffer, 16), 1);
+    EXPECT_EQ(err_get_stack_depth(), 0);
+}
+
+TEST_F(GenMsg, ErrorStackTravelsBetweenThreads) {
+    std::vector<unsigned char> message(GM_ERROR_STACK_MAX_SIZE);
+    std::string sent, received;
+    int32_t length = 0;
+    std::thread([&] {
+        err_set_log_interactive(0);
+        err_set_error(0x1001, "f", "module", 12);
+        err_add_text_error("free text");
+        err_add_error(0x1006, std::string(6000, 'x').c_str());  // cut to 5,119 characters
+        sent = err_get_error_msg();
+        length = gm_pack_error_stack(message.data(), 1);
+    }).join();
+    ASSERT_GT(length, 16);
+    std::thread([&] {
+        err_set_log_interactive(0);
+        EXPECT_EQ(gm_unpack_error_stack(message.data(), static_cast<uint32_t>(length)), 1);
+        EXPECT_EQ(err_get_stack_depth(), 3);
+        EXPECT_EQ(err_get_error_code(0), 0x1006u);
+        EXPECT_EQ(err_get_error_code(2), 0x1001u);
+        received = err_get_error_msg();
+    }).join();
+    EXPECT_EQ(received, sent);
+}
+
+TEST_F(GenMsg, TimeStampsTravelAsStructs) {
+    const tvtime t{4000000000u, -18000};
+    const tvtime_old old{1, 2, 3, 4, 5, 106, 6, 7, -1};
+    Bytes m = build([&] {
+        EXPECT_EQ(add_tvtime_to_message(30, &t), 1);
+        gm_add_old_date_to_message(31, &old);
+        gm_add_date_to_message(32, &t);
+    });
+    EXPECT_EQ(Bytes(m.begin(), m.begin() + 21), (Bytes{30,   0,    2, 7, 1, 0, 0,    4,    3,    0xEE, 0x6B,
+                                                       0x28, 0x00, 1, 0, 4, 2, 0xFF, 0xFF, 0xB9, 0xB0}));
+    ASSERT_EQ(take_apart(m), 1);
+    tvtime back{};
+    tvtime_old old_back{};
+    ASSERT_EQ(gm_get_date_param(32, &back), 1);
+    EXPECT_EQ(back.seconds, t.seconds);
+    EXPECT_EQ(back.zone, t.zone);
+    ASSERT_EQ(get_tvtime_old_from_message(31, &old_back), 1);
+    EXPECT_EQ(std::memcmp(&old_back, &old, sizeof old), 0);
+    EXPECT_EQ(gm_get_date_param(31, &back), 0);  // an old stamp has no long member 0
+    EXPECT_EQ(get_tvtime_from_message(33, &back), 0);
+    EXPECT_EQ(err_get_stack_depth(), 0);
+}
+
+TEST_F(GenMsg, BoundedMessageRefusesWhatDoesNotFit) {
+    unsigned char buffer[32];
+    std::memset(buffer, 0xAA, sizeof buffer);
+    gm_init(user_buffer, user_init, user_send, 0);
+    g_sends = 0;
+    gm_init_message_ex(buffer, 13);
+    gm_add_int_to_message(1, 1);     // 8 bytes
+    gm_add_char_to_message(2, 'a');  // 5 bytes: exactly full
+    EXPECT_EQ(gm_message_overflowed(), 0);
+    gm_init_message_stream(3, GM_TYPE_INT);
+    gm_add_int_to_message(3, 1);
+    gm_close_stream();
+    EXPECT_EQ(gm_message_overflowed(), 1);
+    EXPECT_EQ(gm_get_message_len(), 13u);
+    EXPECT_EQ(buffer[13], 0xAA);
+    EXPECT_EQ(err_get_stack_depth(), 1);  // one error for the message, not one per add
+    EXPECT_EQ(err_get_error_code(0), kErrWriteBuf);
+    EXPECT_EQ(gm_close_message(), 0);
+    EXPECT_EQ(g_sends, 0);
+    EXPECT_EQ(gm_end_message(), 0u);
+
+    // A capacity set after the start bounds the message too; no buffer at all never writes.
+    gm_init_message(buffer);
+    gm_set_message_capacity(16);
+    EXPECT_EQ(gm_pack_error_stack(nullptr, 0), 0);
+    EXPECT_EQ(gm_message_overflowed(), 1);
+    gm_init_message(nullptr);
+    gm_add_str_to_message(1, "x");
+    EXPECT_EQ(gm_end_message(), 0u);
+    gm_init(nullptr, nullptr, nullptr, 0);
+}
+
+// A reference message holding every element kind, and where its elements end.
+Bytes reference(std::vector<size_t> *ends) {
+    std::vector<size_t> boundaries;
+    Bytes m = build([&] {
+        gm_add_char_to_message(1, 'c');
+        boundaries.push_back(gm_get_message_len());
+        gm_add_str_to_message(2, "hello");
+        boundaries.push_back(gm_get_message_len());
+        gm_add_void_to_message(3, "\0\1\2", 3);
+        boundaries.push_back(gm_get_message_len());
+        gm_init_message_stream(4, GM_TYPE_STR);
+        gm_add_str_to_message(4, "ab");
+        gm_add_str_to_message(4, "c");
+        gm_close_stream();
+        boundaries.push_back(gm_get_message_len());
+        // A struct's head and members are elements of their own.
+        gm_init_struct(5, 1);
+        boundaries.push_back(gm_get_message_len());
+        gm_add_long_to_message(0, 1);
+        boundaries.push_back(gm_get_message_len());
+        gm_add_int_to_message(1, 2);
+        boundaries.push_back(gm_get_message_len());
+        gm_close_struct();
+    });
+    *ends = boundaries;
+    return m;
+}
+
+TEST_F(GenMsg, TruncatedMessagesFailExceptAtElementEnds) {
+    std::vector<size_t> ends;
+    const Bytes m = reference(&ends);
+    ends.insert(ends.begin(), 0);
+    // Every cut is given in a buffer of its own size, so a read past the end is caught.
+    for (size_t cut = 0; cut <= m.size(); ++cut) {
+        std::vector<unsigned char> part(m.begin(), m.begin() + static_cast<long>(cut));
+        int result = gm_disassemble_message(part.data(), static_cast<uint32_t>(cut));
+        bool at_end = std::find(ends.begin(), ends.end(), cut) != ends.end();
+        EXPECT_EQ(result, at_end ? 1 : 0) << "cut at " << cut;
+        EXPECT_EQ(gm_unpack_error_stack(part.data(), static_cast<uint32_t>(cut)), 0);
+    }
+    EXPECT_EQ(err_get_stack_depth(), 0);
+}
+
+TEST_F(GenMsg, MalformedElementsFail) {
+    const std::vector<Bytes> bad = {
+        {1, 0, 3, 4, 'a', 'b', 'c'},               // string without its NUL
+        {1, 0, 0, 2},                              // int without its value
+        {1, 0, 0, 8, 0},                           // unknown type
+        {1, 0, 1, 6, 5, 1, 0, 0, 5},               // stream of a member type above 4
+        {1, 0, 1, 6, 2, 9, 0, 4, 2, 0, 0, 0, 1},   // member of another code
+        {1, 0, 1, 6, 2, 1, 0, 2, 1, 0, 1},         // member of another type
+        {1, 0, 2, 6, 4, 1, 0, 3, 4, 'a', 'b', 0},  // strings longer than the count
+        {1, 0, 2, 6, 2, 1, 0, 4, 2, 0, 0, 0, 1},   // fewer members than the count
+        {7, 0, 1},                                 // cut inside the header
+    };
+    for (const Bytes &m : bad) {
+        std::vector<unsigned char> exact(m);
+        EXPECT_EQ(take_apart(exact), 0);
+    }
+}
+
+// Packed stacks whose entries do not lie inside their elements push nothing.
+TEST_F(GenMsg, MalformedErrorStacksPushNothing) {
+    auto stack = [](int32_t depth, int codes, const char *texts, uint16_t texts_size) {
+        return build([=] {
+            gm_add_int_to_message(201, depth);
+            gm_init_message_stream(202, GM_TYPE_INT);
+            for (int i = 0; i < codes; ++i) {
+                gm_add_int_to_message(202, 0x1001);
+            }
+            gm_close_stream();
+            gm_add_void_to_message(203, texts, texts_size);
+        });
+    };
+    for (const Bytes &m : {stack(2, 2, "one\0two", 7), stack(3, 2, "a\0b\0c", 6), stack(-1, 1, "a", 2),
+                           stack(1, 1, nullptr, 0)}) {
+        EXPECT_EQ(unpack(m), 0);
+        EXPECT_EQ(err_get_stack_depth(), 0);
+    }
+    Bytes good = stack(2, 2, "one\0two", 8);
+    EXPECT_EQ(unpack(good), 1);
+    EXPECT_STREQ(err_get_error_text(0), "two");
+}
+
+// Threads build their own messages side by side, while gm_init stores the
+// shared routines from each of them.
+TEST_F(GenMsg, ThreadsBuildIndependently) {
+    std::vector<Bytes> results(4);
+    std::vector<std::thread> threads;
+    for (int n = 0; n < 4; ++n) {
+        threads.emplace_back([n, &results] {
+            gm_init(user_buffer, user_init, nullptr, n);
+            results[n] = build([n] {
+                for (int i = 0; i < 5; ++i) {
+                    gm_add_int_to_message(n, i);
+                }
+            });
+        });
+    }
+    for (int n = 0; n < 4; ++n) {
+        threads[n].join();
+    }
+    for (int n = 0; n < 4; ++n) {
+        ASSERT_EQ(results[n].size(), 40u);
+        EXPECT_EQ(results[n][32], n);
+    }
+    gm_init(nullptr, nullptr, nullptr, 0);
+}
+
+}  // namespace

@@ -1,0 +1,111 @@
+// The typed parameters of one process handle.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <unordered_map>
+#include <vector>
+
+namespace vq::api {
+
+// Slots live in one array that grows by kGrowth; a free slot has key -1.
+// A value is only ever placed above the highest used slot, so the newest
+// value of a key is always the highest slot holding that key: a lookup scans
+// from the top down, and removing a value uncovers the next older one of its
+// key. When the top of the array is reached while lower slots are free, the
+// used slots are first moved down in order instead of growing.
+//
+// Values of up to 8 bytes (every scalar, short texts and data) live in cells
+// of a pool owned by the store rather than in a malloc block of their own;
+// the pool's blocks never move, so a value's address is as stable either way.
+//
+// From kIndexFrom used slots on, a hash index from each key to its newest
+// slot (and from each slot to the next older one of its key) replaces the
+// scan. It only ever speeds lookups up: when it cannot be allocated the store
+// drops it and scans.
+class ParamStore {
+public:
+    static constexpr size_t kGrowth = 10;
+    static constexpr size_t kIndexFrom = 32;
+    static constexpr int32_t kFreeKey = -1;
+
+    struct Slot {
+        int32_t key = kFreeKey;
+        int32_t type = 0;
+        void *value = nullptr;  // the store's copy, or null
+        int32_t size = 0;
+        uint8_t flag = 0;
+        bool in_cell = false;  // value is a pool cell, not a malloc block
+    };
+
+    ParamStore() = default;
+    ~ParamStore() { clear(); }
+    ParamStore(const ParamStore &) = delete;
+    ParamStore &operator=(const ParamStore &) = delete;
+
+    // Stores a copy of size bytes at value (null: no data, size 0) as the
+    // newest value of key. When a slot position is given in cursor (an
+    // iterator's next slot), moving the slots down keeps it at the same next
+    // value. False when there is no memory for the copy or the slots.
+    bool add(int32_t key, int32_t type, const void *value, int32_t size, size_t *cursor) noexcept;
+
+    // The newest value of key, or null.
+    const Slot *newest(int32_t key) const noexcept;
+
+    // Frees the newest value of key; false when there is none.
+    bool remove_newest(int32_t key) noexcept;
+
+    // Slots allocated (used or free), and one of them by position.
+    size_t slot_count() const noexcept { return slots_.size(); }
+    const Slot &slot(size_t position) const noexcept { return slots_[position]; }
+    size_t used() const noexcept { return used_; }
+
+    void clear() noexcept;
+
+private:
+    // Fixed 8-byte cells carved from blocks that are only freed with the store.
+    class CellPool {
+    public:
+        static constexpr size_t kCellSize = 8;
+        CellPool() = default;
+        ~CellPool() { clear(); }
+        CellPool(const CellPool &) = delete;
+        CellPool &operator=(const CellPool &) = delete;
+        void *take() noexcept;
+        void give(void *cell) noexcept;
+        void clear() noexcept;
+
+    private:
+        static constexpr size_t kCellsPerBlock = 64;
+        union Cell {
+            Cell *next_free;
+            alignas(8) unsigned char bytes[kCellSize];
+        };
+        struct Block {
+            Block *next;
+            Cell cells[kCellsPerBlock];
+        };
+        Block *blocks_ = nullptr;
+        size_t carved_ = kCellsPerBlock;  // cells handed out of the newest block
+        Cell *free_ = nullptr;
+    };
+
+    void *copy_value(const void *value, int32_t size, bool *in_cell) noexcept;
+    void free_value(Slot &slot) noexcept;
+    bool grow() noexcept;
+    void compact(size_t *cursor) noexcept;
+    void index_add(int32_t key, size_t position) noexcept;
+    void build_index() noexcept;
+    void drop_index() noexcept;
+    long find(int32_t key) const noexcept;
+
+    CellPool cells_;
+    std::vector<Slot> slots_;
+    size_t top_ = 0;  // one past the highest used slot
+    size_t used_ = 0;
+    bool indexed_ = false;
+    std::unordered_map<int32_t, int32_t> newest_;
+    std::vector<int32_t> older_;  // per slot: the next older slot of its key, -1 none
+};
+
+}  // namespace vq::api

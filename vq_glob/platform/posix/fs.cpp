@@ -1,0 +1,251 @@
+// POSIX backend: status queries by name, the current directory and full-path
+// expansion, directory creation, and the UTF-8 <-> wchar_t (UTF-32) conversions.
+#include "platform/platform.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdint>
+#include <cstring>
+#include <string>
+#include <string_view>
+#include <type_traits>
+#include <vector>
+
+namespace {
+
+// Decodes one UTF-8 sequence at text[i], advancing i. Refuses what RFC 3629
+// refuses: stray continuation bytes, truncated and overlong sequences,
+// surrogates and values beyond U+10FFFF.
+bool decode_utf8(const unsigned char *text, size_t &i, uint32_t &value) {
+    unsigned char lead = text[i];
+    size_t extra = 0;
+    uint32_t minimum = 0;
+    if (lead < 0x80) {
+        value = lead;
+        ++i;
+        return true;
+    }
+    if (lead >= 0xC2 && lead <= 0xDF) {
+        extra = 1;
+        minimum = 0x80;
+        value = lead & 0x1Fu;
+    } else if (lead >= 0xE0 && lead <= 0xEF) {
+        extra = 2;
+        minimum = 0x800;
+        value = lead & 0x0Fu;
+    } else if (lead >= 0xF0 && lead <= 0xF4) {
+        extra = 3;
+        minimum = 0x10000;
+        value = lead & 0x07u;
+    } else {
+        return false;
+    }
+    for (size_t k = 1; k <= extra; ++k) {
+        unsigned char c = text[i + k];  // the terminator stops this: it is no continuation byte
+        if ((c & 0xC0) != 0x80) {
+            return false;
+        }
+        value = (value << 6) | (c & 0x3Fu);
+    }
+    if (value < minimum || value > 0x10FFFF || (value >= 0xD800 && value <= 0xDFFF)) {
+        return false;
+    }
+    i += extra + 1;
+    return true;
+}
+
+// Appends the UTF-8 form of a Unicode scalar value to out[n], bounded by size
+// (one byte is kept for the terminator). False when it does not fit.
+bool encode_utf8(uint32_t value, char *out, size_t size, size_t &n) {
+    unsigned char bytes[4];
+    size_t count = 0;
+    if (value < 0x80) {
+        bytes[count++] = static_cast<unsigned char>(value);
+    } else if (value < 0x800) {
+        bytes[count++] = static_cast<unsigned char>(0xC0 | (value >> 6));
+        bytes[count++] = static_cast<unsigned char>(0x80 | (value & 0x3F));
+    } else if (value < 0x10000) {
+        bytes[count++] = static_cast<unsigned char>(0xE0 | (value >> 12));
+        bytes[count++] = static_cast<unsigned char>(0x80 | ((value >> 6) & 0x3F));
+        bytes[count++] = static_cast<unsigned char>(0x80 | (value & 0x3F));
+    } else {
+        bytes[count++] = static_cast<unsigned char>(0xF0 | (value >> 18));
+        bytes[count++] = static_cast<unsigned char>(0x80 | ((value >> 12) & 0x3F));
+        bytes[count++] = static_cast<unsigned char>(0x80 | ((value >> 6) & 0x3F));
+        bytes[count++] = static_cast<unsigned char>(0x80 | (value & 0x3F));
+    }
+    if (size - n <= count) {
+        return false;
+    }
+    std::memcpy(out + n, bytes, count);
+    n += count;
+    return true;
+}
+
+// The root of an absolute name and where its elements start: "//node/share"
+// for a remote name (two separators, then a node), "/" for any other.
+size_t root_length(std::string_view name) {
+    if (name.size() > 2 && name[0] == '/' && name[1] == '/' && name[2] != '/') {
+        size_t node_end = name.find('/', 2);
+        if (node_end == std::string_view::npos) {
+            return name.size();
+        }
+        size_t share_end = name.find('/', node_end + 1);
+        return share_end == std::string_view::npos ? name.size() : share_end;
+    }
+    return 1;
+}
+
+}  // namespace
+
+bool plat_fs_status(const char *name, PlatFsStatus *status) {
+    struct stat own {};
+    if (::lstat(name, &own) != 0) {
+        return false;
+    }
+    *status = PlatFsStatus{};
+    status->is_link = S_ISLNK(own.st_mode);
+    struct stat target = own;
+    if (status->is_link && ::stat(name, &target) != 0) {
+        return true;  // a dangling link exists, but denotes nothing
+    }
+    status->is_dir = S_ISDIR(target.st_mode);
+    status->is_regular = S_ISREG(target.st_mode);
+    return true;
+}
+
+bool plat_fs_current_dir(std::string *out) {
+    try {
+        std::vector<char> buffer(256);
+        while (::getcwd(buffer.data(), buffer.size()) == nullptr) {
+            if (errno != ERANGE) {
+                return false;
+            }
+            buffer.resize(buffer.size() * 2);
+        }
+        out->assign(buffer.data());
+        return true;
+    } catch (...) {
+        errno = ENOMEM;
+        return false;
+    }
+}
+
+bool plat_fs_full_path(const char *name, std::string *out) {
+    try {
+        std::string absolute;
+        if (name[0] == '/') {
+            absolute = name;
+        } else {
+            if (!plat_fs_current_dir(&absolute)) {
+                return false;
+            }
+            if (absolute.empty() || absolute.back() != '/') {
+                absolute += '/';
+            }
+            absolute += name;
+        }
+        size_t root = root_length(absolute);
+        std::string result = absolute.substr(0, root);
+        size_t kept_root = result.size();
+        std::string_view rest = std::string_view(absolute).substr(root);
+        while (!rest.empty()) {
+            size_t end = rest.find('/');
+            std::string_view element = rest.substr(0, end);
+            rest = end == std::string_view::npos ? std::string_view() : rest.substr(end + 1);
+            if (element.empty() || element == ".") {
+                continue;
+            }
+            if (element == "..") {
+                // Drop the last element; never climb above the root.
+                size_t cut = result.find_last_of('/');
+                if (result.size() > kept_root && cut != std::string::npos) {
+                    result.resize(cut >= kept_root ? cut : kept_root);
+                }
+                continue;
+            }
+            if (result.back() != '/') {
+                result += '/';
+            }
+            result += element;
+        }
+        if (absolute.back() == '/' && result.back() != '/') {
+            result += '/';
+        }
+        *out = std::move(result);
+        return true;
+    } catch (...) {
+        errno = ENOMEM;
+        return false;
+    }
+}
+
+bool plat_fs_make_dir(const char *name) { return ::mkdir(name, 0777) == 0; }
+
+bool plat_fs_is_exists_error(int32_t code) { return code == EEXIST; }
+
+bool plat_fs_short_path(const char *name, std::string *out) {
+    // No short names here; the name must still exist, as on Windows.
+    struct stat own {};
+    if (::lstat(name, &own) != 0) {
+        return false;
+    }
+    try {
+        out->assign(name);
+        return true;
+    } catch (...) {
+        errno = ENOMEM;
+        return false;
+    }
+}
+
+bool plat_utf8_to_wide(const char *text, wchar_t *out, size_t out_count) {
+    if (out_count == 0) {
+        errno = ENAMETOOLONG;
+        return false;
+    }
+    const auto *bytes = reinterpret_cast<const unsigned char *>(text);
+    size_t n = 0;
+    for (size_t i = 0; bytes[i] != 0;) {
+        uint32_t value = 0;
+        if (!decode_utf8(bytes, i, value)) {
+            out[0] = L'\0';
+            errno = EILSEQ;
+            return false;
+        }
+        if (n + 1 >= out_count) {
+            out[0] = L'\0';
+            errno = ENAMETOOLONG;
+            return false;
+        }
+        out[n++] = static_cast<wchar_t>(value);
+    }
+    out[n] = L'\0';
+    return true;
+}
+
+bool plat_wide_to_utf8(const wchar_t *text, char *out, size_t out_size) {
+    if (out_size == 0) {
+        errno = ENAMETOOLONG;
+        return false;
+    }
+    size_t n = 0;
+    for (; *text != L'\0'; ++text) {
+        // wchar_t is signed here: a negative value becomes one beyond U+10FFFF.
+        auto value = static_cast<uint32_t>(static_cast<std::make_unsigned_t<wchar_t>>(*text));
+        if (value > 0x10FFFF || (value >= 0xD800 && value <= 0xDFFF)) {
+            out[0] = '\0';
+            errno = EILSEQ;
+            return false;
+        }
+        if (!encode_utf8(value, out, out_size, n)) {
+            out[0] = '\0';
+            errno = ENAMETOOLONG;
+            return false;
+        }
+    }
+    out[n] = '\0';
+    return true;
+}

@@ -1,0 +1,232 @@
+// Win32 backend: status queries by name, the current directory and full-path
+// expansion, directory creation, short names, and the UTF-8 <-> UTF-16
+// conversions (code page 65001). Every name goes to the OS in its long-path
+// form, so that names beyond MAX_PATH work.
+#include "platform/platform.h"
+
+#include <windows.h>
+
+#include <climits>
+#include <string>
+#include <string_view>
+
+namespace {
+
+constexpr std::wstring_view kLongPrefix = L"\\\\?\\";
+constexpr std::wstring_view kLongUncPrefix = L"\\\\?\\UNC\\";
+constexpr std::wstring_view kDevicePrefix = L"\\\\.\\";
+
+int clamp_count(size_t count) { return count > INT_MAX ? INT_MAX : static_cast<int>(count); }
+
+// UTF-8 to UTF-16 of any length; invalid UTF-8 fails.
+bool to_wide(const char *text, std::wstring *out) {
+    int n = MultiByteToWideChar(CP_UTF8, MB_ERR_INVALID_CHARS, text, -1, nullptr, 0);
+    if (n <= 0) {
+        return false;
+    }
+    out->assign(static_cast<size_t>(n), L'\0');
+    if (MultiByteToWideChar(CP_UTF8, MB_ERR_INVALID_CHARS, text, -1, out->data(), n) != n) {
+        return false;
+    }
+    out->resize(static_cast<size_t>(n) - 1);
+    return true;
+}
+
+// UTF-16 to UTF-8 of any length; unpaired surrogates fail.
+bool to_utf8(const wchar_t *text, std::string *out) {
+    int n = WideCharToMultiByte(CP_UTF8, WC_ERR_INVALID_CHARS, text, -1, nullptr, 0, nullptr, nullptr);
+    if (n <= 0) {
+        return false;
+    }
+    out->assign(static_cast<size_t>(n), '\0');
+    if (WideCharToMultiByte(CP_UTF8, WC_ERR_INVALID_CHARS, text, -1, out->data(), n, nullptr, nullptr) != n) {
+        return false;
+    }
+    out->resize(static_cast<size_t>(n) - 1);
+    return true;
+}
+
+// GetFullPathNameW into a string sized by a first call.
+bool full_wide(const std::wstring &name, std::wstring *out) {
+    const wchar_t *input = name.empty() ? L"." : name.c_str();
+    DWORD needed = GetFullPathNameW(input, 0, nullptr, nullptr);
+    if (needed == 0) {
+        return false;
+    }
+    out->assign(needed, L'\0');
+    DWORD written = GetFullPathNameW(input, needed, out->data(), nullptr);
+    if (written == 0 || written >= needed) {
+        if (written != 0) {
+            SetLastError(ERROR_INSUFFICIENT_BUFFER);  // the current directory changed between the calls
+        }
+        return false;
+    }
+    out->resize(written);
+    return true;
+}
+
+// The long-path form of a UTF-8 name: its full path behind "\\?\", or a UNC
+// name behind "\\?\UNC\". Names already in a raw form stay as they are.
+bool long_name(const char *name, std::wstring *out) {
+    std::wstring wide;
+    if (!to_wide(name, &wide)) {
+        return false;
+    }
+    if (wide.starts_with(kLongPrefix) || wide.starts_with(kDevicePrefix)) {
+        *out = std::move(wide);
+        return true;
+    }
+    std::wstring full;
+    if (!full_wide(wide, &full)) {
+        return false;
+    }
+    if (full.starts_with(L"\\\\")) {
+        *out = std::wstring(kLongUncPrefix) + full.substr(2);
+    } else {
+        *out = std::wstring(kLongPrefix) + full;
+    }
+    return true;
+}
+
+// The ordinary form of a long-path name.
+std::wstring strip_long_prefix(const std::wstring &name) {
+    if (name.starts_with(kLongUncPrefix)) {
+        return L"\\\\" + name.substr(kLongUncPrefix.size());
+    }
+    if (name.starts_with(kLongPrefix)) {
+        return name.substr(kLongPrefix.size());
+    }
+    return name;
+}
+
+bool out_of_memory() {
+    SetLastError(ERROR_NOT_ENOUGH_MEMORY);
+    return false;
+}
+
+}  // namespace
+
+bool plat_fs_status(const char *name, PlatFsStatus *status) {
+    try {
+        std::wstring wide;
+        if (!long_name(name, &wide)) {
+            return false;
+        }
+        DWORD attributes = GetFileAttributesW(wide.c_str());
+        if (attributes == INVALID_FILE_ATTRIBUTES) {
+            return false;
+        }
+        // A directory link carries the directory attribute, a file link not:
+        // the attributes of the name itself already tell what it points to.
+        *status = PlatFsStatus{};
+        status->is_dir = (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
+        status->is_regular = (attributes & (FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_DEVICE)) == 0;
+        status->is_link = (attributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0;
+        return true;
+    } catch (...) {
+        return out_of_memory();
+    }
+}
+
+bool plat_fs_current_dir(std::string *out) {
+    try {
+        DWORD needed = GetCurrentDirectoryW(0, nullptr);
+        if (needed == 0) {
+            return false;
+        }
+        std::wstring wide(needed, L'\0');
+        DWORD written = GetCurrentDirectoryW(needed, wide.data());
+        if (written == 0 || written >= needed) {
+            if (written != 0) {
+                SetLastError(ERROR_INSUFFICIENT_BUFFER);
+            }
+            return false;
+        }
+        wide.resize(written);
+        return to_utf8(wide.c_str(), out);
+    } catch (...) {
+        return out_of_memory();
+    }
+}
+
+bool plat_fs_full_path(const char *name, std::string *out) {
+    try {
+        std::wstring wide;
+        std::wstring full;
+        return to_wide(name, &wide) && full_wide(wide, &full) && to_utf8(full.c_str(), out);
+    } catch (...) {
+        return out_of_memory();
+    }
+}
+
+bool plat_fs_make_dir(const char *name) {
+    try {
+        std::wstring wide;
+        return long_name(name, &wide) && CreateDirectoryW(wide.c_str(), nullptr) != 0;
+    } catch (...) {
+        return out_of_memory();
+    }
+}
+
+bool plat_fs_is_exists_error(int32_t code) {
+    return code == ERROR_ALREADY_EXISTS || code == ERROR_FILE_EXISTS;
+}
+
+bool plat_fs_short_path(const char *name, std::string *out) {
+    try {
+        // Short names keep a relative name relative; only names too long for
+        // the plain call take the long-path form.
+        std::wstring wide;
+        if (!to_wide(name, &wide)) {
+            return false;
+        }
+        bool long_form = wide.size() >= MAX_PATH;
+        if (long_form && !long_name(name, &wide)) {
+            return false;
+        }
+        DWORD needed = GetShortPathNameW(wide.c_str(), nullptr, 0);
+        if (needed == 0) {
+            return false;
+        }
+        std::wstring result(needed, L'\0');
+        DWORD written = GetShortPathNameW(wide.c_str(), result.data(), needed);
+        if (written == 0 || written >= needed) {
+            if (written != 0) {
+                SetLastError(ERROR_INSUFFICIENT_BUFFER);
+            }
+            return false;
+        }
+        result.resize(written);
+        if (long_form) {
+            result = strip_long_prefix(result);
+        }
+        return to_utf8(result.c_str(), out);
+    } catch (...) {
+        return out_of_memory();
+    }
+}
+
+bool plat_utf8_to_wide(const char *text, wchar_t *out, size_t out_count) {
+    if (out_count == 0) {
+        SetLastError(ERROR_INSUFFICIENT_BUFFER);
+        return false;
+    }
+    if (MultiByteToWideChar(CP_UTF8, MB_ERR_INVALID_CHARS, text, -1, out, clamp_count(out_count)) == 0) {
+        out[0] = L'\0';  // leaves the last error as the call set it
+        return false;
+    }
+    return true;
+}
+
+bool plat_wide_to_utf8(const wchar_t *text, char *out, size_t out_size) {
+    if (out_size == 0) {
+        SetLastError(ERROR_INSUFFICIENT_BUFFER);
+        return false;
+    }
+    if (WideCharToMultiByte(CP_UTF8, WC_ERR_INVALID_CHARS, text, -1, out, clamp_count(out_size), nullptr,
+                            nullptr) == 0) {
+        out[0] = '\0';
+        return false;
+    }
+    return true;
+}
