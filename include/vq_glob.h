@@ -15,5 +15,9 @@
 #include "vq_glob/str.h"
 #include "vq_glob/wildcard.h"
 #include "vq_glob/tvtime.h"
+#include "vq_glob/api.h"
+#include "vq_glob/gm.h"
+#include "vq_glob/gf.h"
+#include "vq_glob/gf_path.h"
 
 #endif /* VQ_GLOB_H */

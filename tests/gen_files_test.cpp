@@ -15,6 +15,7 @@
 #include <thread>
 #include <vector>
 
+#include "vq_glob/dbg.h"
 #include "vq_glob/err.h"
 #include "vq_glob/gf.h"
 #include "vq_glob/gm.h"
@@ -250,6 +251,14 @@ TEST_F(Gf, FlagMappingDiffersPerType) {
     ASSERT_EQ(gf_open_file(late), 1);
     EXPECT_EQ(gf_write_file(late, data.data(), 4), 0);
     ASSERT_EQ(gf_close_file(late), 1);
+
+    // A read-only file is replaced when the flags allow it, and made writable.
+    fs::permissions(name, fs::perms::owner_write | fs::perms::group_write | fs::perms::others_write,
+                    fs::perm_options::remove);
+    int32_t o = handle(name, GF_WRITE | GF_CREATE | GF_OVERWRITE_READONLY);
+    ASSERT_EQ(gf_create_file(o), 1);
+    ASSERT_EQ(gf_close_file(o), 1);
+    EXPECT_NE(fs::status(name).permissions() & fs::perms::owner_write, fs::perms::none);
 
     // Unknown types do nothing and raise nothing.
     ASSERT_EQ(gf_set_file_io_type(late, 1), 1);
@@ -506,10 +515,22 @@ TEST_F(Gf, FileCrcMatchesReferenceAndEmptyFileLeavesOutput) {
     ASSERT_EQ(gf_calc_file_crc(h, &crc), 1);  // closed, so it can run again
     EXPECT_EQ(crc, reference_crc(data));
 
+    // The end is traced on channel GF.
+    std::string trace = path("crc_trace");
+    std::FILE *out = std::fopen(trace.c_str(), "wb");
+    ASSERT_NE(out, nullptr);
+    dbg_set_debug_output(out);
+    dbg_add_debug_mask("GF");
     int32_t empty = handle(file_with("crc_empty", {}), GF_READ);
     crc = 0x12345678u;
     ASSERT_EQ(gf_calc_file_crc(empty, &crc), 1);
     EXPECT_EQ(crc, 0x12345678u);
+    dbg_add_debug_mask("NOGF");
+    dbg_set_debug_output(nullptr);
+    std::fclose(out);
+    Bytes traced = read_all(trace);
+    EXPECT_NE(std::string(traced.begin(), traced.end()).find("calc_file_crc : reached the end of file\n"),
+              std::string::npos);
 
     ASSERT_EQ(gf_set_file_name(empty, path("crc_missing").c_str()), 1);
     EXPECT_EQ(gf_calc_file_crc(empty, &crc), 0);

@@ -40,13 +40,13 @@ unsigned char g_user_buffer[256];
 int32_t g_init_args[3];
 
 void *user_buffer() { return g_user_buffer; }
-int user_init(void *, int32_t code, int32_t type, int32_t zero) {
+int user_init(void * /*buffer*/, int32_t code, int32_t type, int32_t zero) {
     g_init_args[0] = code;
     g_init_args[1] = type;
     g_init_args[2] = zero;
     return 1;
 }
-int user_send(void *, int32_t length) {
+int user_send(void * /*buffer*/, int32_t length) {
     ++g_sends;
     g_sent_length = length;
     return 7;
@@ -88,7 +88,8 @@ TEST_F(GenMsg, ScalarsStringsAndVoidsReadBack) {
     ASSERT_EQ(take_apart(m), 1);
     char c = 0;
     int16_t s = 0;
-    int32_t i = 0, l = 0;
+    int32_t i = 0;
+    int32_t l = 0;
     char *str = nullptr;
     void *v = nullptr;
     EXPECT_TRUE(gm_get_char_param(1, &c) == 1 && c == 'q');
@@ -150,7 +151,8 @@ TEST_F(GenMsg, StructMembersAreKeyedByTheStructCode) {
     });
     EXPECT_EQ(Bytes(m.begin(), m.begin() + 5), (Bytes{5, 0, 2, 7, 1}));
     ASSERT_EQ(take_apart(m), 1);
-    int32_t l = 0, i = 0;
+    int32_t l = 0;
+    int32_t i = 0;
     EXPECT_TRUE(gm_get_long_param(0, &l) == 1 && l == 33);  // after the struct: plain code 0
     gm_start_struct(5);
     EXPECT_TRUE(gm_get_long_param(0, &l) == 1 && l == 11);  // key 0x500
@@ -228,7 +230,8 @@ TEST_F(GenMsg, EmptyErrorStackPacksToSixteenBytes) {
 
 TEST_F(GenMsg, ErrorStackTravelsBetweenThreads) {
     std::vector<unsigned char> message(GM_ERROR_STACK_MAX_SIZE);
-    std::string sent, received;
+    std::string sent;
+    std::string received;
     int32_t length = 0;
     std::thread([&] {
         err_set_log_interactive(0);
@@ -360,9 +363,8 @@ TEST_F(GenMsg, MalformedElementsFail) {
         {1, 0, 2, 6, 2, 1, 0, 4, 2, 0, 0, 0, 1},   // fewer members than the count
         {7, 0, 1},                                 // cut inside the header
     };
-    for (const Bytes &m : bad) {
-        std::vector<unsigned char> exact(m);
-        EXPECT_EQ(take_apart(exact), 0);
+    for (const Bytes &m : bad) {  // each in a buffer of its exact size
+        EXPECT_EQ(take_apart(m), 0);
     }
 }
 
@@ -394,6 +396,7 @@ TEST_F(GenMsg, MalformedErrorStacksPushNothing) {
 TEST_F(GenMsg, ThreadsBuildIndependently) {
     std::vector<Bytes> results(4);
     std::vector<std::thread> threads;
+    threads.reserve(4);
     for (int n = 0; n < 4; ++n) {
         threads.emplace_back([n, &results] {
             gm_init(user_buffer, user_init, nullptr, n);

@@ -83,7 +83,7 @@ GmThreadState *state() { return Frame::get(); }
 // The user routines are the same for every thread. Each is one atomic
 // pointer, so a reader never sees half of one; gm_init calls racing each
 // other leave the routines of whichever stored last.
-using BufferFn = void *(*)(void);
+using BufferFn = void *(*)();
 using InitFn = int (*)(void *, int32_t, int32_t, int32_t);
 using SendFn = int (*)(void *, int32_t);
 std::atomic<BufferFn> g_buffer_fn{nullptr};
@@ -184,7 +184,7 @@ void add_element(GmThreadState &st, int32_t code, ElementType type, uint32_t num
              static_cast<int>(type), static_cast<int>(data_size));
     // The length field is 16 bits: longer data wraps, and only what the
     // field announces is copied.
-    const uint16_t length = static_cast<uint16_t>(data_size);
+    const auto length = static_cast<uint16_t>(data_size);
     if (!room_for(st, code, 4u + length)) {
         return;
     }
@@ -278,10 +278,10 @@ struct Reader {
     int32_t handle;
     bool on;
 
-    uint32_t left(uint32_t p) const { return p < length ? length - p : 0; }
+    [[nodiscard]] uint32_t left(uint32_t p) const { return p < length ? length - p : 0; }
 
     // A length that runs past the end: the element is cut off.
-    bool truncated(uint32_t p, uint32_t need) const {
+    [[nodiscard]] bool truncated(uint32_t p, uint32_t need) const {
         if (need <= left(p)) {
             return false;
         }
@@ -485,8 +485,7 @@ extern "C" {
 
 // ---- setting up -------------------------------------------------------------------------
 
-VQ_API void gm_init(void *(*buffer_fn)(void),
-                    int (*init_fn)(void *buf, int32_t code, int32_t type, int32_t zero),
+VQ_API void gm_init(void *(*buffer_fn)(), int (*init_fn)(void *buf, int32_t code, int32_t type, int32_t zero),
                     int (*send_fn)(void *buf, int32_t length), int32_t header_size) {
     vq::gm::g_buffer_fn.store(buffer_fn, std::memory_order_release);
     vq::gm::g_init_fn.store(init_fn, std::memory_order_release);

@@ -59,7 +59,8 @@ VQ_EXTERN_C_BEGIN
 
 /* Stores the buffer, buffer-initialising and send routines for every thread
  * (each pointer atomically), and the calling thread's header size. */
-VQ_API void gm_init(void *(*buffer_fn)(void), int (*init_fn)(void *buf, int32_t code, int32_t type, int32_t zero),
+VQ_API void gm_init(void *(*buffer_fn)(void),
+                    int (*init_fn)(void *buf, int32_t code, int32_t type, int32_t zero),
                     int (*send_fn)(void *buf, int32_t length), int32_t header_size);
 /* Starts an unbounded message at the start of buffer. */
 VQ_API void gm_init_message(void *buffer);

@@ -3,7 +3,6 @@
 #include <new>
 
 #include "gen_files/gf_state.h"
-#include "vq_glob/dbg.h"
 #include "vq_glob/hash.h"
 
 namespace vq::gf {
@@ -34,16 +33,16 @@ VQ_API int gf_calc_file_crc(int32_t h, uint32_t *crc) {
         return raise_memory(*state(), h, "gf_calc_file_crc", __LINE__);
     }
     if (gf_open_file(h) == 0) {
-        large_dbg_str(kTraceChannel, "calc_file_crc : failed in gf_open_file() with error <%s>\n",
-                      gf_get_last_error_msg(h));
+        vq::debug::trace_bit(kTraceBit, "calc_file_crc : failed in gf_open_file() with error <%s>\n",
+                             gf_get_last_error_msg(h));
         return 0;
     }
     updcrc(nullptr, 0);
     for (;;) {
         int32_t n = 0;
         if (gf_read_file(h, buffer.get(), kChunk, &n) == 0) {
-            large_dbg_str(kTraceChannel, "calc_file_crc : failed to read from file with error <%s>\n",
-                          gf_get_last_error_msg(h));
+            vq::debug::trace_bit(kTraceBit, "calc_file_crc : failed to read from file with error <%s>\n",
+                                 gf_get_last_error_msg(h));
             gf_close_file(h);
             return 0;
         }
@@ -52,7 +51,7 @@ VQ_API int gf_calc_file_crc(int32_t h, uint32_t *crc) {
         }
         *crc = updcrc(buffer.get(), static_cast<uint32_t>(n));
     }
-    large_dbg_str(kTraceChannel, "calc_file_crc : reached the end of file\n");
+    vq::debug::trace_bit(kTraceBit, "calc_file_crc : reached the end of file\n");
     return gf_close_file(h);
 }
 

@@ -8,13 +8,14 @@
 #include <vector>
 
 #include "internal/frame.h"
+#include "internal/trace.h"
 #include "platform/platform.h"
 #include "vq_glob/gf.h"
 
 namespace vq::gf {
 
-// Trace channel GF (bit 43: byte 5, bit 3).
-inline constexpr unsigned char kTraceChannel[8] = {0, 0, 0, 0, 0, 0x08, 0, 0};
+// This module's trace lines go to channel GF.
+inline constexpr int kTraceBit = debug::kChannelGf;
 
 // Codes of the FIL facility used here.
 inline constexpr uint32_t kErrMemory = 0x1701;

@@ -4,7 +4,6 @@
 #include <new>
 
 #include "gen_files/gf_state.h"
-#include "vq_glob/dbg.h"
 #include "vq_glob/err.h"
 
 namespace vq::gf {
@@ -84,7 +83,7 @@ bool read_code_page_932() {
     if (error != 0) {
         char text[512];
         plat_file_error_text(PlatIo::native, error, text, sizeof text);
-        large_dbg_str(kTraceChannel, "gf_init: failed to read the default ANSI code page: %s\n", text);
+        vq::debug::trace_bit(kTraceBit, "gf_init: failed to read the default ANSI code page: %s\n", text);
         return false;
     }
     return std::strcmp(page, "932") == 0;
@@ -119,15 +118,10 @@ void initialise(FilesRecord &rec) {
 
 // A POSIX thread has no block of its own until it first calls a module that
 // creates one, and the table's accessor never creates it. Allocation is where
-// a thread starts using files, so it asks the error stack's accessor, which
-// does (and which never replaces a block that is already there).
+// a thread starts using files, so it is where a missing block is made.
 FilesRecord *state_for_allocation() {
     FilesRecord *rec = state();
-    if (rec == nullptr) {
-        err_init();
-        rec = state();
-    }
-    return rec;
+    return rec != nullptr ? rec : Frame::get_creating_block();
 }
 
 }  // namespace
@@ -260,6 +254,21 @@ int get_value(int32_t h, T *out, const char *function, Get get) {
     });
 }
 
+// Stores value in one field of a valid handle.
+template <typename T, typename V>
+int set_field(int32_t h, T Entry::*field, V value) {
+    return with_entry(h, [&](FilesRecord &, Entry &entry) {
+        entry.*field = static_cast<T>(value);
+        return 1;
+    });
+}
+
+// Gives one field of a valid handle through out.
+template <typename T>
+int get_field(int32_t h, T *out, const char *function, T Entry::*field) {
+    return get_value(h, out, function, [field](Entry &entry) { return entry.*field; });
+}
+
 }  // namespace
 
 extern "C" {
@@ -328,7 +337,7 @@ VQ_API int gf_free_handle(int32_t h) {
     FilesRecord *rec = state();
     if (rec != nullptr && h >= 0 && static_cast<size_t>(h) < rec->entries.size() &&
         rec->entries[static_cast<size_t>(h)].active == 0) {
-        large_dbg_str(kTraceChannel, "gf_free_handle: entry %d is already free\n", static_cast<int>(h));
+        vq::debug::trace_bit(kTraceBit, "gf_free_handle: entry %d is already free\n", static_cast<int>(h));
         return 1;
     }
     if (checked_entry(h) == nullptr) {
@@ -389,7 +398,7 @@ VQ_API int gf_add_file_open_flags(int32_t h, uint32_t flags) {
 }
 
 VQ_API int gf_get_file_open_flags(int32_t h, uint32_t *flags) {
-    return get_value(h, flags, "gf_get_file_open_flags", [](Entry &entry) { return entry.open_flags; });
+    return get_field(h, flags, "gf_get_file_open_flags", &Entry::open_flags);
 }
 
 VQ_API int gf_set_real_open_flags(int32_t h, int32_t flags) {
@@ -401,55 +410,34 @@ VQ_API int gf_set_real_open_flags(int32_t h, int32_t flags) {
     });
 }
 
-VQ_API int gf_set_file_io_type(int32_t h, int32_t type) {
-    return with_entry(h, [&](FilesRecord &, Entry &entry) {
-        entry.io_type = type;
-        return 1;
-    });
-}
+VQ_API int gf_set_file_io_type(int32_t h, int32_t type) { return set_field(h, &Entry::io_type, type); }
 
 VQ_API int gf_get_file_io_type(int32_t h, int32_t *type) {
-    return get_value(h, type, "gf_get_file_io_type", [](Entry &entry) { return entry.io_type; });
+    return get_field(h, type, "gf_get_file_io_type", &Entry::io_type);
 }
 
 VQ_API int gf_set_file_packet_size(int32_t h, int32_t bytes) {
-    return with_entry(h, [&](FilesRecord &, Entry &entry) {
-        entry.packet_size = bytes;
-        return 1;
-    });
+    return set_field(h, &Entry::packet_size, bytes);
 }
 
 VQ_API int gf_get_file_packet_size(int32_t h, int32_t *bytes) {
-    return get_value(h, bytes, "gf_get_file_packet_size", [](Entry &entry) { return entry.packet_size; });
+    return get_field(h, bytes, "gf_get_file_packet_size", &Entry::packet_size);
 }
 
-VQ_API int gf_set_file_protection(int32_t h, int32_t mode) {
-    return with_entry(h, [&](FilesRecord &, Entry &entry) {
-        entry.protection = mode;
-        return 1;
-    });
-}
+VQ_API int gf_set_file_protection(int32_t h, int32_t mode) { return set_field(h, &Entry::protection, mode); }
 
 VQ_API int gf_get_file_protection(int32_t h, int32_t *mode) {
-    return get_value(h, mode, "gf_get_file_protection", [](Entry &entry) { return entry.protection; });
+    return get_field(h, mode, "gf_get_file_protection", &Entry::protection);
 }
 
-VQ_API int gf_set_file_handle(int32_t h, int32_t fd) {
-    return with_entry(h, [&](FilesRecord &, Entry &entry) {
-        entry.descriptor = fd;
-        return 1;
-    });
-}
+VQ_API int gf_set_file_handle(int32_t h, int32_t fd) { return set_field(h, &Entry::descriptor, fd); }
 
 VQ_API int gf_get_file_handle(int32_t h, int32_t *fd) {
-    return get_value(h, fd, "gf_get_file_handle", [](Entry &entry) { return entry.descriptor; });
+    return get_field(h, fd, "gf_get_file_handle", &Entry::descriptor);
 }
 
 VQ_API int gf_set_handle_inherit_mode(int32_t h, int32_t inherit) {
-    return with_entry(h, [&](FilesRecord &, Entry &entry) {
-        entry.inherit = inherit != 0;
-        return 1;
-    });
+    return set_field(h, &Entry::inherit, inherit != 0);
 }
 
 VQ_API int gf_is_file_opened(int32_t h) {
@@ -463,7 +451,10 @@ VQ_API int32_t gf_get_last_error(int32_t h) {
         }
     }
     FilesRecord *rec = state();
-    return rec != nullptr ? rec->last_status : kErrNotActive;
+    if (rec == nullptr) {
+        return h == kNoHandle ? 0 : static_cast<int32_t>(kErrNotActive);
+    }
+    return rec->last_status;
 }
 
 VQ_API int32_t gf_get_last_system_error(int32_t h) {
@@ -510,11 +501,11 @@ VQ_API int32_t gf_get_last_status(int32_t h) {
 }
 
 VQ_API int gf_get_last_os_status(int32_t h, int32_t *status) {
-    return get_value(h, status, "gf_get_last_os_status", [](Entry &entry) { return entry.last_os_status; });
+    return get_field(h, status, "gf_get_last_os_status", &Entry::last_os_status);
 }
 
 VQ_API int gf_get_last_os_status_1(int32_t h, int32_t *status) {
-    return get_value(h, status, "gf_get_last_os_status_1", [](Entry &entry) { return entry.last_status_1; });
+    return get_field(h, status, "gf_get_last_os_status_1", &Entry::last_status_1);
 }
 
 }  // extern "C"

@@ -8,7 +8,6 @@
 #include <thread>
 
 #include "gen_files/gf_state.h"
-#include "vq_glob/dbg.h"
 #include "vq_glob/err.h"
 
 namespace vq::gf {
@@ -71,7 +70,7 @@ VQ_API int gf_lock_wait_file(const char *lock_name, int32_t timeout_ms) {
         int32_t error = plat_crt_file_open(lock_name, flags, kDefaultProtection, false, &fd);
         if (error == 0) {
             plat_crt_file_close(fd);
-            large_dbg_str(kTraceChannel, "gf_lock_wait_file: took lock <%s>\n", lock_name);
+            vq::debug::trace_bit(kTraceBit, "gf_lock_wait_file: took lock <%s>\n", lock_name);
             return 1;
         }
         if (!plat_file_is_exists_error(PlatIo::crt, error)) {
@@ -79,8 +78,8 @@ VQ_API int gf_lock_wait_file(const char *lock_name, int32_t timeout_ms) {
         }
         Clock::time_point now = Clock::now();
         if (timeout_ms >= 0 && now >= deadline) {
-            large_dbg_str(kTraceChannel, "gf_lock_wait_file: lock <%s> still held after %d ms\n", lock_name,
-                          static_cast<int>(timeout_ms));
+            vq::debug::trace_bit(kTraceBit, "gf_lock_wait_file: lock <%s> still held after %d ms\n",
+                                 lock_name, static_cast<int>(timeout_ms));
             return fail(rec, PlatIo::crt, error, kErrLock, lock_name);
         }
         auto wait = std::chrono::milliseconds(pause);
@@ -102,7 +101,7 @@ VQ_API int gf_unlock_file(const char *lock_name) {
     if (error != 0) {
         return fail(rec, PlatIo::native, error, kErrDelete, lock_name);
     }
-    large_dbg_str(kTraceChannel, "gf_unlock_file: released lock <%s>\n", lock_name);
+    vq::debug::trace_bit(kTraceBit, "gf_unlock_file: released lock <%s>\n", lock_name);
     return 1;
 }
 

@@ -59,7 +59,7 @@ public:
 
     void assign(const char *text);  // null clears
     void copy_from(const SecretText &other) { assign(other.set_ ? other.text_.c_str() : nullptr); }
-    const char *get() const { return set_ ? text_.c_str() : nullptr; }
+    [[nodiscard]] const char *get() const { return set_ ? text_.c_str() : nullptr; }
 
 private:
     void wipe();
@@ -91,7 +91,7 @@ struct EntryHandles {
     EntryHandles(const EntryHandles &) = delete;
     EntryHandles &operator=(const EntryHandles &) = delete;
 
-    bool has_pipes() const;
+    [[nodiscard]] bool has_pipes() const;
     void close_pipes();
     void close_all();
 };

@@ -3,6 +3,7 @@
 // The handle keeps its own copies of the name and value pairs in the order
 // they were added; the run functions set them, in that order, when they start
 // the child, so a name added twice ends with its later value.
+#include <algorithm>
 #include <cstring>
 
 #include "general_api/api_state.h"
@@ -71,13 +72,13 @@ int get_env_var(int32_t h, const char *name, char **value) {
         raise_bad_param(h, name == nullptr ? "environment variable name is NULL" : "value address is NULL");
         return 0;
     }
-    for (auto it = entry->env_vars.rbegin(); it != entry->env_vars.rend(); ++it) {
-        if (it->name == name) {
-            *value = it->value.data();
-            return 1;
-        }
+    auto last = std::find_if(entry->env_vars.rbegin(), entry->env_vars.rend(),
+                             [&](const EnvVar &var) { return var.name == name; });
+    if (last == entry->env_vars.rend()) {
+        return 0;
     }
-    return 0;
+    *value = last->value.data();
+    return 1;
 }
 
 }  // namespace

@@ -113,6 +113,14 @@ public:
         return static_cast<Record *>(*slot);
     }
 
+    // As get(), but a thread without a block gets one whatever the module's
+    // rule: for the point where a thread starts using a module that never
+    // creates blocks itself (POSIX threads have no thread-attach).
+    static Record *get_creating_block() {
+        thread_block(index_, true);
+        return get();
+    }
+
     // Releases the calling thread's record, if it has one, as thread-clean does.
     static void release_current() {
         void **block = thread_block(index_, false);

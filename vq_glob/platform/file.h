@@ -65,8 +65,9 @@ int32_t plat_crt_file_commit(int fd);
 int32_t plat_crt_file_close(int fd);
 // The native handle behind a descriptor; kPlatNoFile for a closed one.
 intptr_t plat_crt_file_native(int fd);
-// Makes an existing file writable for everyone (mode 0777, and the normal
-// attributes on Windows) so that it can be replaced.
+// Makes an existing file writable so that it can be replaced: on Windows
+// mode 0777 (which clears the read-only attribute) and the normal
+// attributes, on POSIX write permission for the owner.
 int32_t plat_crt_file_make_writable(const char *name);
 
 // ---- Native handles ----------------------------------------------------------

@@ -255,7 +255,18 @@ int32_t plat_crt_file_close(int fd) { return close_fd(fd); }
 
 intptr_t plat_crt_file_native(int fd) { return fd < 0 ? kPlatNoFile : static_cast<intptr_t>(fd); }
 
-int32_t plat_crt_file_make_writable(const char *name) { return ::chmod(name, 0777) == 0 ? 0 : errno; }
+// Windows makes a file writable by clearing its read-only attribute; here
+// the owner gets write permission and the other bits stay as they were.
+int32_t plat_crt_file_make_writable(const char *name) {
+    struct stat st;
+    if (::stat(name, &st) != 0) {
+        return errno;
+    }
+    if ((st.st_mode & S_IWUSR) != 0) {
+        return 0;
+    }
+    return ::chmod(name, (st.st_mode & 07777) | S_IWUSR) == 0 ? 0 : errno;
+}
 
 // ---- Native handles -------------------------------------------------------------------
 
@@ -321,8 +332,11 @@ int32_t plat_file_set_inherit(intptr_t file, bool inherit) {
     if (flags == -1) {
         return errno;
     }
-    flags = inherit ? flags & ~FD_CLOEXEC : flags | FD_CLOEXEC;
-    return ::fcntl(fd, F_SETFD, flags) == 0 ? 0 : errno;
+    int wanted = inherit ? flags & ~FD_CLOEXEC : flags | FD_CLOEXEC;
+    if (wanted == flags) {
+        return 0;
+    }
+    return ::fcntl(fd, F_SETFD, wanted) == 0 ? 0 : errno;
 }
 
 int32_t plat_file_truncate(intptr_t file, int64_t size) {
