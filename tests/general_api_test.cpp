@@ -4,10 +4,11 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <condition_variable>
 #include <cstdio>
 #include <cstring>
 #include <fstream>
-#include <latch>
+#include <mutex>
 #include <random>
 #include <sstream>
 #include <string>
@@ -97,14 +98,24 @@ TEST_F(GeneralApi, FreeingAFreeHandleIsNoErrorButBadHandlesAre) {
 }
 
 TEST_F(GeneralApi, EveryThreadHasItsOwnTable) {
-    std::latch both_allocated(2);
+    // A plain rendezvous: std::latch of this C++ library can miss a wake-up
+    // where the system has no futex (mingw).
+    std::mutex lock;
+    std::condition_variable changed;
+    int allocated = 0;
+    auto both_allocated = [&] {
+        std::unique_lock<std::mutex> hold(lock);
+        ++allocated;
+        changed.notify_all();
+        changed.wait(hold, [&] { return allocated == 2; });
+    };
     int32_t seen[2] = {-1, -1};
     int32_t values[2] = {0, 0};
     auto work = [&](int i) {
         int32_t h = -1;
         api_allocate_handle(&h, 0);
         api_set_int_param(h, 1, 10 + i);
-        both_allocated.arrive_and_wait();
+        both_allocated();
         seen[i] = h;
         api_get_int_param(h, 1, &values[i]);
         api_free_handle(h);

@@ -214,7 +214,8 @@ VQ_API int api_create_handle_from_unique_id(const char *id, int32_t *handle);
 
 /* ---- The table's last error ------------------------------------------------------------ */
 
-/* Code / text of the last error this family recorded on the calling thread (0 / "" for none). */
+/* Code / text of the last error this family recorded on the calling thread (0 / "" for none);
+ * the text changes with the next error. */
 VQ_API uint32_t api_get_last_error_code(void);
 VQ_API const char *api_get_last_error_msg(void);
 /* System error number / text recorded with it (0 / "" for none). */
