@@ -19,5 +19,7 @@
 #include "vq_glob/gm.h"
 #include "vq_glob/gf.h"
 #include "vq_glob/gf_path.h"
+#include "vq_glob/rep_var.h"
+#include "vq_glob/slbn.h"
 
 #endif /* VQ_GLOB_H */
