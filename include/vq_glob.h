@@ -21,5 +21,6 @@
 #include "vq_glob/gf_path.h"
 #include "vq_glob/rep_var.h"
 #include "vq_glob/slbn.h"
+#include "vq_glob/conf.h"
 
 #endif /* VQ_GLOB_H */

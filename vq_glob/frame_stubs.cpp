@@ -21,12 +21,10 @@ constinit const Module kCliModule = empty_module<kSlotCli>("cli");
 constinit const Module kDirListModule = empty_module<kSlotDirList>("dir");
 constinit const Module kEnvModule = empty_module<kSlotEnv>("env");
 constinit const Module kCompressModule = empty_module<kSlotCompress>("compress");
-constinit const Module kConfigModule = empty_module<kSlotConfig>("conf");
 constinit const Module kSemaphoresModule = empty_module<kSlotSemaphores>("sem");
 constinit const Module kMulticastModule = empty_module<kSlotMulticast>("vq_mc");
 constinit const Module kMd5Module = empty_module<kSlotMd5>("md5");
 constinit const Module kRegistryModule = empty_module<kSlotRegistry>("reg");
 constinit const Module kNtEnvModule = empty_module<kSlotNtEnv>("ntenv");
-constinit const Module kConfWriterModule = empty_module<kSlotConfWriter>("conf_write");
 
 }  // namespace vq::frame

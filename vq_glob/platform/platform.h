@@ -132,3 +132,4 @@ bool plat_mktime(struct tm *local, int64_t *seconds);
 #include "platform/file.h"
 #include "platform/process.h"
 #include "platform/fs.h"
+#include "platform/conf_io.h"

@@ -1,0 +1,461 @@
+// Configuration handles: the text format's rules and errors, merging, file
+// round trips, lock and temporary files on success and failure, structural
+// edits with search contexts, and a handle shared by threads.
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "vq_glob/conf.h"
+#include "vq_glob/dbg.h"
+#include "vq_glob/err.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+class Conf : public ::testing::Test {
+protected:
+    void SetUp() override {
+        err_clear_error_stack();
+        ASSERT_EQ(conf_allocate_handle(&h_), 1);
+    }
+    void TearDown() override {
+        if (h_ != nullptr) {
+            EXPECT_EQ(conf_free_handle(&h_), 1);
+            EXPECT_EQ(h_, nullptr);
+        }
+        for (const std::string &p : created_) {
+            std::error_code ec;
+            fs::remove_all(p, ec);
+        }
+    }
+
+    std::string path(const std::string &name) {
+        std::string p = ::testing::TempDir() + "vq_conf_" + name;
+        created_.push_back(p);
+        created_.push_back(p + ".lock");
+        created_.push_back(p + ".temp");
+        return p;
+    }
+    std::string file_with(const std::string &name, const std::string &content) {
+        std::string p = path(name);
+        std::ofstream(p, std::ios::binary) << content;
+        return p;
+    }
+    static std::string read_all(const std::string &p) {
+        std::ifstream in(p, std::ios::binary);
+        std::stringstream s;
+        s << in.rdbuf();
+        return s.str();
+    }
+    // The handle's text as conf_write_buffer gives it.
+    std::string text() {
+        char *buffer = nullptr;
+        EXPECT_EQ(conf_write_buffer(h_, &buffer), 1);
+        std::string out = buffer != nullptr ? buffer : "";
+        conf_free_buffer(buffer);
+        return out;
+    }
+    static std::string without_cr(std::string s) {
+        std::erase(s, '\r');
+        return s;
+    }
+
+    void *h_ = nullptr;
+    std::vector<std::string> created_;
+};
+
+// ---- The format ----------------------------------------------------------------
+
+TEST_F(Conf, LinesAreTrimmedSplitAtTheFirstEqualsAndHeadersEndAtTheFirstBracket) {
+    const char *input =
+        "\n  \t\n"
+        "  [main] trailing text ]\r\n"
+        "\tname = value with = and [ \t \r\n"
+        "key==x\n"
+        "empty=\n"
+        "=nameless\n"
+        "\n"
+        "this line is ignored: no untyped field goes on after an empty line\n"
+        "[second]\n"
+        "a=1\n";
+    ASSERT_EQ(conf_read_buffer_to_handle(h_, input), 1) << err_get_error_msg();
+    EXPECT_EQ(text(),
+              "[main]\n"
+              "name = value with = and [\n"
+              "key==x\n"
+              "empty=\n"
+              "=nameless\n"
+              "[second]\n"
+              "a=1\n");
+}
+
+TEST_F(Conf, MultiLineBlocksKeepElementsUntilMarkerAndTagAndUntypedLinesContinue) {
+    const char *input =
+        "[s]\n"
+        "text=_ml_text_END\n"
+        "  first \n"
+        "\n"
+        "a=b\n"
+        "_ml_text_\n"
+        "_ml_text_END\n"
+        "ints=_ml_int_\n"
+        "12abc\n"
+        "-3\n"
+        "_ml_int_\n"
+        "bools=_ml_bool_t\n"
+        "true\n"
+        "False\n"
+        "_ml_bool_t\n"
+        "cont=one\n"
+        "two\n"
+        "three\n"
+        "next=plain\n"
+        "stop=x\n"
+        "\n"
+        "ignored\n";
+    ASSERT_EQ(conf_read_buffer_to_handle(h_, input), 1) << err_get_error_msg();
+    // The element "_ml_text_" would close a block with an empty tag, and
+    // "a=b" is an element, not a field.
+    EXPECT_EQ(text(),
+              "[s]\n"
+              "text=_ml_text_END\nfirst\n\na=b\n_ml_text_\n_ml_text_END\n"
+              "ints=_ml_int_\n12\n-3\n_ml_int_\n"
+              "bools=_ml_bool_t\nTRUE\nFALSE\n_ml_bool_t\n"
+              "cont=_ml_text_\none\ntwo\nthree\n_ml_text_\n"
+              "next=plain\n"
+              "stop=x\n");
+}
+
+TEST_F(Conf, WriterPicksATagNoElementCanClose) {
+    ASSERT_EQ(conf_read_buffer_to_handle(h_, "[s]\nf=_ml_text_\nx\n_ml_text_\n"), 1);
+    // Through a continuation the list gets an element equal to the bare marker.
+    ASSERT_EQ(conf_read_buffer_to_handle(h_, "[s]\nf=_ml_text_\n_ml_text__1\n_ml_text_\n"), 1);
+    std::string once = text();
+    void *again = nullptr;
+    ASSERT_EQ(conf_allocate_handle(&again), 1);
+    ASSERT_EQ(conf_read_buffer_to_handle(again, once.c_str()), 1) << once;
+    char *buffer = nullptr;
+    ASSERT_EQ(conf_write_buffer(again, &buffer), 1);
+    EXPECT_EQ(once, buffer);
+    EXPECT_NE(once.find("\n_ml_text__1\n"), std::string::npos) << once;
+    conf_free_buffer(buffer);
+    conf_free_handle(&again);
+}
+
+TEST_F(Conf, BufferEndsAtByteFFAndLongLinesReadWhole) {
+    std::string input = "[s]\nlong=" + std::string(20000, 'x') + "\nafter=1\n\xff[t]\nz=2\n";
+    ASSERT_EQ(conf_read_buffer_to_handle(h_, input.c_str()), 1);
+    EXPECT_EQ(text(), "[s]\nlong=" + std::string(20000, 'x') + "\nafter=1\n");
+    ASSERT_EQ(conf_read_buffer_to_handle(h_, ""), 1);
+    ASSERT_EQ(conf_read_buffer_to_handle(h_, "\n\n   \n"), 1);
+}
+
+TEST_F(Conf, LargeSectionReadsAndMerges) {
+    std::string input = "[big]\n";
+    for (int i = 0; i < 100000; ++i) {
+        input += "f" + std::to_string(i) + "=" + std::to_string(i) + "\n";
+    }
+    ASSERT_EQ(conf_read_buffer_to_handle(h_, input.c_str()), 1);
+    ASSERT_EQ(conf_read_buffer_to_handle(h_, input.c_str()), 1);
+    EXPECT_EQ(text(), input);
+}
+
+struct BadInput {
+    const char *input;
+    uint32_t code;
+    const char *text;
+};
+
+TEST_F(Conf, BadInputFailsWithItsCodeAndTextAndKeepsWhatWasRead) {
+    const BadInput cases[] = {
+        {"[ok]\na=1\n[abc\n", 0x8209, "bad section name: abc"},
+        {"\nstray=1\n[s]\n", 0x8209, "found an illegal line in file: stray=1"},
+        {"[ok]\nb=_ml_text_T\nx\n_ml_text_\n", 0x8209, "unique string wasn't found for field  b"},
+        {"[ok]\nc=_ml_bool_\nTRUE\nyes\n_ml_bool_\n", 0x820b, "failed to read field <c>."},
+    };
+    for (const BadInput &c : cases) {
+        void *h = nullptr;
+        ASSERT_EQ(conf_allocate_handle(&h), 1);
+        err_clear_error_stack();
+        EXPECT_EQ(conf_read_buffer_to_handle(h, c.input), 0) << c.input;
+        EXPECT_EQ(err_get_error_code(0), c.code) << c.input;
+        EXPECT_STREQ(err_get_error_text(0), c.text);
+        char *buffer = nullptr;
+        ASSERT_EQ(conf_write_buffer(h, &buffer), 1);
+        if (std::strncmp(c.input, "[ok]", 4) == 0) {
+            EXPECT_EQ(std::strncmp(buffer, "[ok]\n", 5), 0) << buffer;
+        }
+        conf_free_buffer(buffer);
+        conf_free_handle(&h);
+    }
+    EXPECT_EQ(err_get_error_code(1), 0x8207u);
+    EXPECT_STREQ(err_get_error_text(1), "illegal value: field <c>  value <yes>");
+}
+
+TEST_F(Conf, ArgumentsAreChecked) {
+    char *buffer = nullptr;
+    EXPECT_EQ(conf_read_buffer_to_handle(nullptr, "[a]"), 0);
+    EXPECT_EQ(err_get_error_code(0), 0x100Eu);
+    EXPECT_STREQ(err_get_error_text(0), "invalid function parameter (<conf_read_buffer_to_handle>/<handle>)");
+    EXPECT_EQ(conf_write_buffer(h_, nullptr), 0);
+    EXPECT_EQ(conf_write_buffer(nullptr, &buffer), 0);
+    EXPECT_EQ(conf_write(h_, nullptr), 0);  // nothing read or written yet: no name
+    EXPECT_EQ(conf_free_handle(nullptr), 0);
+}
+
+// ---- Files ------------------------------------------------------------------------
+
+TEST_F(Conf, FilesRoundTripAndMerge) {
+    std::string a =
+        file_with("merge_a", "[one]\nx=1\ny=_ml_int_\n1\n2\n_ml_int_\n[_cf_header_]\nversion=3\n");
+    std::string b = file_with("merge_b", "[two]\nz=3\n[one]\nx=changed\nw=new\n");
+    ASSERT_EQ(conf_read_file_to_handle(h_, a.c_str()), 1) << err_get_error_msg();
+    ASSERT_EQ(conf_read_file_to_handle(h_, b.c_str()), 1) << err_get_error_msg();
+    const std::string merged =
+        "[one]\nx=changed\ny=_ml_int_\n1\n2\n_ml_int_\nw=new\n[_cf_header_]\nversion=3\n[two]\nz=3\n";
+    EXPECT_EQ(text(), merged);
+
+    std::string out = path("merge_out");
+    ASSERT_EQ(conf_write(h_, out.c_str()), 1) << err_get_error_msg();
+    EXPECT_EQ(without_cr(read_all(out)), merged);
+    void *back = nullptr;
+    ASSERT_EQ(conf_allocate_handle(&back), 1);
+    ASSERT_EQ(conf_read_file_to_handle(back, out.c_str()), 1);
+    char *buffer = nullptr;
+    ASSERT_EQ(conf_write_buffer(back, &buffer), 1);
+    EXPECT_EQ(merged, buffer);
+    conf_free_buffer(buffer);
+    // Without a name the file last read is written.
+    ASSERT_EQ(conf_set_section(back, "added"), 1);
+    ASSERT_EQ(conf_write(back, nullptr), 1);
+    EXPECT_EQ(without_cr(read_all(out)), merged + "[added]\n");
+    conf_free_handle(&back);
+}
+
+TEST_F(Conf, EmptyMissingAndBlankFiles) {
+    std::string empty = file_with("empty", "");
+    EXPECT_EQ(conf_read_file_to_handle(h_, empty.c_str()), 0);
+    EXPECT_EQ(err_get_error_code(0), 0x8211u);
+    EXPECT_STREQ(err_get_error_text(0), "configuration files is empty or currupted.");
+
+    std::string missing = path("missing");
+    EXPECT_EQ(conf_read_file_to_handle(h_, missing.c_str()), 0);
+    EXPECT_EQ(err_get_error_code(0), 0x8202u);
+    EXPECT_EQ(std::string(err_get_error_text(0)), "error opening configuration file <" + missing + ">");
+
+    // A directory opens on POSIX and then fails to read; Windows refuses the open.
+    std::string dir = path("dir");
+    fs::create_directory(dir);
+    EXPECT_EQ(conf_read_file_to_handle(h_, dir.c_str()), 0);
+#if defined(_WIN32)
+    EXPECT_EQ(err_get_error_code(0), 0x8202u);
+#else
+    EXPECT_EQ(err_get_error_code(0), 0x8203u);
+    EXPECT_EQ(std::string(err_get_error_text(0)), "error reading configuration file <" + dir + ">");
+#endif
+
+    std::string blank = file_with("blank", "\n  \n\r\n");
+    EXPECT_EQ(conf_read_file_to_handle(h_, blank.c_str()), 1);
+    EXPECT_EQ(text(), "");
+}
+
+TEST_F(Conf, LockFileIsRemovedOnEveryPathAndWaitedFor) {
+    ASSERT_EQ(conf_set_lock_use_on_handle(h_, 1), 1);
+    std::string good = file_with("lock_good", "[s]\na=1\n");
+    std::string bad = file_with("lock_bad", "junk\n");
+    ASSERT_EQ(conf_read_file_to_handle(h_, good.c_str()), 1);
+    EXPECT_FALSE(fs::exists(good + ".lock"));
+    ASSERT_EQ(conf_read_file_to_handle(h_, bad.c_str()), 0);
+    EXPECT_FALSE(fs::exists(bad + ".lock"));
+    ASSERT_EQ(conf_read_file_to_handle(h_, path("lock_missing").c_str()), 0);
+    EXPECT_FALSE(fs::exists(path("lock_missing") + ".lock"));
+    ASSERT_EQ(conf_write(h_, good.c_str()), 1);
+    EXPECT_FALSE(fs::exists(good + ".lock"));
+    std::string unwritable = path("lock_dir");
+    fs::create_directory(unwritable);
+    ASSERT_EQ(conf_write(h_, unwritable.c_str()), 0);
+    EXPECT_EQ(err_get_error_code(0), 0x8204u);
+    EXPECT_FALSE(fs::exists(unwritable + ".lock"));
+
+    std::string nowhere = path("no_such_dir") + "/cfg";
+    ASSERT_EQ(conf_write(h_, nowhere.c_str()), 0);
+    EXPECT_EQ(err_get_error_code(0), 0x8209u);
+    EXPECT_EQ(std::string(err_get_error_text(0)), "failed to create lock file " + nowhere + ".lock");
+
+    // A lock held elsewhere is waited for.
+    std::ofstream(good + ".lock") << "";
+    std::thread holder([&] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(150));
+        EXPECT_EQ(conf_delete_lock_file(good.c_str()), 1);
+    });
+    ASSERT_EQ(conf_set_section(h_, "later"), 1);
+    EXPECT_EQ(conf_write(h_, good.c_str()), 1);
+    holder.join();
+    EXPECT_FALSE(fs::exists(good + ".lock"));
+    EXPECT_EQ(read_all(good).find("[later]") != std::string::npos, true);
+    EXPECT_EQ(conf_delete_lock_file(good.c_str()), 1);  // none left: still fine
+}
+
+TEST_F(Conf, FailedWriteThroughTempLeavesTheOriginal) {
+    std::string target = file_with("temp_target", "[orig]\nkeep=1\n");
+    ASSERT_EQ(conf_read_file_to_handle(h_, target.c_str()), 1);
+    ASSERT_EQ(conf_enable_write_with_temp(h_), 1);
+    ASSERT_EQ(conf_set_lock_use_on_handle(h_, 1), 1);
+    ASSERT_EQ(conf_set_section(h_, "new"), 1);
+    ASSERT_EQ(conf_write(h_, target.c_str()), 1);
+    EXPECT_EQ(without_cr(read_all(target)), "[orig]\nkeep=1\n[new]\n");
+    EXPECT_FALSE(fs::exists(target + ".temp"));
+    EXPECT_FALSE(fs::exists(target + ".lock"));
+
+    // A directory in the temporary file's place: the temporary cannot be made.
+    fs::create_directory(target + ".temp");
+    ASSERT_EQ(conf_set_section(h_, "lost"), 1);
+    EXPECT_EQ(conf_write(h_, target.c_str()), 0);
+    EXPECT_EQ(err_get_error_code(0), 0x8204u);
+    EXPECT_STREQ(err_get_error_text(0), "error writing configuration file");
+    EXPECT_EQ(without_cr(read_all(target)), "[orig]\nkeep=1\n[new]\n");
+    EXPECT_FALSE(fs::exists(target + ".lock"));
+}
+
+TEST_F(Conf, PosixWriteToAFullDeviceFails) {
+    if (!fs::exists("/dev/full")) {
+        GTEST_SKIP() << "no /dev/full on this platform";
+    }
+    ASSERT_EQ(conf_read_buffer_to_handle(h_, "[s]\na=1\n"), 1);
+    EXPECT_EQ(conf_write(h_, "/dev/full"), 0);
+    EXPECT_EQ(err_get_error_code(0), 0x8204u);
+}
+
+// ---- Structure and search -------------------------------------------------------
+
+std::string walk_sections(void *h) {
+    void *ctx = nullptr;
+    EXPECT_EQ(conf_init_section_search_context(h, &ctx), 1);
+    std::string seen;
+    char *name = nullptr;
+    while (conf_get_next_section(ctx, &name) == 1) {
+        seen += std::string(name) + ";";
+    }
+    EXPECT_EQ(conf_get_next_section(ctx, &name), 0);
+    conf_free_search_context(ctx);
+    return seen;
+}
+
+TEST_F(Conf, EditsAndSearchesKeepOrderAndSkipTheHeader) {
+    ASSERT_EQ(conf_read_buffer_to_handle(h_, "[_cf_header_]\nversion=2\n[a]\nx=1\ny=2\nz=3\n[b]\n"), 1);
+    ASSERT_EQ(conf_set_section(h_, "c"), 1);
+    ASSERT_EQ(conf_set_section(h_, "a"), 1);
+    EXPECT_EQ(walk_sections(h_), "a;b;c;");
+
+    ASSERT_EQ(conf_add_field_to_section(h_, "a", "w"), 1);
+    ASSERT_EQ(conf_add_field_to_section(h_, "a", "x"), 1);
+    ASSERT_EQ(conf_add_field_to_section(h_, "d", "f"), 1);
+    ASSERT_EQ(conf_remove_field(h_, "a", "y"), 1);
+    EXPECT_EQ(conf_remove_field(h_, "a", "y"), 0);
+    EXPECT_EQ(err_get_error_code(0), 0x820Fu);
+    ASSERT_EQ(conf_rename_section(h_, "b", "bb"), 1);
+    EXPECT_EQ(conf_rename_section(h_, "c", "a"), 0);
+    EXPECT_EQ(conf_rename_section(h_, "nope", "n"), 0);
+    EXPECT_EQ(err_get_error_code(0), 0x820Au);
+    EXPECT_STREQ(err_get_error_text(0), "did not find section <nope>.");
+    ASSERT_EQ(conf_remove_section(h_, "c"), 1);
+    EXPECT_EQ(conf_remove_section(h_, "c"), 0);
+    EXPECT_EQ(walk_sections(h_), "a;bb;d;");
+
+    void *ctx = nullptr;
+    ASSERT_EQ(conf_init_field_search_context(h_, "a", &ctx), 1);
+    std::string fields;
+    char *name = nullptr;
+    while (conf_get_next_field(ctx, &name) == 1) {
+        fields += std::string(name) + ";";
+    }
+    conf_free_search_context(ctx);
+    EXPECT_EQ(fields, "x;z;w;");
+    EXPECT_EQ(conf_init_field_search_context(h_, "gone", &ctx), 0);
+    EXPECT_EQ(err_get_error_code(0), 0x820Au);
+    // The renamed section is found by its new name only.
+    ASSERT_EQ(conf_read_buffer_to_handle(h_, "[bb]\nq=1\n[b]\n"), 1);
+    EXPECT_EQ(text(), "[_cf_header_]\nversion=2\n[a]\nx=1\nz=3\nw=\n[bb]\nq=1\n[d]\nf=\n[b]\n");
+
+    ASSERT_EQ(conf_clean_handle(h_), 1);
+    EXPECT_EQ(text(), "");
+}
+
+TEST_F(Conf, RenameAndCriticalSectionAreTraced) {
+    void *h = nullptr;
+    ASSERT_EQ(conf_allocate_handle_use_cs(&h), 1);
+    ASSERT_EQ(conf_set_section(h, "old"), 1);
+    std::FILE *out = std::tmpfile();
+    ASSERT_NE(out, nullptr);
+    dbg_set_debug_output(out);
+    dbg_add_debug_mask("CONFIG");
+    ASSERT_EQ(conf_rename_section(h, "old", "new"), 1);
+    dbg_add_debug_mask("NOCONFIG");
+    dbg_set_debug_output(nullptr);
+    std::rewind(out);
+    std::string trace;
+    char line[256];
+    while (std::fgets(line, sizeof line, out) != nullptr) {
+        trace += line;
+    }
+    std::fclose(out);
+    EXPECT_NE(trace.find("conf_rename_section()  (old) --> (new)\n"), std::string::npos) << trace;
+    EXPECT_NE(trace.find("conf: entering critical section on handle <"), std::string::npos) << trace;
+    EXPECT_NE(trace.find("conf: left critical section on handle <"), std::string::npos) << trace;
+    conf_free_handle(&h);
+}
+
+// ---- Threads ------------------------------------------------------------------------
+
+TEST_F(Conf, SharedHandleServesTwoThreads) {
+    void *h = nullptr;
+    ASSERT_EQ(conf_allocate_handle_use_cs(&h), 1);
+    constexpr int kRounds = 300;
+    std::atomic<int> failures{0};
+    // One thread merges text in while the other writes the handle out and
+    // walks it. (Nothing is removed: a walker copies names handed out by the
+    // handle, which a removal on another thread would free under it.)
+    std::thread reader([&] {
+        for (int i = 0; i < kRounds; ++i) {
+            std::string input = "[r" + std::to_string(i % 7) + "]\nf" + std::to_string(i) + "=v\n";
+            if (conf_read_buffer_to_handle(h, input.c_str()) != 1 || conf_set_section(h, "last") != 1) {
+                ++failures;
+            }
+        }
+    });
+    std::thread writer([&] {
+        for (int i = 0; i < kRounds; ++i) {
+            char *buffer = nullptr;
+            if (conf_write_buffer(h, &buffer) != 1) {
+                ++failures;
+            }
+            conf_free_buffer(buffer);
+            walk_sections(h);
+        }
+    });
+    reader.join();
+    writer.join();
+    EXPECT_EQ(failures.load(), 0);
+    std::string expected;
+    for (int r = 0; r < 7; ++r) {
+        expected += "r" + std::to_string(r) + ";";
+        if (r == 0) {
+            expected += "last;";
+        }
+    }
+    EXPECT_EQ(walk_sections(h), expected);
+    conf_free_handle(&h);
+}
+
+}  // namespace

@@ -1,0 +1,426 @@
+// Reading configuration text, from a file or from a memory buffer, into a
+// handle. Both come down to one parser over a region of text: a file is read
+// whole through the file layer first, a buffer is used where it lies (up to
+// its NUL or its 0xFF end byte).
+#include <cstdlib>
+#include <cstring>
+#include <new>
+#include <string>
+#include <string_view>
+
+#include "vq_config/conf_state.h"
+#include "vq_glob/gf.h"
+
+namespace vq::conf {
+namespace {
+
+constexpr size_t kFileChunk = 65536;
+
+bool is_blank(char c) { return c == ' ' || c == '\t'; }
+
+// Leading blanks and tabs go; trailing blanks, tabs, line feeds and carriage
+// returns go.
+std::string_view trim(std::string_view line) {
+    size_t first = 0;
+    while (first < line.size() && is_blank(line[first])) {
+        ++first;
+    }
+    size_t last = line.size();
+    while (last > first && (is_blank(line[last - 1]) || line[last - 1] == '\n' || line[last - 1] == '\r')) {
+        --last;
+    }
+    return line.substr(first, last - first);
+}
+
+bool equals_ignoring_case(std::string_view a, const char *b) {
+    size_t n = std::strlen(b);
+    if (a.size() != n) {
+        return false;
+    }
+    for (size_t i = 0; i < n; ++i) {
+        char x = a[i];
+        char y = b[i];
+        if (x >= 'a' && x <= 'z') {
+            x = static_cast<char>(x - 'a' + 'A');
+        }
+        if (y >= 'a' && y <= 'z') {
+            y = static_cast<char>(y - 'a' + 'A');
+        }
+        if (x != y) {
+            return false;
+        }
+    }
+    return true;
+}
+
+// atoi over a view that is not NUL-terminated: optional blanks and sign,
+// then digits; anything else ends the number; 0 for no digits. Wraps as a
+// 32-bit integer instead of overflowing.
+int32_t text_to_int(std::string_view text) {
+    size_t i = 0;
+    while (i < text.size() &&
+           (is_blank(text[i]) || text[i] == '\n' || text[i] == '\r' || text[i] == '\v' || text[i] == '\f')) {
+        ++i;
+    }
+    bool negative = false;
+    if (i < text.size() && (text[i] == '+' || text[i] == '-')) {
+        negative = text[i] == '-';
+        ++i;
+    }
+    uint32_t value = 0;
+    while (i < text.size() && text[i] >= '0' && text[i] <= '9') {
+        value = value * 10u + static_cast<uint32_t>(text[i] - '0');
+        ++i;
+    }
+    return static_cast<int32_t>(negative ? 0u - value : value);
+}
+
+// Walks the lines of a region of text. Each line passes through the handle's
+// line buffer, which starts at kLineFirst bytes and grows by kLineStep bytes
+// at a time, so that a line has no length limit. A NUL byte inside a line
+// ends it, as it would end any C string built from it.
+class LineReader {
+public:
+    LineReader(Handle &h, std::string_view text) : h_(h), text_(text) {}
+
+    // The next trimmed line; false at the end of the text.
+    bool next(std::string_view &line) {
+        if (pushed_back_) {
+            pushed_back_ = false;
+            line = last_;
+            return true;
+        }
+        if (pos_ >= text_.size()) {
+            return false;
+        }
+        size_t end = text_.find('\n', pos_);
+        size_t stop = end == std::string_view::npos ? text_.size() : end;
+        std::string_view raw = text_.substr(pos_, stop - pos_);
+        pos_ = end == std::string_view::npos ? text_.size() : end + 1;
+        size_t nul = raw.find('\0');
+        if (nul != std::string_view::npos) {
+            raw = raw.substr(0, nul);
+        }
+        if (h_.line.capacity() < kLineFirst) {
+            h_.line.reserve(kLineFirst);
+        }
+        if (raw.size() + 1 > h_.line.capacity()) {
+            size_t steps = (raw.size() + 1 - kLineFirst + kLineStep - 1) / kLineStep;
+            h_.line.reserve(kLineFirst + steps * kLineStep);
+        }
+        h_.line.assign(raw);
+        last_ = trim(h_.line);
+        line = last_;
+        return true;
+    }
+    // Gives the last line back, to be returned by the next call.
+    void push_back() { pushed_back_ = true; }
+
+private:
+    Handle &h_;
+    std::string_view text_;
+    size_t pos_ = 0;
+    std::string_view last_;
+    bool pushed_back_ = false;
+};
+
+int general(const char *what, std::string_view detail) {
+    std::string text(detail);
+    err_set_error(kErrGeneral, what, text.c_str());
+    return 0;
+}
+
+int bad_value(const Field &f, std::string_view value) {
+    std::string text(value);
+    err_set_error(kErrValue, f.name.c_str(), text.c_str());
+    err_add_error(kErrReadField, f.name.c_str());
+    return 0;
+}
+
+bool parse_bool(std::string_view value, int32_t &out) {
+    if (equals_ignoring_case(value, "TRUE")) {
+        out = 1;
+        return true;
+    }
+    if (equals_ignoring_case(value, "FALSE")) {
+        out = 0;
+        return true;
+    }
+    return false;
+}
+
+const char *marker_of(int32_t type) {
+    switch (type) {
+        case CONF_TYPE_ML_INT:
+            return kMarkerInt;
+        case CONF_TYPE_ML_BOOL:
+            return kMarkerBool;
+        default:
+            return kMarkerText;
+    }
+}
+
+// Reads the elements of a multi-line value up to the line marker + tag.
+int read_block(LineReader &reader, Field &f, std::string_view tag) {
+    std::string closing = std::string(marker_of(f.type)) + std::string(tag);
+    std::vector<std::string> lines;
+    std::vector<int32_t> numbers;
+    std::string_view line;
+    for (;;) {
+        if (!reader.next(line)) {
+            return general("unique string wasn't found for field ", f.name);
+        }
+        if (line == closing) {
+            break;
+        }
+        if (f.type == CONF_TYPE_ML_TEXT) {
+            lines.emplace_back(line);
+        } else if (f.type == CONF_TYPE_ML_INT) {
+            numbers.push_back(text_to_int(line));
+        } else {
+            int32_t flag = 0;
+            if (!parse_bool(line, flag)) {
+                return bad_value(f, line);
+            }
+            numbers.push_back(flag);
+        }
+    }
+    f.lines = std::move(lines);
+    f.numbers = std::move(numbers);
+    f.tag.assign(tag);
+    f.has_value = true;
+    return 1;
+}
+
+// A field of unknown type takes its type from its value: a multi-line marker
+// anywhere in it (integer, boolean, text, tested in that order; the tag is
+// what follows the marker), or continuation lines after it (lines that are
+// not empty, not headers and hold no "="), which make it multi-line text
+// beginning with the value. Otherwise it keeps its text, still untyped.
+int read_untyped(LineReader &reader, Field &f, std::string_view value) {
+    static constexpr int32_t kOrder[] = {CONF_TYPE_ML_INT, CONF_TYPE_ML_BOOL, CONF_TYPE_ML_TEXT};
+    for (int32_t type : kOrder) {
+        const char *marker = marker_of(type);
+        size_t at = value.find(marker);
+        if (at != std::string_view::npos) {
+            f.type = type;
+            f.text.clear();
+            return read_block(reader, f, value.substr(at + std::strlen(marker)));
+        }
+    }
+    std::string_view line;
+    bool continued = false;
+    std::vector<std::string> lines;
+    while (reader.next(line)) {
+        if (line.empty() || line.front() == '[' || line.find('=') != std::string_view::npos) {
+            reader.push_back();
+            break;
+        }
+        if (!continued) {
+            lines.emplace_back(value);
+            continued = true;
+        }
+        lines.emplace_back(line);
+    }
+    if (continued) {
+        f.type = CONF_TYPE_ML_TEXT;
+        f.text.clear();
+        f.lines = std::move(lines);
+        f.numbers.clear();
+        f.tag.clear();
+    } else {
+        f.text.assign(value);
+    }
+    f.has_value = true;
+    return 1;
+}
+
+int read_value(LineReader &reader, Field &f, std::string_view value) {
+    switch (f.type) {
+        case CONF_TYPE_UNKNOWN:
+            return read_untyped(reader, f, value);
+        case CONF_TYPE_STRING:
+        case CONF_TYPE_BIG_INT:
+            f.text = value.empty() ? f.default_text : std::string(value);
+            break;
+        case CONF_TYPE_INT:
+            f.number = value.empty() ? f.default_int : text_to_int(value);
+            break;
+        case CONF_TYPE_BOOL:
+            if (value.empty()) {
+                f.number = f.default_int;
+            } else if (!parse_bool(value, f.number)) {
+                return bad_value(f, value);
+            }
+            break;
+        default: {
+            std::string_view marker = marker_of(f.type);
+            if (value.substr(0, marker.size()) != marker) {
+                return bad_value(f, value);
+            }
+            return read_block(reader, f, value.substr(marker.size()));
+        }
+    }
+    f.has_value = true;
+    return 1;
+}
+
+// The header section gives the handle its version the first time it is read.
+void take_version(Handle &h, Section *s) {
+    if (s == nullptr || h.version_taken || s->name != kHeaderSection) {
+        return;
+    }
+    Field *f = s->fields.find(kVersionField);
+    if (f == nullptr) {
+        return;
+    }
+    h.version = f->type == CONF_TYPE_INT ? f->number : text_to_int(f->text);
+    h.version_taken = true;
+}
+
+int parse(Handle &h, std::string_view text) {
+    LineReader reader(h, text);
+    Section *section = nullptr;
+    std::string_view line;
+    while (reader.next(line)) {
+        if (line.empty()) {
+            continue;
+        }
+        if (line.front() == '[') {
+            size_t close = line.find(']');
+            if (close == std::string_view::npos) {
+                take_version(h, section);
+                return general("bad section name:", line.substr(1));
+            }
+            take_version(h, section);
+            section = &h.sections.find_or_append(line.substr(1, close - 1));
+            section->met = true;
+            continue;
+        }
+        if (section == nullptr) {
+            return general("found an illegal line in file:", line);
+        }
+        size_t eq = line.find('=');
+        if (eq == std::string_view::npos) {
+            continue;
+        }
+        Field &f = section->fields.find_or_append(line.substr(0, eq));
+        f.met = true;
+        // The value's view lives in the line buffer, which the next line
+        // replaces; keep a copy for parsers that read on.
+        std::string value(line.substr(eq + 1));
+        if (read_value(reader, f, value) == 0) {
+            take_version(h, section);
+            return 0;
+        }
+    }
+    take_version(h, section);
+    return 1;
+}
+
+int guarded_parse(Handle &h, std::string_view text, const char *function) {
+    try {
+        return parse(h, text);
+    } catch (const std::bad_alloc &) {
+        return raise_memory(function, __LINE__);
+    }
+}
+
+// Reads the whole file through the file layer into out. 0 with the file
+// layer's entries and 0x8202 / 0x8203 on the stack.
+int read_whole_file(const char *file_name, std::string &out) {
+    int32_t fh = -1;
+    if (gf_allocate_handle(&fh) == 0) {
+        return 0;
+    }
+    int status = 0;
+    if (gf_set_file_name(fh, file_name) == 0 || gf_set_file_open_flags(fh, GF_READ) == 0 ||
+        gf_open_file(fh) == 0) {
+        err_add_error(kErrOpen, file_name);
+    } else {
+        ConfigRecord *rec = ConfigFrame::get();
+        std::vector<char> local;
+        std::vector<char> &chunk = rec != nullptr ? rec->chunk : local;
+        chunk.resize(kFileChunk);
+        status = 1;
+        for (;;) {
+            int32_t got = 0;
+            if (gf_read_file(fh, chunk.data(), static_cast<int32_t>(chunk.size()), &got) == 0) {
+                err_add_error(kErrRead, file_name);
+                status = 0;
+                break;
+            }
+            if (got <= 0) {
+                break;
+            }
+            out.append(chunk.data(), static_cast<size_t>(got));
+        }
+        gf_close_file(fh);
+    }
+    gf_free_handle(fh);
+    return status;
+}
+
+int read_file(Handle &h, const char *file_name) {
+    std::string text;
+    int status = 0;
+    try {
+        status = read_whole_file(file_name, text);
+    } catch (const std::bad_alloc &) {
+        return raise_memory("conf_read_file_to_handle", __LINE__);
+    }
+    if (status == 0) {
+        return 0;
+    }
+    if (text.empty()) {
+        err_set_error(kErrEmpty);
+        return 0;
+    }
+    h.file_name = file_name;
+    return guarded_parse(h, text, "conf_read_file_to_handle");
+}
+
+}  // namespace
+}  // namespace vq::conf
+
+using namespace vq::conf;
+
+extern "C" {
+
+VQ_API int conf_read_file_to_handle(void *vh, const char *file_name) {
+    if (vh == nullptr || file_name == nullptr) {
+        return raise_params("conf_read_file_to_handle", vh == nullptr ? "handle" : "file_name");
+    }
+    Handle &h = *static_cast<Handle *>(vh);
+    Guard guard(&h, __LINE__);
+    vq::debug::trace_bit(kTraceBit, "conf_read_file_to_handle() - reading <%s>\n", file_name);
+    if (!h.lock_use) {
+        return read_file(h, file_name);
+    }
+    std::string lock = std::string(file_name) + ".lock";
+    vq::debug::trace_bit(kTraceBit, "read - lock file is <%s>\n", lock.c_str());
+    if (gf_lock_wait_file(lock.c_str(), kLockTimeoutMs) == 0) {
+        err_add_error(kErrGeneral, "failed in gf_lock_wait_file", lock.c_str());
+        return 0;
+    }
+    int status = read_file(h, file_name);
+    if (gf_unlock_file(lock.c_str()) == 0 && status != 0) {
+        return 0;
+    }
+    return status;
+}
+
+VQ_API int conf_read_buffer_to_handle(void *vh, const char *buffer) {
+    if (vh == nullptr || buffer == nullptr) {
+        return raise_params("conf_read_buffer_to_handle", vh == nullptr ? "handle" : "buffer");
+    }
+    Handle &h = *static_cast<Handle *>(vh);
+    Guard guard(&h, __LINE__);
+    size_t n = 0;
+    while (buffer[n] != '\0' && static_cast<unsigned char>(buffer[n]) != 0xFF) {
+        ++n;
+    }
+    return guarded_parse(h, std::string_view(buffer, n), "conf_read_buffer_to_handle");
+}
+
+}  // extern "C"

@@ -1,0 +1,258 @@
+// Writing a handle as configuration text: into a file (in place, or through
+// "<file>.temp" put in the file's place only after a complete write), or
+// into a buffer for the caller. The text is built whole in the thread's
+// writer record first, so that the file sees one write and a failure leaves
+// nothing half-formatted behind.
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <new>
+#include <string>
+
+#include "platform/conf_io.h"
+#include "vq_config/conf_state.h"
+#include "vq_glob/gf.h"
+
+namespace vq::conf {
+namespace {
+
+const char *marker_of(int32_t type) {
+    switch (type) {
+        case CONF_TYPE_ML_INT:
+            return kMarkerInt;
+        case CONF_TYPE_ML_BOOL:
+            return kMarkerBool;
+        default:
+            return kMarkerText;
+    }
+}
+
+// Whether an element, as the reader will see it (trimmed), would close the
+// block early.
+bool closes(const std::string &element, const std::string &closing) {
+    size_t first = element.find_first_not_of(" \t");
+    if (first == std::string::npos) {
+        return closing.empty();
+    }
+    size_t last = element.find_last_not_of(" \t\r\n");
+    return element.compare(first, last - first + 1, closing) == 0;
+}
+
+// The tag last read when it is safe, else the first of tag_1, tag_2, ...
+// that no element equals once the marker is put before it.
+std::string choose_tag(const Field &f, const std::string &marker) {
+    std::string tag = f.tag;
+    for (unsigned n = 1;; ++n) {
+        std::string closing = marker + tag;
+        bool clash = false;
+        for (const std::string &element : f.lines) {
+            if (closes(element, closing)) {
+                clash = true;
+                break;
+            }
+        }
+        if (!clash) {
+            return tag;
+        }
+        tag = f.tag + "_" + std::to_string(n);
+    }
+}
+
+void format_field(const Field &f, std::string &out, const char *eol) {
+    char number[16];
+    out += f.name;
+    out += '=';
+    switch (f.type) {
+        case CONF_TYPE_INT:
+            std::snprintf(number, sizeof number, "%d", static_cast<int>(f.number));
+            out += number;
+            break;
+        case CONF_TYPE_BOOL:
+            out += f.number != 0 ? "TRUE" : "FALSE";
+            break;
+        case CONF_TYPE_ML_TEXT:
+        case CONF_TYPE_ML_INT:
+        case CONF_TYPE_ML_BOOL: {
+            std::string marker = marker_of(f.type);
+            std::string tag = f.type == CONF_TYPE_ML_TEXT ? choose_tag(f, marker) : f.tag;
+            out += marker;
+            out += tag;
+            out += eol;
+            if (f.type == CONF_TYPE_ML_TEXT) {
+                for (const std::string &element : f.lines) {
+                    out += element;
+                    out += eol;
+                }
+            } else {
+                for (int32_t value : f.numbers) {
+                    if (f.type == CONF_TYPE_ML_INT) {
+                        std::snprintf(number, sizeof number, "%d", static_cast<int>(value));
+                        out += number;
+                    } else {
+                        out += value != 0 ? "TRUE" : "FALSE";
+                    }
+                    out += eol;
+                }
+            }
+            out += marker;
+            out += tag;
+            break;
+        }
+        default:
+            out += f.text;
+            break;
+    }
+    out += eol;
+}
+
+// Writes text to name through the file layer; 0 with its entries on the stack.
+int write_text(const char *name, std::string &text, bool sync) {
+    if (text.size() > static_cast<size_t>(INT32_MAX)) {
+        err_set_error(ERR_GEN_GENERAL, "configuration text too large");
+        return 0;
+    }
+    int32_t fh = -1;
+    if (gf_allocate_handle(&fh) == 0) {
+        return 0;
+    }
+    int status = gf_set_file_name(fh, name) != 0 && gf_set_file_open_flags(fh, GF_WRITE | GF_TRUNCATE) != 0 &&
+                 gf_create_file(fh) != 0 &&
+                 (text.empty() || gf_write_file(fh, text.data(), static_cast<int32_t>(text.size())) != 0) &&
+                 (!sync || gf_flush_file(fh) != 0);
+    if (gf_close_file(fh) == 0) {
+        status = 0;
+    }
+    gf_free_handle(fh);
+    return status;
+}
+
+int write_file(Handle &h, const std::string &name, std::string &text) {
+    if (!h.write_with_temp) {
+        if (write_text(name.c_str(), text, false) == 0) {
+            err_add_error(kErrWrite);
+            return 0;
+        }
+        return 1;
+    }
+    std::string temp = name + ".temp";
+    if (write_text(temp.c_str(), text, true) == 0) {
+        err_add_error(kErrWrite);
+        plat_file_remove(temp.c_str());
+        return 0;
+    }
+    int32_t error = plat_conf_replace_file(temp.c_str(), name.c_str());
+    if (error != 0) {
+        char message[512];
+        plat_file_error_text(PlatIo::native, error, message, sizeof message);
+        err_set_error(ERR_SYS_ERRMSG, message);
+        err_add_error(kErrWrite);
+        plat_file_remove(temp.c_str());
+        return 0;
+    }
+    return 1;
+}
+
+}  // namespace
+
+bool format_handle(Handle &h, std::string &out, bool crlf) {
+    const char *eol = crlf ? "\r\n" : "\n";
+    for (Section &s : h.sections) {
+        out += '[';
+        out += s.name;
+        out += ']';
+        out += eol;
+        for (Field &f : s.fields) {
+            format_field(f, out, eol);
+        }
+    }
+    return true;
+}
+
+}  // namespace vq::conf
+
+using namespace vq::conf;
+
+extern "C" {
+
+VQ_API int conf_write(void *vh, const char *file_name) {
+    if (vh == nullptr) {
+        return raise_params("conf_write", "handle");
+    }
+    Handle &h = *static_cast<Handle *>(vh);
+    Guard guard(&h, __LINE__);
+    std::string name;
+    try {
+        name = file_name != nullptr ? std::string(file_name) : h.file_name;
+    } catch (const std::bad_alloc &) {
+        return raise_memory("conf_write", __LINE__);
+    }
+    if (name.empty()) {
+        return raise_params("conf_write", "file_name");
+    }
+    WriterRecord *rec = WriterFrame::get();
+    std::string local;
+    std::string &text = rec != nullptr ? rec->text : local;
+    text.clear();
+    try {
+        // Files are written as the C runtime's text mode would write them.
+#if defined(_WIN32)
+        format_handle(h, text, true);
+#else
+        format_handle(h, text, false);
+#endif
+    } catch (const std::bad_alloc &) {
+        text = std::string();
+        return raise_memory("conf_write", __LINE__);
+    }
+    int status = 0;
+    if (!h.lock_use) {
+        status = write_file(h, name, text);
+    } else {
+        std::string lock = name + ".lock";
+        vq::debug::trace_bit(kTraceBit, "write - lock file is <%s>\n", lock.c_str());
+        if (gf_lock_wait_file(lock.c_str(), kLockTimeoutMs) == 0) {
+            err_add_error(kErrGeneral, "failed to create lock file", lock.c_str());
+        } else {
+            status = write_file(h, name, text);
+            if (gf_unlock_file(lock.c_str()) == 0 && status != 0) {
+                status = 0;
+            }
+        }
+    }
+    text.clear();
+    if (status != 0) {
+        try {
+            h.file_name = name;
+        } catch (const std::bad_alloc &) {
+            return raise_memory("conf_write", __LINE__);
+        }
+    }
+    return status;
+}
+
+VQ_API int conf_write_buffer(void *vh, char **buffer) {
+    if (vh == nullptr || buffer == nullptr) {
+        return raise_params("conf_write_buffer", vh == nullptr ? "handle" : "buffer");
+    }
+    Handle &h = *static_cast<Handle *>(vh);
+    Guard guard(&h, __LINE__);
+    std::string text;
+    try {
+        format_handle(h, text, false);
+    } catch (const std::bad_alloc &) {
+        vq::debug::trace_bit(kTraceBit, "Failed to realloc lv->text_buffer.\n");
+        return raise_memory("conf_write_buffer", __LINE__);
+    }
+    char *out = static_cast<char *>(std::malloc(text.size() + 1));
+    if (out == nullptr) {
+        vq::debug::trace_bit(kTraceBit, "Failed to realloc lv->text_buffer.\n");
+        return raise_memory("conf_write_buffer", __LINE__);
+    }
+    std::memcpy(out, text.c_str(), text.size() + 1);
+    *buffer = out;
+    return 1;
+}
+
+VQ_API void conf_free_buffer(char *buffer) { std::free(buffer); }
+
+}  // extern "C"
