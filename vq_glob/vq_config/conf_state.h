@@ -39,6 +39,15 @@ inline constexpr const char *kMarkerText = "_ml_text_";
 inline constexpr const char *kMarkerInt = "_ml_int_";
 inline constexpr const char *kMarkerBool = "_ml_bool_";
 
+// The marker that introduces a multi-line value of the given field type.
+inline const char *marker_of(int32_t type) {
+    switch (type) {
+        case CONF_TYPE_ML_INT: return kMarkerInt;
+        case CONF_TYPE_ML_BOOL: return kMarkerBool;
+        default: return kMarkerText;
+    }
+}
+
 // How long a read or a write waits for another holder of the lock file.
 inline constexpr int32_t kLockTimeoutMs = 60000;
 

@@ -149,17 +149,6 @@ bool parse_bool(std::string_view value, int32_t &out) {
     return false;
 }
 
-const char *marker_of(int32_t type) {
-    switch (type) {
-        case CONF_TYPE_ML_INT:
-            return kMarkerInt;
-        case CONF_TYPE_ML_BOOL:
-            return kMarkerBool;
-        default:
-            return kMarkerText;
-    }
-}
-
 // Reads the elements of a multi-line value up to the line marker + tag.
 int read_block(LineReader &reader, Field &f, std::string_view tag) {
     std::string closing = std::string(marker_of(f.type)) + std::string(tag);

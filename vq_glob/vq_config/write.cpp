@@ -16,17 +16,6 @@
 namespace vq::conf {
 namespace {
 
-const char *marker_of(int32_t type) {
-    switch (type) {
-        case CONF_TYPE_ML_INT:
-            return kMarkerInt;
-        case CONF_TYPE_ML_BOOL:
-            return kMarkerBool;
-        default:
-            return kMarkerText;
-    }
-}
-
 // Whether an element, as the reader will see it (trimmed), would close the
 // block early.
 bool closes(const std::string &element, const std::string &closing) {
