@@ -122,6 +122,16 @@ FilesRecord *state();
 // (also when the thread has no state).
 Entry *checked_entry(int32_t h);
 
+// Runs body(rec, entry) for a valid handle of the thread; 0 otherwise.
+template <typename Body>
+int with_entry(int32_t h, Body body) {
+    Entry *entry = checked_entry(h);
+    if (entry == nullptr) {
+        return 0;
+    }
+    return body(*state(), *entry);
+}
+
 // Records a failure: the thread's last status and system error, the handle's
 // when h is not -1, and copies of the error stack's text.
 void mark_error(FilesRecord &rec, int32_t h, uint32_t code, int32_t os_error);

@@ -232,16 +232,6 @@ using namespace vq::gf;
 
 namespace {
 
-// Runs body(rec, entry) for a valid handle; 0 otherwise.
-template <typename Body>
-int with_entry(int32_t h, Body body) {
-    Entry *entry = checked_entry(h);
-    if (entry == nullptr) {
-        return 0;
-    }
-    return body(*state(), *entry);
-}
-
 // Stores one value through an out-pointer of a valid handle.
 template <typename T, typename Get>
 int get_value(int32_t h, T *out, const char *function, Get get) {

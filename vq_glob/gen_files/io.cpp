@@ -359,15 +359,6 @@ using namespace vq::gf;
 
 namespace {
 
-template <typename Body>
-int with_entry(int32_t h, Body body) {
-    Entry *entry = checked_entry(h);
-    if (entry == nullptr) {
-        return 0;
-    }
-    return body(*state(), *entry);
-}
-
 }  // namespace
 
 extern "C" {
