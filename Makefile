@@ -14,7 +14,7 @@ setup:
 demo: setup
 	$(CMAKE) --preset default -DBUILD_TESTING=OFF -DVQ_GLOB_EXAMPLES=ON -B build/demo >/dev/null
 	$(CMAKE) --build build/demo -j2 --target vq_demo
-	./build/demo/bin/vq_demo
+	./build/demo/bin/vq_demo build/demo
 
 test: setup native-test mingw64-test mingw32-build
 

@@ -4,6 +4,10 @@
 // fixed point of read-then-write. (One round may change it: the first element
 // of a field continued over plain lines is the field's value, which may begin
 // with a blank, and the format trims every element line it reads.)
+//
+// The first input byte chooses whether the handles are bound to the
+// library's pack table first (odd) or read untyped (even); bound handles
+// are also read through every typed getter of the table's fields.
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
@@ -12,6 +16,7 @@
 
 #include "vq_glob/conf.h"
 #include "vq_glob/err.h"
+#include "vq_glob/slbn.h"
 
 namespace {
 
@@ -39,12 +44,54 @@ void walk(void *h) {
 
 std::string written(void *h);
 
-// Reads text into a new handle and writes it back; the read must succeed.
-std::string round_trip(const std::string &text) {
+void *new_handle(bool bound) {
     void *h = nullptr;
     if (conf_allocate_handle(&h) != 1) {
         std::abort();
     }
+    if (bound && conf_set_table(h, vq_get_pack_cf_table(), vq_get_pack_cf_keys_number()) != 1) {
+        std::abort();
+    }
+    return h;
+}
+
+// Every bound field answers its typed getter.
+void read_typed(void *h) {
+    const conf_table_row *table = vq_get_pack_cf_table();
+    for (int32_t i = 0; i < vq_get_pack_cf_keys_number(); ++i) {
+        int32_t c = table[i].constant;
+        int32_t number = 0;
+        int32_t *numbers = nullptr;
+        char *text = nullptr;
+        char **list = nullptr;
+        slbn *big = nullptr;
+        int ok = 1;
+        switch (table[i].type) {
+            case CONF_TYPE_STRING: ok = conf_get_string_field_by_const(h, c, &text); break;
+            case CONF_TYPE_INT: ok = conf_get_int_field_by_const(h, c, &number); break;
+            case CONF_TYPE_BOOL: ok = conf_get_bool_field_by_const(h, c, &number); break;
+            case CONF_TYPE_ML_INT: ok = conf_get_ml_int_field_by_const(h, c, &numbers, &number); break;
+            case CONF_TYPE_ML_TEXT:
+                ok = conf_get_ml_string_field_by_const(h, c, &list) && conf_get_ml_string_field_by_const_as_string(h, c, &text);
+                conf_free_buffer(text);
+                break;
+            case CONF_TYPE_BIG_INT:
+                ok = conf_get_big_int_field_by_const(h, c, &big);
+                slbn_free(big);
+                break;
+            default: break;
+        }
+        if (ok != 1) {
+            std::abort();
+        }
+    }
+}
+
+bool g_bound = false;
+
+// Reads text into a new handle and writes it back; the read must succeed.
+std::string round_trip(const std::string &text) {
+    void *h = new_handle(g_bound);
     if (conf_read_buffer_to_handle(h, text.c_str()) != 1) {
         std::abort();
     }
@@ -66,13 +113,17 @@ std::string written(void *h) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
-    std::string input(reinterpret_cast<const char *>(data), size);
-    void *h = nullptr;
-    if (conf_allocate_handle(&h) != 1) {
+    if (size == 0) {
         return 0;
     }
+    g_bound = (data[0] & 1) != 0;
+    std::string input(reinterpret_cast<const char *>(data + 1), size - 1);
+    void *h = new_handle(g_bound);
     int read = conf_read_buffer_to_handle(h, input.c_str());
     walk(h);
+    if (g_bound) {
+        read_typed(h);
+    }
     std::string first = written(h);
     std::string second = round_trip(first);
     if (read == 1 && round_trip(second) != second) {

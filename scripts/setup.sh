@@ -8,6 +8,7 @@ PACKAGES="
 cmake make g++ clang libclang-rt-14-dev lld
 libgtest-dev libgmock-dev googletest libbenchmark-dev
 libssl-dev libpam0g-dev zlib1g-dev pkg-config libmsgpack-dev
+libglib2.0-dev libinih-dev
 g++-mingw-w64-x86-64 g++-mingw-w64-i686 mingw-w64-tools
 wine64 binutils-mingw-w64-x86-64 binutils-mingw-w64-i686
 "

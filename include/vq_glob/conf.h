@@ -16,11 +16,12 @@
  * until their section or field is removed or renamed, by any thread. A handle
  * made by conf_allocate_handle_use_cs may be shared by threads: every call
  * holds its critical section; any other handle is used by one thread at a
- * time. */
+ * time. Typed access goes through a constant table bound to the handle. */
 #ifndef VQ_GLOB_CONF_H
 #define VQ_GLOB_CONF_H
 
 #include "vq_glob/export.h"
+#include "vq_glob/slbn.h"
 
 VQ_EXTERN_C_BEGIN
 
@@ -46,7 +47,10 @@ VQ_API int conf_allocate_handle_use_cs(void **handle);
 VQ_API int conf_clean_handle(void *h);
 /* Frees the handle with all it holds and sets *handle to NULL. */
 VQ_API int conf_free_handle(void **handle);
-/* Lock files "<file>.lock" around reads and writes: on (non-zero) or off (the default). */
+/* Lock files "<file>.lock" around reads and writes: on (non-zero) or off (the
+ * default). A lock file records no owner: one left by a process that died
+ * makes later reads and writes wait 60 s and fail until
+ * conf_delete_lock_file removes it. */
 VQ_API int conf_set_lock_use_on_handle(void *h, int32_t on);
 /* conf_write writes "<file>.temp" and then puts it in the file's place. */
 VQ_API int conf_enable_write_with_temp(void *h);
@@ -63,7 +67,13 @@ VQ_API int conf_read_file_to_handle(void *h, const char *file_name);
 /* The same from a NUL-terminated buffer, which also ends at a byte 0xFF. */
 VQ_API int conf_read_buffer_to_handle(void *h, const char *buffer);
 /* Writes the handle to file_name (NULL: the file last read or written), in
- * place or through "<file>.temp"; 0x8204 when the file cannot be written. */
+ * place or through "<file>.temp"; 0x8204 when the file cannot be written.
+ * Through the temporary file, a crash leaves either the old or the new
+ * configuration (and possibly a stale "<file>.temp", replaced by the next
+ * write). In place (the default) the file is truncated and rewritten from
+ * its start, so a process that dies during the write can leave it empty (the
+ * next read fails with 0x8211) or holding only the beginning of the new text,
+ * which reads as a configuration missing its last fields. */
 VQ_API int conf_write(void *h, const char *file_name);
 /* *buffer = the handle's text in a new buffer; free it with conf_free_buffer. */
 VQ_API int conf_write_buffer(void *h, char **buffer);
@@ -85,6 +95,255 @@ VQ_API int conf_remove_section(void *h, const char *section);
 VQ_API int conf_remove_field(void *h, const char *section, const char *field);
 /* Traces the section's fields, one "name=value" line each, on the CONFIG channel. */
 VQ_API int conf_dump_section(void *h, const char *section);
+
+/* ---- Constant tables ------------------------------------------------------------------ */
+
+/* One row of a constant table. A section row (type 0) names a section; the
+ * field rows below it, up to the next section row, name its fields. Types are
+ * the CONF_TYPE_ values 1-7. default_str is the default of string and big
+ * integer fields (NULL: empty); default_int that of integer and boolean
+ * fields (a boolean's default comes from default_int only). flags: see
+ * CONF_FLAG_; key: the field's (on a section row, the section's) encryption
+ * key, NULL for none. Constants are unique within a table. */
+typedef struct {
+    int32_t constant;
+    const char *name;
+    int32_t type;
+    const char *default_str;
+    int32_t default_int;
+    int32_t flags;
+    const char *key;
+} conf_table_row;
+
+#define CONF_TYPE_SECTION 0
+/* Row flags: set on the library's own rows (not consulted); the value is
+ * stored enciphered; reading / writing is denied while access checks are on. */
+#define CONF_FLAG_LIBRARY 0x1
+#define CONF_FLAG_ENCRYPTED 0x2
+#define CONF_FLAG_DENY_READ 0x4
+#define CONF_FLAG_DENY_WRITE 0x8
+
+/* Binds the handle to the table: section rows find or create their sections,
+ * field rows find or create their fields, which take the row's type, default,
+ * flags and key; a field read before binding is converted (integers as atoi,
+ * booleans "TRUE" in any case = 1 else 0, an empty value gives the default); a
+ * field without a value takes its default. The table must outlive the binding.
+ * rows < 1 only marks the handle bound. 0x8208 for a type outside 1-7, 0x100e
+ * for a field row before any section row (rows before the bad one stay bound). */
+VQ_API int conf_set_table(void *h, const conf_table_row *table, int32_t rows);
+/* *index = the table row holding constant (a linear search); 0x820d when none. */
+VQ_API int conf_get_field_index_by_const(const conf_table_row *table, int32_t rows, int32_t constant,
+                                         int32_t *index);
+/* *value = the address of the bound field's value, *type = its type: int32_t *
+ * for integers and booleans, char * for strings, char ** (NULL-terminated) for
+ * multi-line text, int32_t * (the elements) for multi-line integers and
+ * booleans, const slbn * for big integers. Handle-owned, valid until the
+ * field changes. 0x820d for an unknown constant, 0x100e for a field without a
+ * value. */
+VQ_API int conf_get_field_by_const(void *h, int32_t constant, void **value, int32_t *type);
+/* *type = the type / *name = the name (handle-owned) of the field bound to constant; 0x820d. */
+VQ_API int conf_get_field_type(void *h, int32_t constant, int32_t *type);
+VQ_API int conf_get_field_name(void *h, int32_t constant, char **name);
+/* on: look constants up through a hash table of size rows (> 0, else 0x100e)
+ * instead of walking the sections; off: drop it. Answers are the same. */
+VQ_API int conf_use_hash_table(void *h, int32_t on, int32_t size);
+/* on: reading skips the sections and fields the bound table does not name
+ * (a skipped multi-line value is skipped whole); writing leaves them out.
+ * Until a table is bound nothing is skipped. */
+VQ_API int conf_use_only_table_on_read(void *h, int32_t on);
+VQ_API int conf_use_only_table_on_write(void *h, int32_t on);
+/* on: typed reads of fields flagged CONF_FLAG_DENY_READ fail with 0x820b +
+ * 0x8213, typed writes of fields flagged CONF_FLAG_DENY_WRITE with 0x820c +
+ * 0x8213. conf_is_check_read_write_access: 1 when on, 0 when off or h NULL. */
+VQ_API int conf_use_check_read_write_access(void *h, int32_t on);
+VQ_API int conf_is_check_read_write_access(void *h);
+/* Writes into out_table (room for rows rows) the rows of table whose
+ * constants are in wanted_constants, each preceded once by its section row,
+ * in table order. Returns the number of rows written; 0 with 0x100e for a bad
+ * argument or 0x1001 when out of memory. */
+VQ_API int32_t conf_create_dynamic_table(const conf_table_row *table, int32_t rows, conf_table_row *out_table,
+                                         const int32_t *wanted_constants, int32_t wanted_count);
+/* Binds only the section rows of table (NULL: the table bound by
+ * conf_set_table) whose names begin with prefix, with their field rows,
+ * creating those sections; the handle's other bindings stay. */
+VQ_API int conf_set_sections_by_prefix(void *h, const conf_table_row *table, int32_t rows, const char *prefix);
+/* Compares the fields of table's field rows in h1 and h2: marks[i] (room for
+ * rows entries) = 1 when row i's values differ, else 0. Encrypted values are
+ * traced as placeholders only. 0x820f + 0x820d when a handle lacks a field,
+ * 0x8210 when the types differ (marks up to that row are set). */
+VQ_API int conf_get_deferent_fields(void *h1, void *h2, const conf_table_row *table, int32_t rows,
+                                    int32_t *marks);
+
+/* ---- Copies between handles ------------------------------------------------------------- */
+
+/* Copies every field of table's field rows from src to dst by constant, each
+ * under the handles' critical sections in turn (never both held at once).
+ * Stops at the first failure, whose errors stay on the stack. */
+VQ_API int conf_copy_handle_by_table(void *src, void *dst, const conf_table_row *table, int32_t rows);
+/* The same for the fields whose constants are listed (through
+ * conf_create_dynamic_table). */
+VQ_API int conf_copy_handle_by_table_by_fields(void *src, void *dst, const conf_table_row *table, int32_t rows,
+                                               const int32_t *constants, int32_t count);
+
+/* A conversion table pairs the constants of one table (constant) with those
+ * of another (converted); entry i holds the constant i + offset of the first
+ * table. An entry whose converted is CONF_NO_CONVERSION is empty: nothing is
+ * copied and the destination keeps its value. */
+typedef struct {
+    int32_t constant;
+    int32_t converted;
+} conf_conversion_row;
+#define CONF_NO_CONVERSION (-1)
+
+/* Copies between handles of two tables through a conversion table. Forward
+ * (revert 0): src holds table's fields; for each field row, entry
+ * (constant - offset) gives the dst constant. Revert (non-zero): dst holds
+ * table's fields; every entry copies src's converted to dst's constant, and
+ * offset is not used. Errors: 0x8206 with "Unsynchronized conversion tables."
+ * (an entry's constant is not the expected one), "internal: a corrupted
+ * conversion table." or "... - param: offset."; a failed copy adds the field
+ * name and 0x8212 with both constants. */
+VQ_API int conf_copy_handle_consts_table_by_conversion_table(void *src, void *dst, const conf_table_row *table,
+                                                             int32_t rows, const conf_conversion_row *conversion,
+                                                             int32_t conversion_rows, int32_t offset,
+                                                             int32_t revert);
+
+/* ---- Typed fields ------------------------------------------------------------------------ */
+
+/* Three ways to address a field: plain (section name, field name), _by_section
+ * (section name, constant in it), _by_const (constant anywhere). Errors:
+ * 0x820a no such section, 0x820f / 0x820e / 0x820d no such field, 0x8208 the
+ * field has another type, access denial as above; a failed get leaves its
+ * output untouched. An untyped field takes the requested type on first use.
+ * Getters of strings and lists hand out handle-owned data, valid until the
+ * field changes; setters copy what they are given and mark the field changed. */
+
+VQ_API int conf_get_int_field(void *h, const char *section, const char *field, int32_t *value);
+VQ_API int conf_get_int_field_by_section(void *h, const char *section, int32_t constant, int32_t *value);
+VQ_API int conf_get_int_field_by_const(void *h, int32_t constant, int32_t *value);
+VQ_API int conf_set_int_field(void *h, const char *section, const char *field, int32_t value);
+VQ_API int conf_set_int_field_by_section(void *h, const char *section, int32_t constant, int32_t value);
+VQ_API int conf_set_int_field_by_const(void *h, int32_t constant, int32_t value);
+
+/* Booleans are 1 (TRUE) or 0 (FALSE); a setter stores any non-zero as 1. */
+VQ_API int conf_get_bool_field(void *h, const char *section, const char *field, int32_t *value);
+VQ_API int conf_get_bool_field_by_section(void *h, const char *section, int32_t constant, int32_t *value);
+VQ_API int conf_get_bool_field_by_const(void *h, int32_t constant, int32_t *value);
+VQ_API int conf_set_bool_field(void *h, const char *section, const char *field, int32_t value);
+VQ_API int conf_set_bool_field_by_section(void *h, const char *section, int32_t constant, int32_t value);
+VQ_API int conf_set_bool_field_by_const(void *h, int32_t constant, int32_t value);
+
+/* *value = the handle-owned text. */
+VQ_API int conf_get_string_field(void *h, const char *section, const char *field, char **value);
+VQ_API int conf_get_string_field_by_section(void *h, const char *section, int32_t constant, char **value);
+VQ_API int conf_get_string_field_by_const(void *h, int32_t constant, char **value);
+VQ_API int conf_set_string_field(void *h, const char *section, const char *field, const char *value);
+VQ_API int conf_set_string_field_by_section(void *h, const char *section, int32_t constant, const char *value);
+VQ_API int conf_set_string_field_by_const(void *h, int32_t constant, const char *value);
+
+/* *value = a new copy of the number, which the caller frees with slbn_free;
+ * setters copy value. */
+VQ_API int conf_get_big_int_field(void *h, const char *section, const char *field, slbn **value);
+VQ_API int conf_get_big_int_field_by_section(void *h, const char *section, int32_t constant, slbn **value);
+VQ_API int conf_get_big_int_field_by_const(void *h, int32_t constant, slbn **value);
+VQ_API int conf_set_big_int_field(void *h, const char *section, const char *field, const slbn *value);
+VQ_API int conf_set_big_int_field_by_section(void *h, const char *section, int32_t constant, const slbn *value);
+VQ_API int conf_set_big_int_field_by_const(void *h, int32_t constant, const slbn *value);
+
+/* *values = the handle-owned elements (NULL when *count is 0), *count = their
+ * number; setters copy count elements (values may be NULL when count is 0).
+ * Multi-line booleans store any non-zero element as 1. */
+VQ_API int conf_get_ml_int_field(void *h, const char *section, const char *field, int32_t **values, int32_t *count);
+VQ_API int conf_get_ml_int_field_by_section(void *h, const char *section, int32_t constant, int32_t **values,
+                                            int32_t *count);
+VQ_API int conf_get_ml_int_field_by_const(void *h, int32_t constant, int32_t **values, int32_t *count);
+VQ_API int conf_set_ml_int_field(void *h, const char *section, const char *field, const int32_t *values,
+                                 int32_t count);
+VQ_API int conf_set_ml_int_field_by_section(void *h, const char *section, int32_t constant, const int32_t *values,
+                                            int32_t count);
+VQ_API int conf_set_ml_int_field_by_const(void *h, int32_t constant, const int32_t *values, int32_t count);
+VQ_API int conf_get_ml_bool_field(void *h, const char *section, const char *field, int32_t **values, int32_t *count);
+VQ_API int conf_get_ml_bool_field_by_section(void *h, const char *section, int32_t constant, int32_t **values,
+                                             int32_t *count);
+VQ_API int conf_get_ml_bool_field_by_const(void *h, int32_t constant, int32_t **values, int32_t *count);
+VQ_API int conf_set_ml_bool_field(void *h, const char *section, const char *field, const int32_t *values,
+                                  int32_t count);
+VQ_API int conf_set_ml_bool_field_by_section(void *h, const char *section, int32_t constant, const int32_t *values,
+                                             int32_t count);
+VQ_API int conf_set_ml_bool_field_by_const(void *h, int32_t constant, const int32_t *values, int32_t count);
+
+/* *list = the handle-owned NULL-terminated list (do not free or change it);
+ * setters copy list (NULL: empty). */
+VQ_API int conf_get_ml_string_field(void *h, const char *section, const char *field, char ***list);
+VQ_API int conf_get_ml_string_field_by_section(void *h, const char *section, int32_t constant, char ***list);
+VQ_API int conf_get_ml_string_field_by_const(void *h, int32_t constant, char ***list);
+VQ_API int conf_set_ml_string_field(void *h, const char *section, const char *field, char **list);
+VQ_API int conf_set_ml_string_field_by_section(void *h, const char *section, int32_t constant, char **list);
+VQ_API int conf_set_ml_string_field_by_const(void *h, int32_t constant, char **list);
+/* *value = the elements joined by "," (or by sep) in a new text the caller
+ * frees with conf_free_buffer. */
+VQ_API int conf_get_ml_string_field_as_string(void *h, const char *section, const char *field, char **value);
+VQ_API int conf_get_ml_string_field_by_section_as_string(void *h, const char *section, int32_t constant,
+                                                          char **value);
+VQ_API int conf_get_ml_string_field_by_const_as_string(void *h, int32_t constant, char **value);
+VQ_API int conf_get_ml_string_field_by_section_as_string_with_sep(void *h, const char *section, int32_t constant,
+                                                                   char **value, const char *sep);
+VQ_API int conf_get_ml_string_field_by_const_as_string_with_sep(void *h, int32_t constant, char **value,
+                                                                 const char *sep);
+/* Sets the list split from text at every "," (or sep), elements trimmed of
+ * blanks and tabs; an empty text gives an empty list. */
+VQ_API int conf_set_ml_string_field_by_const_as_string(void *h, int32_t constant, const char *text);
+VQ_API int conf_set_ml_string_field_by_section_as_string(void *h, const char *section, int32_t constant,
+                                                         const char *text);
+VQ_API int conf_set_ml_string_field_by_const_as_string_by_separator(void *h, int32_t constant, const char *text,
+                                                                    const char *sep);
+VQ_API int conf_set_ml_string_field_by_section_as_string_with_sep(void *h, const char *section, int32_t constant,
+                                                                  const char *text, const char *sep);
+
+/* Copy one field by constant from src to dst (the same constant in both):
+ * a typed get on src (read access checked) then a typed set on dst (write
+ * access checked), each under its own handle's critical section. */
+VQ_API int conf_copy_int_field_by_const(void *src, void *dst, int32_t constant);
+VQ_API int conf_copy_bool_field_by_const(void *src, void *dst, int32_t constant);
+VQ_API int conf_copy_string_field_by_const(void *src, void *dst, int32_t constant);
+VQ_API int conf_copy_big_int_field_by_const(void *src, void *dst, int32_t constant);
+VQ_API int conf_copy_ml_int_field_by_const(void *src, void *dst, int32_t constant);
+VQ_API int conf_copy_ml_bool_field_by_const(void *src, void *dst, int32_t constant);
+VQ_API int conf_copy_ml_string_field_by_const(void *src, void *dst, int32_t constant);
+
+/* ---- The library's own tables ------------------------------------------------------------ */
+
+/* The settings of packed file lists ("Pack Params", "Processing Params") and
+ * of kill lists ("Kill List Params"), and their row counts (19 and 2). */
+VQ_API const conf_table_row *vq_get_pack_cf_table(void);
+VQ_API int32_t vq_get_pack_cf_keys_number(void);
+VQ_API const conf_table_row *vq_get_kill_list_cf_table(void);
+VQ_API int32_t vq_get_kill_list_cf_keys_number(void);
+
+/* ---- XML output and encrypted fields ------------------------------------------------------- */
+
+/* conf_write and conf_write_buffer write XML instead of text: on (non-zero)
+ * or off (the default). XML is an output format only. */
+VQ_API int conf_set_use_write_to_XML(void *h, int32_t on);
+/* 1 when the handle writes XML; 0 when it writes text (or h is NULL). */
+VQ_API int conf_is_write_to_XML(void *h);
+/* Whether XML output begins with the XML declaration and the producer
+ * comments: on (non-zero, the default) or off. */
+VQ_API int conf_set_write_XML_header(void *h, int32_t on);
+/* Names the root element (default "Configuration_XML_Root"); the name is
+ * made a legal tag name when written. 0x100e for a NULL or empty name. */
+VQ_API int conf_set_XML_root(void *h, const char *root_name);
+/* *out = plain enciphered under key (NULL: the built-in key) as printable
+ * text, in a new buffer freed with conf_free_buffer; 0x8205 when it fails
+ * (libcrypto cannot be loaded included). */
+VQ_API int conf_encrypt_string(const char *key, const char *plain, char **out);
+/* The reverse of conf_encrypt_string; 0x8205 under a wrong key or for text
+ * that is no such cipher. */
+VQ_API int conf_decrypt_string(const char *key, const char *text, char **out);
+/* 1 when the DES routines of the system's libcrypto are at hand (the first
+ * call loads them); 0 when encryption can only fail. Nothing goes on the
+ * error stack. */
+VQ_API int conf_is_encryption_available(void);
 
 /* ---- Search contexts --------------------------------------------------------------------- */
 

@@ -4,11 +4,13 @@
 #pragma once
 
 #include <cstdint>
+#include <cstdlib>
 #include <list>
 #include <new>
 #include <string>
 #include <string_view>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 #include "internal/frame.h"
@@ -16,6 +18,7 @@
 #include "platform/platform.h"
 #include "vq_glob/conf.h"
 #include "vq_glob/err.h"
+#include "vq_glob/slbn.h"
 
 namespace vq::conf {
 
@@ -25,13 +28,26 @@ inline constexpr int kTraceBit = debug::kChannelConfig;
 inline constexpr uint32_t kErrOpen = 0x8202;
 inline constexpr uint32_t kErrRead = 0x8203;
 inline constexpr uint32_t kErrWrite = 0x8204;
+inline constexpr uint32_t kErrConvTable = 0x8206;
 inline constexpr uint32_t kErrValue = 0x8207;
+inline constexpr uint32_t kErrType = 0x8208;
 inline constexpr uint32_t kErrGeneral = 0x8209;
 inline constexpr uint32_t kErrSection = 0x820a;
 inline constexpr uint32_t kErrReadField = 0x820b;
 inline constexpr uint32_t kErrWriteField = 0x820c;
+inline constexpr uint32_t kErrFieldByConst = 0x820d;
+inline constexpr uint32_t kErrFieldBySection = 0x820e;
 inline constexpr uint32_t kErrFieldByName = 0x820f;
+inline constexpr uint32_t kErrCompare = 0x8210;
 inline constexpr uint32_t kErrEmpty = 0x8211;
+inline constexpr uint32_t kErrCopyConst = 0x8212;
+inline constexpr uint32_t kErrAccess = 0x8213;
+
+// Table row flags: the value is stored enciphered; reading / writing is
+// denied while access checking is on.
+inline constexpr int32_t kFlagEncrypted = 0x2;
+inline constexpr int32_t kFlagDenyRead = 0x4;
+inline constexpr int32_t kFlagDenyWrite = 0x8;
 
 inline constexpr const char *kHeaderSection = CONF_HEADER_SECTION;
 inline constexpr const char *kVersionField = "version";
@@ -48,6 +64,10 @@ inline const char *marker_of(int32_t type) {
     }
 }
 
+inline bool is_multi_line(int32_t type) {
+    return type == CONF_TYPE_ML_TEXT || type == CONF_TYPE_ML_INT || type == CONF_TYPE_ML_BOOL;
+}
+
 // How long a read or a write waits for another holder of the lock file.
 inline constexpr int32_t kLockTimeoutMs = 60000;
 
@@ -55,20 +75,107 @@ inline constexpr int32_t kLockTimeoutMs = 60000;
 inline constexpr size_t kLineFirst = 8804;
 inline constexpr size_t kLineStep = 8800;
 
+// Owns a big number. Null stands for zero, so that a field that never held
+// a big number allocates nothing.
+class BigNumber {
+public:
+    BigNumber() = default;
+    explicit BigNumber(slbn *number) : p_(number) {}
+    ~BigNumber() { slbn_free(p_); }
+    BigNumber(BigNumber &&other) noexcept : p_(std::exchange(other.p_, nullptr)) {}
+    BigNumber &operator=(BigNumber &&other) noexcept {
+        if (this != &other) {
+            slbn_free(p_);
+            p_ = std::exchange(other.p_, nullptr);
+        }
+        return *this;
+    }
+    BigNumber(const BigNumber &) = delete;
+    BigNumber &operator=(const BigNumber &) = delete;
+
+    const slbn *get() const { return p_; }
+    // A new number equal to this one (zero for null); throws bad_alloc.
+    slbn *copy_out() const {
+        slbn *copy = p_ != nullptr ? slbn_copy(p_) : slbn_new();
+        if (copy == nullptr) {
+            throw std::bad_alloc();
+        }
+        return copy;
+    }
+    BigNumber clone() const { return BigNumber(p_ != nullptr ? copy_out() : nullptr); }
+    // The decimal text, "0" for null; throws bad_alloc.
+    std::string text() const {
+        if (p_ == nullptr) {
+            return "0";
+        }
+        char *raw = slbn_to_string(p_);
+        if (raw == nullptr) {
+            throw std::bad_alloc();
+        }
+        std::string out(raw);
+        std::free(raw);
+        return out;
+    }
+
+private:
+    slbn *p_ = nullptr;
+};
+
+// Whether text is a decimal number as the big numbers read it: an optional
+// sign and one or more digits, nothing else.
+inline bool is_decimal(std::string_view text) {
+    size_t i = !text.empty() && (text[0] == '+' || text[0] == '-') ? 1 : 0;
+    if (i == text.size()) {
+        return false;
+    }
+    for (; i < text.size(); ++i) {
+        if (text[i] < '0' || text[i] > '9') {
+            return false;
+        }
+    }
+    return true;
+}
+
+// out = the number text holds; false (out unchanged) when it is no decimal
+// number. An empty text is zero. Throws bad_alloc.
+inline bool parse_big(std::string_view text, BigNumber &out) {
+    if (text.empty()) {
+        out = BigNumber();
+        return true;
+    }
+    if (!is_decimal(text)) {
+        return false;
+    }
+    std::string copy(text);
+    slbn *number = slbn_from_string(copy.c_str());
+    if (number == nullptr) {
+        throw std::bad_alloc();
+    }
+    out = BigNumber(number);
+    return true;
+}
+
 struct Field {
     std::string name;
     int32_t type = CONF_TYPE_UNKNOWN;
     std::string default_text;
     int32_t default_int = 0;
-    std::string text;                // string, big integer and untyped values
+    std::string text;                // string and untyped values
     int32_t number = 0;              // integer and boolean values
     std::vector<std::string> lines;  // multi-line text
     std::vector<int32_t> numbers;    // multi-line integer and boolean
+    BigNumber big;                   // big integer values
     std::string tag;                 // the multi-line end tag last read
-    int32_t constant = 0;
+    int32_t constant = 0;            // meaningful while in_table
+    bool in_table = false;           // named by the bound table
+    int32_t flags = 0;               // the table row's flags (kFlagEncrypted, ...)
     std::string key;
     bool met = false;
     bool has_value = false;
+    bool changed = false;  // set by a setter
+    // The NULL-terminated list of multi-line text handed to callers, pointing
+    // into lines; rebuilt by every getter.
+    std::vector<char *> view;
 };
 
 // A list in order with an index by name beside it, so that lookups cost the
@@ -141,6 +248,36 @@ struct Section {
     NamedList<Field> fields;
     std::string key;
     bool met = false;
+    int32_t constant = 0;  // meaningful while in_table
+    bool in_table = false;
+    // The range of the constants of the section's bound fields, searched
+    // first by a lookup by constant (empty while low > high).
+    int32_t low = 1;
+    int32_t high = 0;
+};
+
+// A bound field as the hash index finds it.
+struct FieldRef {
+    Section *section;
+    Field *field;
+};
+
+// The optional hash index over the bound fields' constants (keys are the
+// constants in decimal). It is rebuilt on the first lookup after the
+// handle's shape changed (a binding or a removal), since its entries point
+// at fields.
+struct HashIndex {
+    void *table = nullptr;
+    int32_t size = 0;
+    uint64_t shape = 0;  // the handle's shape when built
+    bool built = false;
+    std::vector<FieldRef> refs;
+
+    HashIndex() = default;
+    HashIndex(const HashIndex &) = delete;
+    HashIndex &operator=(const HashIndex &) = delete;
+    ~HashIndex() { drop(); }
+    void drop();
 };
 
 struct Handle {
@@ -151,11 +288,24 @@ struct Handle {
     bool key_set = false;
     bool lock_use = false;
     bool write_with_temp = false;
+    bool write_xml = false;
+    bool xml_header = true;
+    std::string xml_root = "Configuration_XML_Root";
     bool version_taken = false;
     int32_t version = 0;
     // Counts removals of sections and fields, so that a search context can
     // tell that the element it stood on may be gone and end its walk.
     uint64_t removals = 0;
+    // Counts bindings; with removals it tells the hash index to rebuild.
+    uint64_t bindings = 0;
+    const conf_table_row *table = nullptr;
+    int32_t table_rows = 0;
+    bool bound = false;
+    bool only_table_on_read = false;
+    bool only_table_on_write = false;
+    bool check_access = false;
+    bool changed = false;  // set by a setter, cleared by a complete write
+    HashIndex index;
     bool use_cs = false;
     PlatLock cs{};
 };
@@ -212,6 +362,81 @@ inline int missing_section(const char *name) {
     return 0;
 }
 
+// ---- Typed access shared by the sources ----
+
+// atoi over a view that need not be NUL-terminated: optional white space
+// and sign, then digits; anything else ends the number; 0 for no digits.
+// Wraps as a 32-bit integer instead of overflowing.
+inline int32_t text_to_int(std::string_view text) {
+    size_t i = 0;
+    while (i < text.size() && (text[i] == ' ' || text[i] == '\t' || text[i] == '\n' || text[i] == '\r' ||
+                               text[i] == '\v' || text[i] == '\f')) {
+        ++i;
+    }
+    bool negative = false;
+    if (i < text.size() && (text[i] == '+' || text[i] == '-')) {
+        negative = text[i] == '-';
+        ++i;
+    }
+    uint32_t value = 0;
+    while (i < text.size() && text[i] >= '0' && text[i] <= '9') {
+        value = value * 10u + static_cast<uint32_t>(text[i] - '0');
+        ++i;
+    }
+    return static_cast<int32_t>(negative ? 0u - value : value);
+}
+
+// Whether a equals b ignoring the case of ASCII letters.
+inline bool equals_ignoring_case(std::string_view a, std::string_view b) {
+    if (a.size() != b.size()) {
+        return false;
+    }
+    for (size_t i = 0; i < a.size(); ++i) {
+        char x = a[i] >= 'a' && a[i] <= 'z' ? static_cast<char>(a[i] - 'a' + 'A') : a[i];
+        char y = b[i] >= 'a' && b[i] <= 'z' ? static_cast<char>(b[i] - 'a' + 'A') : b[i];
+        if (x != y) {
+            return false;
+        }
+    }
+    return true;
+}
+
+// The name of a field type in messages ("integer", ...).
+const char *type_name(int32_t type);
+// The bound field with the constant, searching first the sections whose
+// range holds it (or through the hash index); null when none. *section
+// receives its section.
+Field *find_by_const(Handle &h, int32_t constant, Section **section);
+// Gives f the type, converting its value as a binding does: integers by
+// atoi, booleans "TRUE" in any case = 1 else 0, an empty text the default.
+void retype(Field &f, int32_t type);
+// The NULL-terminated list of a multi-line text field's elements, pointing
+// into the field (rebuilt on every call).
+char **list_view(Field &f);
+// The value to put in the messages about a field: its name, or the
+// constant in decimal when the name is empty.
+std::string field_label(const Field &f);
+
+// Writes into out_table the rows of table whose constants are wanted, each
+// preceded once by its section row; written = their number. 0 with 0x1001.
+int build_dynamic_table(const conf_table_row *table, int32_t rows, conf_table_row *out_table,
+                        const int32_t *wanted_constants, int32_t wanted_count, int32_t &written);
+
+// A field's value taken out of a handle, for copies and comparisons.
+struct Value {
+    int32_t type = CONF_TYPE_UNKNOWN;
+    int32_t number = 0;
+    std::string text;
+    std::vector<std::string> lines;
+    std::vector<int32_t> numbers;
+    BigNumber big;
+};
+// A typed get of the field bound to constant into out (typed.cpp), with the
+// checks of every typed get.
+int get_value_by_const(void *h, const char *function, int32_t constant, int32_t type, Value &out);
+// A typed set of the field bound to constant from in (of in.type).
+int set_value_by_const(void *h, const char *function, int32_t constant, const Value &in);
+
 // The per-thread records: the reader keeps its file chunk buffer, the writer
 // the text it builds, so that a thread reusing the module reuses the memory.
 struct ConfigRecord {
@@ -226,5 +451,14 @@ using WriterFrame = frame::ModuleFrame<WriterRecord, frame::kSlotConfWriter, fra
 // Appends the handle's text to out (text mode line ends: "\r\n" when
 // crlf). False, with the error on the stack, when a field cannot be written.
 bool format_handle(Handle &h, std::string &out, bool crlf);
+// The same as XML (xml.cpp).
+bool format_handle_xml(Handle &h, std::string &out, bool crlf);
+
+// Whether the writers leave the section (f == nullptr) or the field out.
+bool skipped_on_write(const Handle &h, const Section &s, const Field *f);
+// The output texts of a field's value: one for a scalar, one per element of
+// a multi-line value, enciphered when the field is stored encrypted. False
+// with the error on the stack when a value cannot be written.
+bool field_output_texts(Handle &h, const Section &s, const Field &f, std::vector<std::string> &texts);
 
 }  // namespace vq::conf

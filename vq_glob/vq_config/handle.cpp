@@ -206,6 +206,11 @@ VQ_API int conf_dump_section(void *vh, const char *section) {
         }
         vq::debug::trace_bit(kTraceBit, "conf_dump_section() - [%s]\n", s->name.c_str());
         for (Field &f : s->fields) {
+            if ((f.flags & kFlagEncrypted) != 0) {
+                // An encrypted value never reaches the trace.
+                vq::debug::trace_bit(kTraceBit, "  %s=%s\n", f.name.c_str(), "***password1****");
+                continue;
+            }
             switch (f.type) {
                 case CONF_TYPE_INT:
                     vq::debug::trace_bit(kTraceBit, "  %s=%d\n", f.name.c_str(), static_cast<int>(f.number));
@@ -222,6 +227,9 @@ VQ_API int conf_dump_section(void *vh, const char *section) {
                 case CONF_TYPE_ML_BOOL:
                     vq::debug::trace_bit(kTraceBit, "  %s=<%lu values>\n", f.name.c_str(),
                                          static_cast<unsigned long>(f.numbers.size()));
+                    break;
+                case CONF_TYPE_BIG_INT:
+                    vq::debug::trace_bit(kTraceBit, "  %s=%s\n", f.name.c_str(), f.big.text().c_str());
                     break;
                 default:
                     vq::debug::trace_bit(kTraceBit, "  %s=%s\n", f.name.c_str(), f.text.c_str());

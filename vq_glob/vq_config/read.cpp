@@ -9,6 +9,7 @@
 #include <string_view>
 
 #include "vq_config/conf_state.h"
+#include "vq_config/crypt.h"
 #include "vq_glob/gf.h"
 
 namespace vq::conf {
@@ -30,49 +31,6 @@ std::string_view trim(std::string_view line) {
         --last;
     }
     return line.substr(first, last - first);
-}
-
-bool equals_ignoring_case(std::string_view a, const char *b) {
-    size_t n = std::strlen(b);
-    if (a.size() != n) {
-        return false;
-    }
-    for (size_t i = 0; i < n; ++i) {
-        char x = a[i];
-        char y = b[i];
-        if (x >= 'a' && x <= 'z') {
-            x = static_cast<char>(x - 'a' + 'A');
-        }
-        if (y >= 'a' && y <= 'z') {
-            y = static_cast<char>(y - 'a' + 'A');
-        }
-        if (x != y) {
-            return false;
-        }
-    }
-    return true;
-}
-
-// atoi over a view that is not NUL-terminated: optional blanks and sign,
-// then digits; anything else ends the number; 0 for no digits. Wraps as a
-// 32-bit integer instead of overflowing.
-int32_t text_to_int(std::string_view text) {
-    size_t i = 0;
-    while (i < text.size() &&
-           (is_blank(text[i]) || text[i] == '\n' || text[i] == '\r' || text[i] == '\v' || text[i] == '\f')) {
-        ++i;
-    }
-    bool negative = false;
-    if (i < text.size() && (text[i] == '+' || text[i] == '-')) {
-        negative = text[i] == '-';
-        ++i;
-    }
-    uint32_t value = 0;
-    while (i < text.size() && text[i] >= '0' && text[i] <= '9') {
-        value = value * 10u + static_cast<uint32_t>(text[i] - '0');
-        ++i;
-    }
-    return static_cast<int32_t>(negative ? 0u - value : value);
 }
 
 // Walks the lines of a region of text. Each line passes through the handle's
@@ -149,12 +107,40 @@ bool parse_bool(std::string_view value, int32_t &out) {
     return false;
 }
 
+// What a field being read needs besides the lines: the handle and the
+// section, whose keys decipher an encrypted field.
+struct Place {
+    Handle &h;
+    Section &s;
+};
+
+// out = the plain text of a value read for f: deciphered when f is stored
+// encrypted (an empty value stays empty). 0 with 0x8205 + 0x820b.
+int plain_of(const Place &at, const Field &f, std::string_view text, std::string &out) {
+    if ((f.flags & kFlagEncrypted) == 0 || text.empty()) {
+        out.assign(text);
+        return 1;
+    }
+    if (decrypt_text(field_key(at.h, at.s, f), f.name, text, out) == 0) {
+        err_add_error(kErrReadField, f.name.c_str());
+        return 0;
+    }
+    return 1;
+}
+
+// The text an error message may show for a bad value: never the plain text
+// of an encrypted field.
+std::string_view shown(const Field &f, std::string_view stored, std::string_view plain) {
+    return (f.flags & kFlagEncrypted) != 0 ? stored : plain;
+}
+
 // Reads the elements of a multi-line value up to the line marker + tag.
-int read_block(LineReader &reader, Field &f, std::string_view tag) {
+int read_block(LineReader &reader, const Place &at, Field &f, std::string_view tag) {
     std::string closing = std::string(marker_of(f.type)) + std::string(tag);
     std::vector<std::string> lines;
     std::vector<int32_t> numbers;
     std::string_view line;
+    std::string plain;
     for (;;) {
         if (!reader.next(line)) {
             return general("unique string wasn't found for field ", f.name);
@@ -162,20 +148,24 @@ int read_block(LineReader &reader, Field &f, std::string_view tag) {
         if (line == closing) {
             break;
         }
+        if (plain_of(at, f, line, plain) == 0) {
+            return 0;
+        }
         if (f.type == CONF_TYPE_ML_TEXT) {
-            lines.emplace_back(line);
+            lines.push_back(plain);
         } else if (f.type == CONF_TYPE_ML_INT) {
-            numbers.push_back(text_to_int(line));
+            numbers.push_back(text_to_int(plain));
         } else {
             int32_t flag = 0;
-            if (!parse_bool(line, flag)) {
-                return bad_value(f, line);
+            if (!parse_bool(plain, flag)) {
+                return bad_value(f, shown(f, line, plain));
             }
             numbers.push_back(flag);
         }
     }
     f.lines = std::move(lines);
     f.numbers = std::move(numbers);
+    f.view.clear();
     f.tag.assign(tag);
     f.has_value = true;
     return 1;
@@ -186,15 +176,15 @@ int read_block(LineReader &reader, Field &f, std::string_view tag) {
 // what follows the marker), or continuation lines after it (lines that are
 // not empty, not headers and hold no "="), which make it multi-line text
 // beginning with the value. Otherwise it keeps its text, still untyped.
-int read_untyped(LineReader &reader, Field &f, std::string_view value) {
+int read_untyped(LineReader &reader, const Place &at, Field &f, std::string_view value) {
     static constexpr int32_t kOrder[] = {CONF_TYPE_ML_INT, CONF_TYPE_ML_BOOL, CONF_TYPE_ML_TEXT};
     for (int32_t type : kOrder) {
         const char *marker = marker_of(type);
-        size_t at = value.find(marker);
-        if (at != std::string_view::npos) {
+        size_t found = value.find(marker);
+        if (found != std::string_view::npos) {
             f.type = type;
             f.text.clear();
-            return read_block(reader, f, value.substr(at + std::strlen(marker)));
+            return read_block(reader, at, f, value.substr(found + std::strlen(marker)));
         }
     }
     std::string_view line;
@@ -224,34 +214,75 @@ int read_untyped(LineReader &reader, Field &f, std::string_view value) {
     return 1;
 }
 
-int read_value(LineReader &reader, Field &f, std::string_view value) {
+int read_scalar(const Place &at, Field &f, std::string_view value) {
+    std::string plain;
+    if (plain_of(at, f, value, plain) == 0) {
+        return 0;
+    }
     switch (f.type) {
-        case CONF_TYPE_UNKNOWN:
-            return read_untyped(reader, f, value);
         case CONF_TYPE_STRING:
-        case CONF_TYPE_BIG_INT:
-            f.text = value.empty() ? f.default_text : std::string(value);
+            f.text = plain.empty() ? f.default_text : plain;
             break;
-        case CONF_TYPE_INT:
-            f.number = value.empty() ? f.default_int : text_to_int(value);
-            break;
-        case CONF_TYPE_BOOL:
-            if (value.empty()) {
-                f.number = f.default_int;
-            } else if (!parse_bool(value, f.number)) {
-                return bad_value(f, value);
+        case CONF_TYPE_BIG_INT: {
+            BigNumber big;
+            if (!parse_big(plain.empty() ? std::string_view(f.default_text) : std::string_view(plain), big)) {
+                if (!plain.empty()) {
+                    return bad_value(f, shown(f, value, plain));
+                }
+                big = BigNumber();  // a default that is no number counts as zero
             }
+            f.big = std::move(big);
             break;
-        default: {
-            std::string_view marker = marker_of(f.type);
-            if (value.substr(0, marker.size()) != marker) {
-                return bad_value(f, value);
-            }
-            return read_block(reader, f, value.substr(marker.size()));
         }
+        case CONF_TYPE_INT:
+            f.number = plain.empty() ? f.default_int : text_to_int(plain);
+            break;
+        default:  // boolean
+            if (plain.empty()) {
+                f.number = f.default_int;
+            } else if (!parse_bool(plain, f.number)) {
+                return bad_value(f, shown(f, value, plain));
+            }
+            break;
     }
     f.has_value = true;
     return 1;
+}
+
+int read_value(LineReader &reader, const Place &at, Field &f, std::string_view value) {
+    switch (f.type) {
+        case CONF_TYPE_UNKNOWN:
+            return read_untyped(reader, at, f, value);
+        case CONF_TYPE_STRING:
+        case CONF_TYPE_BIG_INT:
+        case CONF_TYPE_INT:
+        case CONF_TYPE_BOOL:
+            return read_scalar(at, f, value);
+        default: {
+            std::string_view marker = marker_of(f.type);
+            if (value.substr(0, marker.size()) != marker) {
+                // An empty value of a multi-line field is its empty default.
+                if (value.empty()) {
+                    f.lines.clear();
+                    f.numbers.clear();
+                    f.view.clear();
+                    f.has_value = true;
+                    return 1;
+                }
+                return bad_value(f, value);
+            }
+            return read_block(reader, at, f, value.substr(marker.size()));
+        }
+    }
+}
+
+// Whether a table-only read leaves the section / the field (null: not in
+// the handle yet) out. Before a table is bound nothing is left out.
+bool section_skipped(const Handle &h, const Section *s) {
+    return h.only_table_on_read && h.bound && (s == nullptr || !s->in_table);
+}
+bool field_skipped(const Handle &h, const Field *f) {
+    return h.only_table_on_read && h.bound && (f == nullptr || !f->in_table);
 }
 
 // The header section gives the handle its version the first time it is read.
@@ -270,6 +301,7 @@ void take_version(Handle &h, Section *s) {
 int parse(Handle &h, std::string_view text) {
     LineReader reader(h, text);
     Section *section = nullptr;
+    bool skipping = false;  // inside a section a table-only read leaves out
     std::string_view line;
     while (reader.next(line)) {
         if (line.empty()) {
@@ -277,13 +309,19 @@ int parse(Handle &h, std::string_view text) {
         }
         if (line.front() == '[') {
             size_t close = line.find(']');
+            take_version(h, section);
             if (close == std::string_view::npos) {
-                take_version(h, section);
                 return general("bad section name:", line.substr(1));
             }
-            take_version(h, section);
-            section = &h.sections.find_or_append(line.substr(1, close - 1));
-            section->met = true;
+            std::string_view name = line.substr(1, close - 1);
+            skipping = section_skipped(h, h.sections.find(name));
+            section = skipping ? nullptr : &h.sections.find_or_append(name);
+            if (section != nullptr) {
+                section->met = true;
+            }
+            continue;
+        }
+        if (skipping) {
             continue;
         }
         if (section == nullptr) {
@@ -293,12 +331,26 @@ int parse(Handle &h, std::string_view text) {
         if (eq == std::string_view::npos) {
             continue;
         }
-        Field &f = section->fields.find_or_append(line.substr(0, eq));
-        f.met = true;
         // The value's view lives in the line buffer, which the next line
         // replaces; keep a copy for parsers that read on.
         std::string value(line.substr(eq + 1));
-        if (read_value(reader, f, value) == 0) {
+        std::string_view name = line.substr(0, eq);
+        Place at{h, *section};
+        Field *found = section->fields.find(name);
+        if (field_skipped(h, found)) {
+            // Read into a field nobody keeps, so that a multi-line value is
+            // left out whole.
+            Field unknown;
+            unknown.name.assign(name);
+            if (read_value(reader, at, unknown, value) == 0) {
+                take_version(h, section);
+                return 0;
+            }
+            continue;
+        }
+        Field &f = found != nullptr ? *found : section->fields.append(std::string(name));
+        f.met = true;
+        if (read_value(reader, at, f, value) == 0) {
             take_version(h, section);
             return 0;
         }

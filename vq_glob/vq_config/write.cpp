@@ -11,6 +11,7 @@
 
 #include "platform/conf_io.h"
 #include "vq_config/conf_state.h"
+#include "vq_config/crypt.h"
 #include "vq_glob/gf.h"
 
 namespace vq::conf {
@@ -29,12 +30,13 @@ bool closes(const std::string &element, const std::string &closing) {
 
 // The tag last read when it is safe, else the first of tag_1, tag_2, ...
 // that no element equals once the marker is put before it.
-std::string choose_tag(const Field &f, const std::string &marker) {
-    std::string tag = f.tag;
+std::string choose_tag(const std::vector<std::string> &elements, const std::string &last_tag,
+                       const std::string &marker) {
+    std::string tag = last_tag;
     for (unsigned n = 1;; ++n) {
         std::string closing = marker + tag;
         bool clash = false;
-        for (const std::string &element : f.lines) {
+        for (const std::string &element : elements) {
             if (closes(element, closing)) {
                 clash = true;
                 break;
@@ -43,55 +45,66 @@ std::string choose_tag(const Field &f, const std::string &marker) {
         if (!clash) {
             return tag;
         }
-        tag = f.tag + "_" + std::to_string(n);
+        tag = last_tag + "_" + std::to_string(n);
     }
 }
 
-void format_field(const Field &f, std::string &out, const char *eol) {
-    char number[16];
-    out += f.name;
-    out += '=';
+std::string number_text(int32_t value) { return std::to_string(static_cast<long long>(value)); }
+
+const char *bool_text(int32_t value) { return value != 0 ? "TRUE" : "FALSE"; }
+
+// The plain text of a value, each multi-line element as one entry.
+void plain_texts(const Field &f, std::vector<std::string> &texts) {
     switch (f.type) {
         case CONF_TYPE_INT:
-            std::snprintf(number, sizeof number, "%d", static_cast<int>(f.number));
-            out += number;
+            texts.push_back(number_text(f.number));
             break;
         case CONF_TYPE_BOOL:
-            out += f.number != 0 ? "TRUE" : "FALSE";
+            texts.emplace_back(bool_text(f.number));
             break;
         case CONF_TYPE_ML_TEXT:
-        case CONF_TYPE_ML_INT:
-        case CONF_TYPE_ML_BOOL: {
-            std::string marker = marker_of(f.type);
-            std::string tag = f.type == CONF_TYPE_ML_TEXT ? choose_tag(f, marker) : f.tag;
-            out += marker;
-            out += tag;
-            out += eol;
-            if (f.type == CONF_TYPE_ML_TEXT) {
-                for (const std::string &element : f.lines) {
-                    out += element;
-                    out += eol;
-                }
-            } else {
-                for (int32_t value : f.numbers) {
-                    if (f.type == CONF_TYPE_ML_INT) {
-                        std::snprintf(number, sizeof number, "%d", static_cast<int>(value));
-                        out += number;
-                    } else {
-                        out += value != 0 ? "TRUE" : "FALSE";
-                    }
-                    out += eol;
-                }
-            }
-            out += marker;
-            out += tag;
+            texts.insert(texts.end(), f.lines.begin(), f.lines.end());
             break;
-        }
+        case CONF_TYPE_ML_INT:
+        case CONF_TYPE_ML_BOOL:
+            for (int32_t value : f.numbers) {
+                texts.push_back(f.type == CONF_TYPE_ML_INT ? number_text(value) : std::string(bool_text(value)));
+            }
+            break;
+        case CONF_TYPE_BIG_INT:
+            texts.push_back(f.big.text());
+            break;
         default:
-            out += f.text;
+            texts.push_back(f.text);
             break;
     }
+}
+
+bool format_field(Handle &h, const Section &s, const Field &f, std::string &out, const char *eol) {
+    std::vector<std::string> texts;
+    if (!field_output_texts(h, s, f, texts)) {
+        return false;
+    }
+    out += f.name;
+    out += '=';
+    if (!is_multi_line(f.type)) {
+        out += texts.empty() ? std::string() : texts.front();
+        out += eol;
+        return true;
+    }
+    std::string marker = marker_of(f.type);
+    std::string tag = choose_tag(texts, f.tag, marker);
+    out += marker;
+    out += tag;
     out += eol;
+    for (const std::string &element : texts) {
+        out += element;
+        out += eol;
+    }
+    out += marker;
+    out += tag;
+    out += eol;
+    return true;
 }
 
 // Writes text to name through the file layer; 0 with its entries on the stack.
@@ -143,19 +156,62 @@ int write_file(Handle &h, const std::string &name, std::string &text) {
 
 }  // namespace
 
+bool skipped_on_write(const Handle &h, const Section &s, const Field *f) {
+    if (!h.only_table_on_write || !h.bound) {
+        return false;  // before a table is bound nothing is left out
+    }
+    return !s.in_table || (f != nullptr && !f->in_table);
+}
+
+bool field_output_texts(Handle &h, const Section &s, const Field &f, std::vector<std::string> &texts) {
+    texts.clear();
+    plain_texts(f, texts);
+    if ((f.flags & kFlagEncrypted) == 0) {
+        return true;
+    }
+    std::string_view key = field_key(h, s, f);
+    for (std::string &text : texts) {
+        std::string cipher;
+        if (encrypt_text(key, f.name, text, cipher) == 0) {
+            err_add_error(kErrWriteField, f.name.c_str());
+            return false;
+        }
+        text = std::move(cipher);
+    }
+    return true;
+}
+
 bool format_handle(Handle &h, std::string &out, bool crlf) {
     const char *eol = crlf ? "\r\n" : "\n";
     for (Section &s : h.sections) {
+        if (skipped_on_write(h, s, nullptr)) {
+            continue;
+        }
         out += '[';
         out += s.name;
         out += ']';
         out += eol;
         for (Field &f : s.fields) {
-            format_field(f, out, eol);
+            if (skipped_on_write(h, s, &f)) {
+                vq::debug::trace_bit(kTraceBit, "conf_write_section() - skipping field <%s>\n", f.name.c_str());
+                continue;
+            }
+            if (!format_field(h, s, f, out, eol)) {
+                return false;
+            }
         }
     }
     return true;
 }
+
+namespace {
+
+// The handle's output, text or XML as the handle chooses.
+bool format_output(Handle &h, std::string &out, bool crlf) {
+    return h.write_xml ? format_handle_xml(h, out, crlf) : format_handle(h, out, crlf);
+}
+
+}  // namespace
 
 }  // namespace vq::conf
 
@@ -185,10 +241,14 @@ VQ_API int conf_write(void *vh, const char *file_name) {
     try {
         // Files are written as the C runtime's text mode would write them.
 #if defined(_WIN32)
-        format_handle(h, text, true);
+        constexpr bool kCrlf = true;
 #else
-        format_handle(h, text, false);
+        constexpr bool kCrlf = false;
 #endif
+        if (!format_output(h, text, kCrlf)) {
+            text.clear();
+            return 0;
+        }
     } catch (const std::bad_alloc &) {
         text = std::string();
         return raise_memory("conf_write", __LINE__);
@@ -227,7 +287,9 @@ VQ_API int conf_write_buffer(void *vh, char **buffer) {
     Guard guard(&h, __LINE__);
     std::string text;
     try {
-        format_handle(h, text, false);
+        if (!format_output(h, text, false)) {
+            return 0;
+        }
     } catch (const std::bad_alloc &) {
         vq::debug::trace_bit(kTraceBit, "Failed to realloc lv->text_buffer.\n");
         return raise_memory("conf_write_buffer", __LINE__);
