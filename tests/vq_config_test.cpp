@@ -3,6 +3,7 @@
 // edits with search contexts, and a handle shared by threads.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <cstdio>
@@ -390,6 +391,63 @@ TEST_F(Conf, EditsAndSearchesKeepOrderAndSkipTheHeader) {
 
     ASSERT_EQ(conf_clean_handle(h_), 1);
     EXPECT_EQ(text(), "");
+}
+
+// Random creations, renames and removals against a model: every name must
+// stay findable exactly while it exists, whatever the index had to shift.
+TEST_F(Conf, NameIndexFollowsRandomEditsOfManySections) {
+    std::vector<std::string> model;  // in list order
+    std::srand(7);
+    auto name_of = [](int n) { return "s" + std::to_string(n); };
+    for (int step = 0; step < 6000; ++step) {
+        int n = std::rand() % 700;
+        std::string name = name_of(n);
+        auto at = std::find(model.begin(), model.end(), name);
+        switch (std::rand() % 3) {
+            case 0:
+                ASSERT_EQ(conf_set_section(h_, name.c_str()), 1);
+                if (at == model.end()) {
+                    model.push_back(name);
+                }
+                break;
+            case 1:
+                ASSERT_EQ(conf_remove_section(h_, name.c_str()), at != model.end() ? 1 : 0);
+                if (at != model.end()) {
+                    model.erase(at);
+                }
+                break;
+            default: {
+                std::string to = name_of(700 + std::rand() % 700);
+                bool taken = std::find(model.begin(), model.end(), to) != model.end();
+                ASSERT_EQ(conf_rename_section(h_, name.c_str(), to.c_str()), at != model.end() && !taken ? 1 : 0);
+                if (at != model.end() && !taken) {
+                    *at = to;
+                }
+                break;
+            }
+        }
+    }
+    err_clear_error_stack();
+    std::vector<std::string> listed;
+    void *ctx = nullptr;
+    ASSERT_EQ(conf_init_section_search_context(h_, &ctx), 1);
+    char *name = nullptr;
+    while (conf_get_next_section(ctx, &name) == 1) {
+        listed.emplace_back(name);
+    }
+    conf_free_search_context(ctx);
+    EXPECT_EQ(listed, model);
+    for (const std::string &s : model) {
+        EXPECT_EQ(conf_add_field_to_section(h_, s.c_str(), "f"), 1);  // found, not created again
+    }
+    EXPECT_EQ(listed.size(), model.size());
+    ASSERT_EQ(conf_init_section_search_context(h_, &ctx), 1);
+    size_t count = 0;
+    while (conf_get_next_section(ctx, &name) == 1) {
+        ++count;
+    }
+    conf_free_search_context(ctx);
+    EXPECT_EQ(count, model.size());
 }
 
 TEST_F(Conf, RenameAndCriticalSectionAreTraced) {

@@ -179,68 +179,135 @@ struct Field {
 };
 
 // A list in order with an index by name beside it, so that lookups cost the
-// same for the first element and the hundred-thousandth. Elements live in
-// list nodes, so the index's views of their names stay valid while the
-// elements live; a rename re-indexes.
+// same for the first element and the hundred-thousandth. The index is an
+// open-addressing table of (hash, list position) kept at most half full:
+// one flat array instead of a node per name, so that building and freeing a
+// large section allocates nothing per name. Elements live in list nodes,
+// which never move, so positions stay valid while the elements live.
 template <typename T>
 class NamedList {
 public:
     using iterator = typename std::list<T>::iterator;
 
     T *find(std::string_view name) {
-        auto it = index_.find(name);
-        return it == index_.end() ? nullptr : &*it->second;
+        size_t at = slot_of(name, hash_of(name));
+        return at == kNone ? nullptr : &*slots_[at].item;
     }
     // Appends a new element named name; the name must not be present.
     T &append(std::string name) {
+        make_room();  // the only step that may fail, before anything changes
         items_.emplace_back();
         T &item = items_.back();
         item.name = std::move(name);
-        try {
-            index_.emplace(std::string_view(item.name), std::prev(items_.end()));
-        } catch (...) {
-            items_.pop_back();  // never listed without being indexed
-            throw;
-        }
+        place(hash_of(item.name), std::prev(items_.end()));
         return item;
     }
     T &find_or_append(std::string_view name) {
         T *found = find(name);
         return found != nullptr ? *found : append(std::string(name));
     }
-    // Re-keys the index node itself, so that a rename allocates nothing once
-    // the new name is made and cannot leave an element unindexed.
+    // Takes the element out of the index and puts it back under its new
+    // name: one slot freed, one used, so the table never grows here and a
+    // rename cannot fail once the new name is made.
     bool rename(std::string_view old_name, std::string new_name) {
-        auto it = index_.find(old_name);
-        if (it == index_.end()) {
+        size_t at = slot_of(old_name, hash_of(old_name));
+        if (at == kNone) {
             return false;
         }
-        auto entry = index_.extract(it);
-        entry.mapped()->name = std::move(new_name);
-        entry.key() = entry.mapped()->name;
-        index_.insert(std::move(entry));
+        iterator item = slots_[at].item;
+        unplace(at);
+        item->name = std::move(new_name);
+        place(hash_of(item->name), item);
         return true;
     }
     bool remove(std::string_view name) {
-        auto it = index_.find(name);
-        if (it == index_.end()) {
+        size_t at = slot_of(name, hash_of(name));
+        if (at == kNone) {
             return false;
         }
-        auto node = it->second;
-        index_.erase(it);
-        items_.erase(node);
+        iterator item = slots_[at].item;
+        unplace(at);
+        items_.erase(item);
         return true;
     }
     void clear() {
-        index_.clear();
+        slots_.clear();
+        used_ = 0;
         items_.clear();
     }
     iterator begin() { return items_.begin(); }
     iterator end() { return items_.end(); }
 
 private:
+    struct Slot {
+        size_t hash = 0;
+        iterator item{};
+        bool used = false;
+    };
+    static constexpr size_t kNone = static_cast<size_t>(-1);
+    static constexpr size_t kFirstSize = 16;
+
+    static size_t hash_of(std::string_view name) { return std::hash<std::string_view>{}(name); }
+    size_t mask() const { return slots_.size() - 1; }
+
+    size_t slot_of(std::string_view name, size_t hash) const {
+        if (slots_.empty()) {
+            return kNone;
+        }
+        for (size_t at = hash & mask();; at = (at + 1) & mask()) {
+            const Slot &slot = slots_[at];
+            if (!slot.used) {
+                return kNone;
+            }
+            if (slot.hash == hash && slot.item->name == name) {
+                return at;
+            }
+        }
+    }
+    // Puts a position into the first free slot of its probe sequence; the
+    // table has room (make_room ran, or a slot was just freed).
+    void place(size_t hash, iterator item) {
+        size_t at = hash & mask();
+        while (slots_[at].used) {
+            at = (at + 1) & mask();
+        }
+        slots_[at] = Slot{hash, item, true};
+        ++used_;
+    }
+    // Frees a slot and shifts back the entries after it that probed past
+    // it, so that lookups never need tombstones.
+    void unplace(size_t hole) {
+        for (size_t next = (hole + 1) & mask(); slots_[next].used; next = (next + 1) & mask()) {
+            size_t home = slots_[next].hash & mask();
+            // The entry may move into the hole unless its home lies
+            // cyclically after the hole and at or before its own slot.
+            bool stays = hole <= next ? (home > hole && home <= next) : (home > hole || home <= next);
+            if (!stays) {
+                slots_[hole] = slots_[next];
+                hole = next;
+            }
+        }
+        slots_[hole] = Slot{};
+        --used_;
+    }
+    // Doubles the table before it would become more than half full.
+    void make_room() {
+        if ((used_ + 1) * 2 <= slots_.size()) {
+            return;
+        }
+        std::vector<Slot> old(slots_.empty() ? kFirstSize : slots_.size() * 2);
+        old.swap(slots_);
+        used_ = 0;
+        for (const Slot &slot : old) {
+            if (slot.used) {
+                place(slot.hash, slot.item);
+            }
+        }
+    }
+
     std::list<T> items_;
-    std::unordered_map<std::string_view, iterator> index_;
+    std::vector<Slot> slots_;
+    size_t used_ = 0;
 };
 
 struct Section {
