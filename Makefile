@@ -13,8 +13,16 @@ setup:
 
 demo: setup
 	$(CMAKE) --preset default -DBUILD_TESTING=OFF -DVQ_GLOB_EXAMPLES=ON -B build/demo >/dev/null
-	$(CMAKE) --build build/demo -j2 --target vq_demo
+	$(CMAKE) --build build/demo -j2 --target vq_demo vqglob
 	./build/demo/bin/vq_demo build/demo
+	@echo; echo "--- the vqglob tool ---"
+	./build/demo/bin/vqglob crc README.md
+	./build/demo/bin/vqglob match "*.cfg" demo.cfg
+	./build/demo/bin/vqglob conf set build/demo/demo.cfg Replication Retries 9
+	./build/demo/bin/vqglob conf get build/demo/demo.cfg Replication Retries
+	./build/demo/bin/vqglob conf dump build/demo/demo.cfg
+	./build/demo/bin/vqglob errors -facility=cnf
+	./build/demo/bin/vqglob conf -help
 
 test: setup native-test mingw64-test mingw32-build
 

@@ -22,5 +22,6 @@
 #include "vq_glob/rep_var.h"
 #include "vq_glob/slbn.h"
 #include "vq_glob/conf.h"
+#include "vq_glob/cli.h"
 
 #endif /* VQ_GLOB_H */

@@ -218,6 +218,10 @@ protected:
 
 TEST_F(ConfCrash, PosixKillDuringWriteThroughTempLeavesOldOrNew) {
     constexpr int kKills = 200 / kKillsDivisor;
+    constexpr int kWanted = kKills / 10;  // kills that must land inside the window
+    // A loaded machine shifts the timing: kill on, up to four times as
+    // often, until enough kills have landed where they matter.
+    constexpr int kMaxKills = 4 * kKills;
     ASSERT_EQ(conf_enable_write_with_temp(a_.h), 1);
     ASSERT_EQ(conf_enable_write_with_temp(b_.h), 1);
     ASSERT_NO_FATAL_FAILURE(calibrate());
@@ -225,7 +229,8 @@ TEST_F(ConfCrash, PosixKillDuringWriteThroughTempLeavesOldOrNew) {
 
     auto started = std::chrono::steady_clock::now();
     int seen_a = 0, seen_b = 0, in_window = 0;
-    for (int round = 0; round < kKills; ++round) {
+    int round = 0;
+    for (; round < kMaxKills && (round < kKills || in_window < kWanted || seen_a == 0 || seen_b == 0); ++round) {
         // Alternating the child's first configuration has both written whole
         // and both cut by kills.
         Config &first = round % 2 == 0 ? b_ : a_;
@@ -246,14 +251,14 @@ TEST_F(ConfCrash, PosixKillDuringWriteThroughTempLeavesOldOrNew) {
     ASSERT_EQ(conf_write(a_.h, path_.c_str()), 1) << err_get_error_msg();
     EXPECT_FALSE(exists(temp));
     auto seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
-    report("write through temp", std::to_string(kKills) + " kills: " + std::to_string(seen_a) + " A, " +
+    report("write through temp", std::to_string(round) + " kills: " + std::to_string(seen_a) + " A, " +
                                      std::to_string(seen_b) + " B, " + std::to_string(in_window) +
                                      " with a stale temporary file, " + std::to_string(seconds) + " s");
     // Both outcomes prove that writes completed between kills; the stale
     // temporary files prove that kills landed inside the dangerous window.
     EXPECT_GT(seen_a, 0);
     EXPECT_GT(seen_b, 0);
-    EXPECT_GE(in_window, kKills / 10);
+    EXPECT_GE(in_window, kWanted);
 }
 
 TEST_F(ConfCrash, PosixKillDuringWriteInPlaceMayCutTheFile) {

@@ -3,13 +3,13 @@
 // paths, pieces versus one call, and per-thread registers.
 #include <gtest/gtest.h>
 
-#include <barrier>
 #include <cstdint>
 #include <random>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "support/lock_step.h"
 #include "vq_glob/hash.h"
 
 namespace {
@@ -115,7 +115,7 @@ TEST(Crc, PiecesGiveTheSameValueAsOneCall) {
 TEST(Crc, EachThreadHasItsOwnRegister) {
     constexpr int kPieces = 200;
     constexpr size_t kPiece = 1000;
-    std::barrier step(2);
+    vq::test::LockStep step(2);
     uint32_t result[2] = {0, 0};
     std::vector<unsigned char> data[2] = {random_bytes(kPieces * kPiece, 21),
                                           random_bytes(kPieces * kPiece, 22)};

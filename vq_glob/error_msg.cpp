@@ -137,18 +137,24 @@ const MessageRecord &lookup(uint32_t code) {
     return catch_all();
 }
 
-const char *facility_name(const ErrorRecord &rec, uint32_t facility) {
-    for (int i = rec.rename_count - 1; i >= 0; --i) {
-        if (rec.renames[i].facility == facility) {
-            return rec.renames[i].name;
-        }
-    }
+// The facility's name as the table gives it ("" for an unknown facility).
+const char *table_facility_name(uint32_t facility) {
     for (size_t f = 0; f < kFacilityCount; ++f) {
         if (kFacilityTable[f].code == facility) {
             return kFacilityTable[f].name;
         }
     }
     return "";
+}
+
+// The name the thread prints for the facility: its newest rename, else the table's.
+const char *facility_name(const ErrorRecord &rec, uint32_t facility) {
+    for (int i = rec.rename_count - 1; i >= 0; --i) {
+        if (rec.renames[i].facility == facility) {
+            return rec.renames[i].name;
+        }
+    }
+    return table_facility_name(facility);
 }
 
 const char *severity_letter(uint32_t severity) {
@@ -564,6 +570,31 @@ VQ_API int err_set_stack_desc(const void *entries, int32_t size, int32_t depth) 
     }
     rec->depth = count;
     rec->description_stale = true;
+    return 1;
+}
+
+VQ_API int err_get_table_message(int32_t index, uint32_t *code, uint32_t *severity, const char **facility,
+                                 const char **ident, const char **text) {
+    // The last record is the catch-all, not a message of its own.
+    if (index < 0 || static_cast<size_t>(index) + 1 >= kMessageCount) {
+        return 0;
+    }
+    const MessageRecord &m = kMessageTable[index];
+    if (code != nullptr) {
+        *code = m.code;
+    }
+    if (severity != nullptr) {
+        *severity = m.severity;
+    }
+    if (facility != nullptr) {
+        *facility = table_facility_name(m.facility);
+    }
+    if (ident != nullptr) {
+        *ident = m.ident;
+    }
+    if (text != nullptr) {
+        *text = m.text;
+    }
     return 1;
 }
 

@@ -17,7 +17,6 @@ constexpr Module empty_module(const char *name) {
 
 }  // namespace
 
-constinit const Module kCliModule = empty_module<kSlotCli>("cli");
 constinit const Module kDirListModule = empty_module<kSlotDirList>("dir");
 constinit const Module kEnvModule = empty_module<kSlotEnv>("env");
 constinit const Module kCompressModule = empty_module<kSlotCompress>("compress");

@@ -78,6 +78,12 @@ VQ_API int err_set_stack_desc(const void *entries, int32_t size, int32_t depth);
 /* Prints facility under another name on this thread; at most 100 renames
  * (more are ignored); a NULL name prints as empty. */
 VQ_API int err_change_facility(uint32_t facility, const char *name);
+/* Reads the message table by position, index 0 upwards: the record's code,
+ * severity (0-4: S I W E F), facility name, ident and printf template, all
+ * static texts (any out pointer may be NULL). 0 past the last record; the
+ * catch-all "Unknown error" record is not listed. */
+VQ_API int err_get_table_message(int32_t index, uint32_t *code, uint32_t *severity, const char **facility,
+                                 const char **ident, const char **text);
 /* Copies the description aside / returns the copy. */
 VQ_API int err_save_error(void);
 VQ_API const char *err_get_saved_error(void);

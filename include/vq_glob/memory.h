@@ -117,13 +117,14 @@ VQ_API void *sl_debug_ll_init_list(const char *file, int32_t line);
  * handle is reported, then disposed. */
 VQ_API void sl_debug_ll_dispose_list(const char *file, int32_t line, void **list);
 
-/* Tracked parser context handles come with the command-line parser:
- *
- * VQ_API void *sl_debug_cli_get_context_handle(const char *file, int32_t line, ...);
- * VQ_API void sl_debug_cli_free_context_handle(const char *file, int32_t line, void *handle);
- *
- * Their records are reported as "unfreed context handle", and freeing one the
- * tracker does not know as "free on unallocated context handle". */
+/* ---- Parser context handles ------------------------------------------ */
+
+/* Tracked cli_get_context_handle: a new empty context handle, or NULL.
+ * Unfreed ones are reported as "unfreed context handle". */
+VQ_API void *sl_debug_cli_get_context_handle(const char *file, int32_t line);
+/* Tracked cli_free_context_handle: frees handle; one the tracker does not know
+ * is reported as "free on unallocated context handle", then freed. */
+VQ_API void sl_debug_cli_free_context_handle(const char *file, int32_t line, void *handle);
 
 VQ_EXTERN_C_END
 

@@ -33,4 +33,10 @@ struct TrackerState {
     ~TrackerState() { release(); }
 };
 
+// The tracker's records of parser context handles, for the tracked context
+// handle calls (vq_memory/cli_context.cpp): record a new handle / drop the
+// record of one about to be freed (an unknown or null one is reported).
+void track_context_handle(const char *file, int32_t line, void *handle);
+void forget_context_handle(const char *file, int32_t line, const void *handle);
+
 }  // namespace vq::memory

@@ -887,3 +887,25 @@ extern "C" VQ_API void sl_debug_ll_dispose_list(const char *file, int32_t line, 
         ll_dispose_list(list);
     }
 }
+
+// ---- parser context handles ----------------------------------------------------
+
+namespace vq::memory {
+
+void track_context_handle(const char *file, int32_t line, void *handle) {
+    if (TrackerState *st = active()) {
+        track_object(*st, file, line, handle, kContextHandle);
+    }
+}
+
+void forget_context_handle(const char *file, int32_t line, const void *handle) {
+    if (TrackerState *st = active()) {
+        if (handle == nullptr) {
+            report_unknown(*st, kContextHandle, file, line);
+        } else {
+            forget_object(*st, file, line, handle, kContextHandle);
+        }
+    }
+}
+
+}  // namespace vq::memory

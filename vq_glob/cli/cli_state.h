@@ -1,0 +1,222 @@
+// The command-line module's data model and what its sources share: the
+// tokens of a line, the parsed result, the per-thread record and the error
+// raising that unwinds a parse to its entry point.
+#pragma once
+
+#include <cstdint>
+#include <deque>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "internal/frame.h"
+#include "vq_glob/cli.h"
+#include "vq_glob/dbg.h"
+#include "vq_glob/err.h"
+
+namespace vq::cli {
+
+// Codes of the CLI facility.
+inline constexpr uint32_t kNoErr = 0x1101;
+inline constexpr uint32_t kCmdUnknown = 0x1102;
+inline constexpr uint32_t kCmdAmbiguous = 0x1103;
+inline constexpr uint32_t kKeywordAmbiguous = 0x1104;
+inline constexpr uint32_t kQualAmbiguous = 0x1105;
+inline constexpr uint32_t kQualInvalid = 0x1106;
+inline constexpr uint32_t kQualMustValue = 0x1107;
+inline constexpr uint32_t kBadValue = 0x1108;
+inline constexpr uint32_t kQualMust = 0x1109;
+inline constexpr uint32_t kQualCombination = 0x110a;
+inline constexpr uint32_t kQualRequires = 0x110b;
+inline constexpr uint32_t kTooManyParams = 0x110d;
+inline constexpr uint32_t kMultiTooMany = 0x110e;
+inline constexpr uint32_t kMultiInvalid = 0x110f;
+inline constexpr uint32_t kParamsNotAllowed = 0x1110;
+inline constexpr uint32_t kNotNegatable = 0x1111;
+inline constexpr uint32_t kSyntax = 0x1112;
+inline constexpr uint32_t kFileList = 0x1113;
+inline constexpr uint32_t kUnclosedQuote = 0x1114;
+inline constexpr uint32_t kUnclosedParen = 0x1115;
+inline constexpr uint32_t kMalloc = 0x1117;
+inline constexpr uint32_t kEmpty = 0x1118;
+inline constexpr uint32_t kParamNotList = 0x1119;
+inline constexpr uint32_t kNotAllowed = 0x111b;
+inline constexpr uint32_t kBadPort = 0x111c;
+
+// Trace channels: CLI (bit 0) and CLI_DUMP (bit 1) as new_dbg_str values,
+// CLI_CACHE by its bit.
+inline constexpr int32_t kTraceCli = 0x1;
+inline constexpr int32_t kTraceDump = 0x2;
+inline constexpr int kTraceCacheBit = 47;
+
+inline constexpr size_t kMaxContexts = 32;
+inline constexpr size_t kMaxWalkDepth = 16;
+
+// Thrown once the error is on the stack; caught at the parse's entry point.
+struct ParseError {
+    uint32_t code;
+};
+
+template <typename... Args>
+[[noreturn]] void fail(uint32_t code, Args... args) {
+    err_set_error(code, args...);
+    throw ParseError{code};
+}
+
+// A token as written: a parameter's items, or a qualifier's name as written
+// and its value items. Spans index the expanded line.
+struct Token {
+    char kind = 'P';
+    std::string name;
+    std::vector<std::string> items;
+    bool has_value = false;
+    size_t begin = 0;
+    size_t value_begin = 0;
+    size_t value_end = 0;
+    const char *resolved = nullptr;  // the table's name it stands for, once looked up
+};
+
+// One parameter or qualifier of the result.
+struct Item {
+    char kind = 'P';
+    std::string name;                // the table's name (written name in standard mode)
+    const cli_item *entry = nullptr;  // null in standard mode
+    std::vector<std::string> values;
+    bool has_value = false;
+    bool negated = false;
+    bool from_default = false;   // present only because of CLI_DEFAULT
+    bool value_default = false;  // the value came from default_value
+};
+
+struct Result {
+    const cli_command *table = nullptr;
+    int command = -1;
+    std::string command_name;
+    std::vector<Item> items;
+    std::vector<Token> tokens;
+    std::string line;
+};
+
+// Results are shared between the current state, contexts and cache slots,
+// and copied before a change.
+using ResultPtr = std::shared_ptr<const Result>;
+
+struct ContextHandle {
+    static constexpr uint32_t kMagic = 0x434c4943;  // "CLIC"
+    uint32_t magic = kMagic;
+    ResultPtr result;
+};
+
+struct CacheSlot {
+    bool used = false;
+    uint32_t hash = 0;
+    int32_t changes = 0;
+    std::string line;
+    ResultPtr result;
+};
+
+struct Cache {
+    std::string id;
+    const cli_command *table = nullptr;
+    std::vector<CacheSlot> slots;
+    int32_t lookups = 0;
+    int32_t hits = 0;
+};
+
+struct SavedContext {
+    int32_t id = 0;
+    ResultPtr result;
+};
+
+struct CliRecord {
+    bool initialised = false;
+    char switch_char = '-';
+    char separator = ',';
+    int32_t mode = CLI_MODE_COMMAND;
+    bool unescape = true;
+    const cli_command *table = nullptr;
+    std::vector<std::string> hidden;  // upper-case names
+    int32_t changes = 0;
+    uint32_t err_code = kNoErr;
+    ResultPtr current;
+
+    // joined values handed out by cli_get_value, kept until the result
+    // changes: (item, separator) -> text
+    std::deque<std::pair<std::pair<const Item *, char>, std::string>> values;  // stable texts
+    std::string usage_buf;
+    std::string canon_buf;
+    std::string weekly_buf;
+
+    // list iterator
+    std::string qual_text;
+    size_t qual_pos = 0;
+    bool qual_more = false;
+    std::string qual_item;
+    // multi-list iterator
+    std::vector<std::string> multi_elements;
+    size_t multi_pos = 0;
+    // walk over the result's items
+    size_t walk_pos = 0;
+    std::vector<size_t> walk_stack;
+    std::string walk_value;
+    // walk over the tokens
+    size_t std_next = 0;
+    size_t std_current = SIZE_MAX;
+    size_t std_value = 0;
+
+    std::vector<SavedContext> contexts;
+    std::unique_ptr<Cache> cache;
+
+    // Forgets the walk positions and the values handed out: the current
+    // result changed.
+    void reset_walks();
+    void settings_changed() { ++changes; }
+};
+
+using CliFrame = frame::ModuleFrame<CliRecord, frame::kSlotCli, frame::OnDemand::yes>;
+
+// The thread's record, or null when the thread cannot have one.
+inline CliRecord *record() { return CliFrame::get(); }
+
+// The thread's record initialised (cli_init's work), or null.
+CliRecord *initialised_record();
+
+// ---- shared helpers ----------------------------------------------------------
+
+// ASCII upper case; other bytes stay (names and keywords are ASCII).
+inline char fold(char c) { return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c; }
+bool equal_nocase(std::string_view a, std::string_view b);
+// Whether word is a prefix of name, ignoring case (the C string form stops at
+// the name's NUL, without measuring it first).
+bool prefix_nocase(std::string_view word, const char *name);
+bool prefix_nocase(std::string_view word, std::string_view name);
+std::string upper(std::string_view text);
+// Splits text at sep (no quoting).
+std::vector<std::string> split(std::string_view text, char sep);
+std::string join(const std::vector<std::string> &items, char sep);
+
+// Expands "@file" references and splits line into tokens; line becomes the
+// expanded text. Throws ParseError.
+std::vector<Token> tokenize(const CliRecord &st, std::string &line);
+
+// Parses line into out. Throws ParseError (and std::bad_alloc).
+void parse(const CliRecord &st, const char *line, const cli_override *overrides, int32_t count, bool replace,
+           Result &out);
+
+// The result item of name (full name, any case) and kind, or null.
+const Item *find_item(const Result &r, std::string_view name, char kind);
+
+// Validates a multi-list text into its elements' inner texts. Throws.
+std::vector<std::string> multi_list_elements(std::string_view text, int32_t per_element);
+
+// Whether the qualifier is hidden on this thread.
+bool is_hidden(const CliRecord &st, const cli_item &item);
+
+// The canonical line of r.
+std::string canonical_line(const CliRecord &st, const Result &r, bool without_defaults);
+
+// A writable copy of the current result (or an empty one), installed as current.
+Result &mutable_current(CliRecord &st);
+
+}  // namespace vq::cli
