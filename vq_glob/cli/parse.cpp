@@ -334,7 +334,12 @@ void standard_result(Result &r) {
     for (const Token &t : r.tokens) {
         Item item;
         item.kind = t.kind;
-        item.name = t.kind == 'P' ? "P" + std::to_string(++params) : upper(t.name);
+        if (t.kind == 'P') {
+            item.name = 'P';
+            item.name += std::to_string(++params);
+        } else {
+            item.name = upper(t.name);
+        }
         item.values = t.items;
         item.has_value = t.kind == 'P' || t.has_value;
         r.items.push_back(std::move(item));
