@@ -239,15 +239,18 @@ public:
     iterator end() { return items_.end(); }
 
 private:
+    // A slot with hash 0 is free; hash_of never gives 0.
     struct Slot {
         size_t hash = 0;
         iterator item{};
-        bool used = false;
     };
     static constexpr size_t kNone = static_cast<size_t>(-1);
     static constexpr size_t kFirstSize = 16;
 
-    static size_t hash_of(std::string_view name) { return std::hash<std::string_view>{}(name); }
+    static size_t hash_of(std::string_view name) {
+        size_t hash = std::hash<std::string_view>{}(name);
+        return hash != 0 ? hash : 1;
+    }
     size_t mask() const { return slots_.size() - 1; }
 
     size_t slot_of(std::string_view name, size_t hash) const {
@@ -256,7 +259,7 @@ private:
         }
         for (size_t at = hash & mask();; at = (at + 1) & mask()) {
             const Slot &slot = slots_[at];
-            if (!slot.used) {
+            if (slot.hash == 0) {
                 return kNone;
             }
             if (slot.hash == hash && slot.item->name == name) {
@@ -268,16 +271,16 @@ private:
     // table has room (make_room ran, or a slot was just freed).
     void place(size_t hash, iterator item) {
         size_t at = hash & mask();
-        while (slots_[at].used) {
+        while (slots_[at].hash != 0) {
             at = (at + 1) & mask();
         }
-        slots_[at] = Slot{hash, item, true};
+        slots_[at] = Slot{hash, item};
         ++used_;
     }
     // Frees a slot and shifts back the entries after it that probed past
     // it, so that lookups never need tombstones.
     void unplace(size_t hole) {
-        for (size_t next = (hole + 1) & mask(); slots_[next].used; next = (next + 1) & mask()) {
+        for (size_t next = (hole + 1) & mask(); slots_[next].hash != 0; next = (next + 1) & mask()) {
             size_t home = slots_[next].hash & mask();
             // The entry may move into the hole unless its home lies
             // cyclically after the hole and at or before its own slot.
@@ -299,7 +302,7 @@ private:
         old.swap(slots_);
         used_ = 0;
         for (const Slot &slot : old) {
-            if (slot.used) {
+            if (slot.hash != 0) {
                 place(slot.hash, slot.item);
             }
         }
