@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <fstream>
 #include <sstream>
@@ -65,6 +66,48 @@ TEST_F(Tracing, LinesPassByChannelFlagOrChannelZero) {
     dbg_set_debug(0);
     EXPECT_EQ(dbg_get_debug_mask()[1], 0x00);
 }
+
+// Checks stay off without looking at the thread's settings until some
+// setting turns tracing on. Each way of turning it on runs in a fresh
+// process, where nothing has been turned on before, and must take effect at
+// once on the thread that made it.
+#ifndef _WIN32
+TEST(TracingFirstUse, EverySetterTakesEffectInAFreshProcess) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    const unsigned char bit_11[8] = {0, 0x08, 0, 0, 0, 0, 0, 0};
+    auto exits_zero_when_on = [](bool on) { std::_Exit(on ? 0 : 1); };
+    EXPECT_EXIT(
+        {
+            dbg_set_debug(1);
+            exits_zero_when_on(dbg_check_mask(0x800) == 1);
+        },
+        ::testing::ExitedWithCode(0), "");
+    EXPECT_EXIT(
+        {
+            dbg_set_debug_mask_value(bit_11);
+            exits_zero_when_on(dbg_check_mask(0x800) == 1 && dbg_check_mask(0x1) == 0);
+        },
+        ::testing::ExitedWithCode(0), "");
+    EXPECT_EXIT(
+        {
+            dbg_or_debug_mask(bit_11);
+            exits_zero_when_on(dbg_check_mask(0x800) == 1);
+        },
+        ::testing::ExitedWithCode(0), "");
+    EXPECT_EXIT(
+        {
+            dbg_add_debug_mask("ALL");
+            exits_zero_when_on(dbg_check_mask(0x1) == 1);
+        },
+        ::testing::ExitedWithCode(0), "");
+    EXPECT_EXIT(
+        {
+            // Off before anything is on, and a line on channel zero still passes.
+            exits_zero_when_on(dbg_check_mask(0x800) == 0 && dbg_check_mask(0) == 1);
+        },
+        ::testing::ExitedWithCode(0), "");
+}
+#endif
 
 TEST_F(Tracing, PushStackHoldsNineAndOverwritesTheTenth) {
     unsigned char mask[8] = {0};

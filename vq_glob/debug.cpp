@@ -3,6 +3,7 @@
 // state; its frame runs first at thread start and last at thread end.
 #include "vq_glob/dbg.h"
 
+#include <atomic>
 #include <cstdarg>
 #include <cstdlib>
 #include <cstring>
@@ -31,6 +32,24 @@ bool shares_bit(const unsigned char *mask, const unsigned char *channels, int by
         }
     }
     return false;
+}
+
+// Set, and never cleared, once any thread's settings may let a trace line
+// through. Until then every check of a channel can answer "off" without
+// looking up the calling thread's record, which keeps tracing free for
+// programs that never turn it on. Each thread changes only its own
+// settings, and a thread sees its own change of the flag, so a relaxed flag
+// is enough: another thread that misses the change still has nothing on.
+std::atomic<bool> g_tracing_seen{false};
+
+bool tracing_never_on() { return !g_tracing_seen.load(std::memory_order_relaxed); }
+
+// Raises the flag when the record's settings now let something through.
+void note_settings(const DebugRecord &rec) {
+    static const unsigned char kNone[kMaskBytes] = {0};
+    if (rec.debug_flag != 0 || std::memcmp(rec.mask, kNone, kMaskBytes) != 0) {
+        g_tracing_seen.store(true, std::memory_order_relaxed);
+    }
 }
 
 bool passes(const DebugRecord &rec, int32_t channels) {
@@ -112,6 +131,9 @@ bool read_first_line(DebugRecord &rec, const char *path) {
 namespace vq::debug {
 
 void trace_bit(int bit, const char *format, ...) {
+    if (tracing_never_on()) {
+        return;
+    }
     DebugRecord *rec = record();
     if (rec == nullptr || format == nullptr || bit < 0 || bit >= kMaskBytes * 8) {
         return;
@@ -141,6 +163,7 @@ VQ_API void dbg_set_debug(int flag) {
     }
     rec->debug_flag = flag;
     std::memset(rec->mask, flag == 1 ? 0xFF : 0x00, kMaskBytes);
+    vq::debug::note_settings(*rec);
 }
 
 VQ_API int dbg_get_debug_flag(void) {
@@ -152,6 +175,7 @@ VQ_API void dbg_set_debug_mask_value(const unsigned char *mask8) {
     DebugRecord *rec = record();
     if (rec != nullptr && mask8 != nullptr) {
         std::memcpy(rec->mask, mask8, kMaskBytes);
+        vq::debug::note_settings(*rec);
     }
 }
 
@@ -170,6 +194,7 @@ VQ_API void dbg_or_debug_mask(const unsigned char *mask8) {
     for (int i = 0; i < kMaskBytes; ++i) {
         rec->mask[i] |= mask8[i];
     }
+    vq::debug::note_settings(*rec);
 }
 
 VQ_API const unsigned char *dbg_get_debug_mask(void) {
@@ -229,6 +254,9 @@ VQ_API void dbg_close_debug_output(void) {
 }
 
 VQ_API void dbg_str(const char *format, ...) {
+    if (vq::debug::tracing_never_on()) {
+        return;
+    }
     DebugRecord *rec = record();
     if (rec == nullptr || format == nullptr || rec->debug_flag == 0) {
         return;
@@ -240,6 +268,9 @@ VQ_API void dbg_str(const char *format, ...) {
 }
 
 VQ_API void new_dbg_str(int32_t channels, const char *format, ...) {
+    if (channels != 0 && vq::debug::tracing_never_on()) {
+        return;
+    }
     DebugRecord *rec = record();
     if (rec == nullptr || format == nullptr || !vq::debug::passes(*rec, channels)) {
         return;
@@ -278,6 +309,9 @@ VQ_API void new_dbg_void(int32_t channels, const void *bytes, int32_t count) {
 }
 
 VQ_API int dbg_check_mask(int32_t channels) {
+    if (channels != 0 && vq::debug::tracing_never_on()) {
+        return 0;
+    }
     DebugRecord *rec = record();
     return rec != nullptr && vq::debug::passes(*rec, channels) ? 1 : 0;
 }
@@ -334,6 +368,7 @@ VQ_API void dbg_add_debug_mask(const char *name) {
     } else {
         vq::debug::set_bit(rec->mask, dbg_get_channel_bit(name), true);
     }
+    vq::debug::note_settings(*rec);
 }
 
 VQ_API void dbg_set_debug_mask_string(const char *text) {
