@@ -231,8 +231,11 @@ TEST_F(GeneralApi, StoreAgreesWithAModelThroughGrowthCompactionAndIndexing) {
     int32_t h = handle();
     std::vector<std::pair<int32_t, int32_t>> model;
     std::mt19937 random(42);  // NOLINT(cert-msc32-c,cert-msc51-cpp): a fixed seed, so a failure reproduces
-    for (int step = 0; step < 4000; ++step) {
-        auto key = static_cast<int32_t>(random() % 40);
+    // Mostly 40 busy keys, some of 2,000 others, so that the index grows
+    // and its removals shift entries of long probe runs.
+    auto some_key = [&] { return static_cast<int32_t>(random() % 4 == 0 ? 40 + random() % 2000 : random() % 40); };
+    for (int step = 0; step < 6000; ++step) {
+        auto key = some_key();
         if (random() % 3 != 0) {
             ASSERT_EQ(api_set_int_param(h, key, step), 1);
             model.emplace_back(key, step);
@@ -243,7 +246,7 @@ TEST_F(GeneralApi, StoreAgreesWithAModelThroughGrowthCompactionAndIndexing) {
                 model.erase(std::next(newest).base());
             }
         }
-        auto probe = static_cast<int32_t>(random() % 40);
+        auto probe = some_key();
         auto newest = std::find_if(model.rbegin(), model.rend(), [&](auto &p) { return p.first == probe; });
         ASSERT_EQ(get_int(h, probe), newest == model.rend() ? -12345 : newest->second) << step;
     }

@@ -3,8 +3,9 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <unordered_map>
 #include <vector>
+
+#include "internal/flat_int_map.h"
 
 namespace vq::api {
 
@@ -104,7 +105,8 @@ private:
     size_t top_ = 0;  // one past the highest used slot
     size_t used_ = 0;
     bool indexed_ = false;
-    std::unordered_map<int32_t, int32_t> newest_;
+    using NewestIndex = internal::FlatIntMap<kFreeKey>;
+    NewestIndex newest_;  // per key: the slot of its newest value
     std::vector<int32_t> older_;  // per slot: the next older slot of its key, -1 none
 };
 

@@ -110,11 +110,10 @@ bool ParamStore::remove_newest(int32_t key) noexcept {
     free_value(slots_[position]);
     --used_;
     if (indexed_) {
-        auto it = newest_.find(key);
         if (older_[position] >= 0) {
-            it->second = older_[position];
+            *newest_.find(key) = older_[position];
         } else {
-            newest_.erase(it);
+            newest_.erase(key);
         }
     }
     while (top_ > 0 && slots_[top_ - 1].key == kFreeKey) {
@@ -181,10 +180,14 @@ void ParamStore::compact(size_t *cursor) noexcept {
 }
 
 void ParamStore::index_add(int32_t key, size_t position) noexcept {
+    if (key == kFreeKey) {
+        return;  // a slot under the free key is never found
+    }
     try {
-        auto [it, inserted] = newest_.try_emplace(key, static_cast<int32_t>(position));
-        older_[position] = inserted ? -1 : it->second;
-        it->second = static_cast<int32_t>(position);
+        bool inserted = false;
+        int32_t &newest = newest_.try_emplace(key, static_cast<int32_t>(position), &inserted);
+        older_[position] = inserted ? -1 : newest;
+        newest = static_cast<int32_t>(position);
     } catch (...) {
         drop_index();
     }
@@ -192,17 +195,18 @@ void ParamStore::index_add(int32_t key, size_t position) noexcept {
 
 void ParamStore::build_index() noexcept {
     try {
-        std::unordered_map<int32_t, int32_t> newest;
-        newest.reserve(used_ * 2);
+        NewestIndex newest;
+        newest.reserve(used_);
         std::vector<int32_t> older(slots_.size(), -1);
         for (size_t i = 0; i < top_; ++i) {
             if (slots_[i].key == kFreeKey) {
                 continue;
             }
-            auto [it, inserted] = newest.try_emplace(slots_[i].key, static_cast<int32_t>(i));
+            bool inserted = false;
+            int32_t &latest = newest.try_emplace(slots_[i].key, static_cast<int32_t>(i), &inserted);
             if (!inserted) {
-                older[i] = it->second;
-                it->second = static_cast<int32_t>(i);
+                older[i] = latest;
+                latest = static_cast<int32_t>(i);
             }
         }
         newest_.swap(newest);
@@ -215,7 +219,7 @@ void ParamStore::build_index() noexcept {
 
 void ParamStore::drop_index() noexcept {
     indexed_ = false;
-    std::unordered_map<int32_t, int32_t>().swap(newest_);
+    newest_.clear();
     std::vector<int32_t>().swap(older_);
 }
 
@@ -224,8 +228,8 @@ long ParamStore::find(int32_t key) const noexcept {
         return -1;
     }
     if (indexed_) {
-        auto it = newest_.find(key);
-        return it == newest_.end() ? -1 : it->second;
+        const int32_t *position = newest_.find(key);
+        return position == nullptr ? -1 : *position;
     }
     for (size_t i = top_; i > 0; --i) {
         if (slots_[i - 1].key == key) {

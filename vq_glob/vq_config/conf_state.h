@@ -9,11 +9,11 @@
 #include <new>
 #include <string>
 #include <string_view>
-#include <unordered_map>
 #include <utility>
 #include <vector>
 
 #include "internal/frame.h"
+#include "internal/open_addressing.h"
 #include "internal/trace.h"
 #include "platform/platform.h"
 #include "vq_glob/conf.h"
@@ -277,20 +277,10 @@ private:
         slots_[at] = Slot{hash, item};
         ++used_;
     }
-    // Frees a slot and shifts back the entries after it that probed past
-    // it, so that lookups never need tombstones.
     void unplace(size_t hole) {
-        for (size_t next = (hole + 1) & mask(); slots_[next].hash != 0; next = (next + 1) & mask()) {
-            size_t home = slots_[next].hash & mask();
-            // The entry may move into the hole unless its home lies
-            // cyclically after the hole and at or before its own slot.
-            bool stays = hole <= next ? (home > hole && home <= next) : (home > hole || home <= next);
-            if (!stays) {
-                slots_[hole] = slots_[next];
-                hole = next;
-            }
-        }
-        slots_[hole] = Slot{};
+        internal::remove_by_shifting_back(
+            slots_, hole, [](const Slot &s) { return s.hash != 0; },
+            [this](const Slot &s) { return s.hash & mask(); });
         --used_;
     }
     // Doubles the table before it would become more than half full.
