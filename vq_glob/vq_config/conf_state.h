@@ -156,26 +156,29 @@ inline bool parse_big(std::string_view text, BigNumber &out) {
 }
 
 struct Field {
+    // Texts and lists first, the small members together after them, so that
+    // no padding sits between them: a section of 100,000 fields holds
+    // 100,000 of these.
     std::string name;
-    int32_t type = CONF_TYPE_UNKNOWN;
     std::string default_text;
-    int32_t default_int = 0;
     std::string text;                // string and untyped values
-    int32_t number = 0;              // integer and boolean values
+    std::string tag;                 // the multi-line end tag last read
+    std::string key;
     std::vector<std::string> lines;  // multi-line text
     std::vector<int32_t> numbers;    // multi-line integer and boolean
-    BigNumber big;                   // big integer values
-    std::string tag;                 // the multi-line end tag last read
-    int32_t constant = 0;            // meaningful while in_table
-    bool in_table = false;           // named by the bound table
-    int32_t flags = 0;               // the table row's flags (kFlagEncrypted, ...)
-    std::string key;
-    bool met = false;
-    bool has_value = false;
-    bool changed = false;  // set by a setter
     // The NULL-terminated list of multi-line text handed to callers, pointing
     // into lines; rebuilt by every getter.
     std::vector<char *> view;
+    BigNumber big;                   // big integer values
+    int32_t type = CONF_TYPE_UNKNOWN;
+    int32_t default_int = 0;
+    int32_t number = 0;              // integer and boolean values
+    int32_t constant = 0;            // meaningful while in_table
+    int32_t flags = 0;               // the table row's flags (kFlagEncrypted, ...)
+    bool in_table = false;           // named by the bound table
+    bool met = false;
+    bool has_value = false;
+    bool changed = false;  // set by a setter
 };
 
 // A list in order with an index by name beside it, so that lookups cost the
