@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <deque>
 #include <memory>
+#include <new>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -62,6 +63,21 @@ template <typename... Args>
 [[noreturn]] void fail(uint32_t code, Args... args) {
     err_set_error(code, args...);
     throw ParseError{code};
+}
+
+// Runs body for a public entry point: a ParseError (its error already on the
+// stack) or an allocation failure (0x1001 for function) gives the result
+// type's zero value.
+template <typename F>
+auto guarded(const char *function, F body) -> decltype(body()) {
+    try {
+        return body();
+    } catch (const ParseError &) {
+        return {};
+    } catch (const std::bad_alloc &) {
+        err_set_error(ERR_GEN_MEMORY, function, "cli", __LINE__);
+        return {};
+    }
 }
 
 // A token as written: a parameter's items, or a qualifier's name as written
@@ -189,6 +205,9 @@ inline char fold(char c) { return c >= 'a' && c <= 'z' ? static_cast<char>(c - '
 bool equal_nocase(std::string_view a, std::string_view b);
 // Whether word is a prefix of name, ignoring case (the C string form stops at
 // the name's NUL, without measuring it first).
+// The index of the command word abbreviates; *matches says how many
+// commands it abbreviates (the index is meaningful when it is 1).
+size_t match_command(const cli_command *table, std::string_view word, size_t *matches);
 bool prefix_nocase(std::string_view word, const char *name);
 bool prefix_nocase(std::string_view word, std::string_view name);
 std::string upper(std::string_view text);

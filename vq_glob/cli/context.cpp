@@ -14,16 +14,6 @@
 namespace vq::cli {
 namespace {
 
-template <typename F>
-auto guarded(const char *function, F body) -> decltype(body()) {
-    try {
-        return body();
-    } catch (const std::bad_alloc &) {
-        err_set_error(ERR_GEN_MEMORY, function, "cli", __LINE__);
-        return {};
-    }
-}
-
 ContextHandle *as_handle(void *handle) {
     auto *h = static_cast<ContextHandle *>(handle);
     return h != nullptr && h->magic == ContextHandle::kMagic ? h : nullptr;

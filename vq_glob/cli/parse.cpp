@@ -27,14 +27,6 @@ size_t prefix_matches(std::string_view word, size_t count, Name name_of, size_t 
     return matches;
 }
 
-size_t command_count(const cli_command *table) {
-    size_t n = 0;
-    while (table[n].name != nullptr) {
-        ++n;
-    }
-    return n;
-}
-
 size_t item_count(const cli_item *items) {
     size_t n = 0;
     while (items != nullptr && items[n].kind != 0) {
@@ -44,10 +36,8 @@ size_t item_count(const cli_item *items) {
 }
 
 int find_command(const cli_command *table, const std::string &word) {
-    size_t found = 0;
-    size_t n = word.empty() ? 0
-                            : prefix_matches(word, command_count(table),
-                                             [table](size_t i) { return table[i].name; }, found);
+    size_t n = 0;
+    size_t found = match_command(table, word, &n);
     if (n == 0) {
         fail(kCmdUnknown, word.c_str());
     }
@@ -347,6 +337,16 @@ void standard_result(Result &r) {
 }
 
 }  // namespace
+
+size_t match_command(const cli_command *table, std::string_view word, size_t *matches) {
+    size_t count = 0;
+    while (table[count].name != nullptr) {
+        ++count;
+    }
+    size_t found = 0;
+    *matches = word.empty() ? 0 : prefix_matches(word, count, [table](size_t i) { return table[i].name; }, found);
+    return found;
+}
 
 const Item *find_item(const Result &r, std::string_view name, char kind) {
     for (const Item &item : r.items) {

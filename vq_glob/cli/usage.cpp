@@ -108,16 +108,9 @@ void command_usage(const CliRecord &st, const cli_command &cmd, std::string &out
 
 // The command a name abbreviates uniquely, or null.
 const cli_command *lookup_command(const cli_command *table, const char *name) {
-    const cli_command *found = nullptr;
-    for (const cli_command *c = table; c->name != nullptr; ++c) {
-        if (name[0] != '\0' && prefix_nocase(name, c->name)) {
-            if (found != nullptr) {
-                return nullptr;
-            }
-            found = c;
-        }
-    }
-    return found;
+    size_t matches = 0;
+    size_t found = match_command(table, name, &matches);
+    return matches == 1 ? &table[found] : nullptr;
 }
 
 }  // namespace

@@ -43,18 +43,6 @@ std::string clean(std::string_view item) {
     return out;
 }
 
-template <typename F>
-int guarded(const char *function, F body) {
-    try {
-        return body();
-    } catch (const ParseError &) {
-        return 0;
-    } catch (const std::bad_alloc &) {
-        err_set_error(ERR_GEN_MEMORY, function, "cli", __LINE__);
-        return 0;
-    }
-}
-
 }  // namespace
 
 std::vector<std::string> multi_list_elements(std::string_view text, int32_t per_element) {

@@ -517,6 +517,9 @@ bool format_handle(Handle &h, std::string &out, bool crlf);
 // The same as XML (xml.cpp).
 bool format_handle_xml(Handle &h, std::string &out, bool crlf);
 
+// The value in its text form: one text for a scalar, one per element of a
+// multi-line value, none for an untyped field that never had a value.
+std::vector<std::string> value_texts(const Field &f);
 // Whether the writers leave the section (f == nullptr) or the field out.
 bool skipped_on_write(const Handle &h, const Section &s, const Field *f);
 // The output texts of a field's value: one for a scalar, one per element of

@@ -42,35 +42,6 @@ char **list_view(Field &f) {
 
 namespace {
 
-// The field's value as texts: one for a scalar or an untyped field, one per
-// element of a multi-line value.
-std::vector<std::string> texts_of(const Field &f) {
-    std::vector<std::string> texts;
-    switch (f.type) {
-        case CONF_TYPE_INT: texts.push_back(std::to_string(f.number)); break;
-        case CONF_TYPE_BOOL: texts.emplace_back(f.number != 0 ? "TRUE" : "FALSE"); break;
-        case CONF_TYPE_ML_TEXT: texts = f.lines; break;
-        case CONF_TYPE_ML_INT:
-            for (int32_t n : f.numbers) {
-                texts.push_back(std::to_string(n));
-            }
-            break;
-        case CONF_TYPE_ML_BOOL:
-            for (int32_t n : f.numbers) {
-                texts.emplace_back(n != 0 ? "TRUE" : "FALSE");
-            }
-            break;
-        case CONF_TYPE_BIG_INT: texts.push_back(f.big.text()); break;
-        default:
-            // An untyped field without a value (just created) has nothing.
-            if (f.has_value || !f.text.empty()) {
-                texts.push_back(f.text);
-            }
-            break;
-    }
-    return texts;
-}
-
 int32_t lenient_bool(std::string_view text) { return equals_ignoring_case(text, "TRUE") ? 1 : 0; }
 
 }  // namespace
@@ -79,7 +50,7 @@ void retype(Field &f, int32_t type) {
     if (f.type == type && f.has_value) {
         return;
     }
-    std::vector<std::string> texts = f.type == type ? std::vector<std::string>() : texts_of(f);
+    std::vector<std::string> texts = f.type == type ? std::vector<std::string>() : value_texts(f);
     // An untyped field holding an empty text has no value of its own.
     if (texts.size() == 1 && texts.front().empty()) {
         texts.clear();

@@ -49,37 +49,6 @@ std::string choose_tag(const std::vector<std::string> &elements, const std::stri
     }
 }
 
-std::string number_text(int32_t value) { return std::to_string(static_cast<long long>(value)); }
-
-const char *bool_text(int32_t value) { return value != 0 ? "TRUE" : "FALSE"; }
-
-// The plain text of a value, each multi-line element as one entry.
-void plain_texts(const Field &f, std::vector<std::string> &texts) {
-    switch (f.type) {
-        case CONF_TYPE_INT:
-            texts.push_back(number_text(f.number));
-            break;
-        case CONF_TYPE_BOOL:
-            texts.emplace_back(bool_text(f.number));
-            break;
-        case CONF_TYPE_ML_TEXT:
-            texts.insert(texts.end(), f.lines.begin(), f.lines.end());
-            break;
-        case CONF_TYPE_ML_INT:
-        case CONF_TYPE_ML_BOOL:
-            for (int32_t value : f.numbers) {
-                texts.push_back(f.type == CONF_TYPE_ML_INT ? number_text(value) : std::string(bool_text(value)));
-            }
-            break;
-        case CONF_TYPE_BIG_INT:
-            texts.push_back(f.big.text());
-            break;
-        default:
-            texts.push_back(f.text);
-            break;
-    }
-}
-
 bool format_field(Handle &h, const Section &s, const Field &f, std::string &out, const char *eol) {
     std::vector<std::string> texts;
     if (!field_output_texts(h, s, f, texts)) {
@@ -156,6 +125,34 @@ int write_file(Handle &h, const std::string &name, std::string &text) {
 
 }  // namespace
 
+std::vector<std::string> value_texts(const Field &f) {
+    auto bool_text = [](int32_t value) { return std::string(value != 0 ? "TRUE" : "FALSE"); };
+    std::vector<std::string> texts;
+    switch (f.type) {
+        case CONF_TYPE_INT: texts.push_back(std::to_string(f.number)); break;
+        case CONF_TYPE_BOOL: texts.push_back(bool_text(f.number)); break;
+        case CONF_TYPE_ML_TEXT: texts = f.lines; break;
+        case CONF_TYPE_ML_INT:
+            for (int32_t n : f.numbers) {
+                texts.push_back(std::to_string(n));
+            }
+            break;
+        case CONF_TYPE_ML_BOOL:
+            for (int32_t n : f.numbers) {
+                texts.push_back(bool_text(n));
+            }
+            break;
+        case CONF_TYPE_BIG_INT: texts.push_back(f.big.text()); break;
+        default:
+            // An untyped field without a value (just created) has nothing.
+            if (f.has_value || !f.text.empty()) {
+                texts.push_back(f.text);
+            }
+            break;
+    }
+    return texts;
+}
+
 bool skipped_on_write(const Handle &h, const Section &s, const Field *f) {
     if (!h.only_table_on_write || !h.bound) {
         return false;  // before a table is bound nothing is left out
@@ -164,8 +161,7 @@ bool skipped_on_write(const Handle &h, const Section &s, const Field *f) {
 }
 
 bool field_output_texts(Handle &h, const Section &s, const Field &f, std::vector<std::string> &texts) {
-    texts.clear();
-    plain_texts(f, texts);
+    texts = value_texts(f);
     if ((f.flags & kFlagEncrypted) == 0) {
         return true;
     }
