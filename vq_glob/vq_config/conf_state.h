@@ -520,7 +520,8 @@ bool format_handle_xml(Handle &h, std::string &out, bool crlf);
 // The value in its text form: one text for a scalar, one per element of a
 // multi-line value, none for an untyped field that never had a value.
 std::vector<std::string> value_texts(const Field &f);
-// Whether the writers leave the section (f == nullptr) or the field out.
+// Whether the writers leave the section (f == nullptr) or the field out;
+// a field left out is traced.
 bool skipped_on_write(const Handle &h, const Section &s, const Field *f);
 // The output texts of a field's value: one for a scalar, one per element of
 // a multi-line value, enciphered when the field is stored encrypted. False

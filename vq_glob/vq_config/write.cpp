@@ -157,7 +157,11 @@ bool skipped_on_write(const Handle &h, const Section &s, const Field *f) {
     if (!h.only_table_on_write || !h.bound) {
         return false;  // before a table is bound nothing is left out
     }
-    return !s.in_table || (f != nullptr && !f->in_table);
+    bool skipped = !s.in_table || (f != nullptr && !f->in_table);
+    if (skipped && f != nullptr) {
+        vq::debug::trace_bit(kTraceBit, "conf_write_section() - skipping field <%s>\n", f->name.c_str());
+    }
+    return skipped;
 }
 
 bool field_output_texts(Handle &h, const Section &s, const Field &f, std::vector<std::string> &texts) {
@@ -188,11 +192,7 @@ bool format_handle(Handle &h, std::string &out, bool crlf) {
         out += ']';
         out += eol;
         for (Field &f : s.fields) {
-            if (skipped_on_write(h, s, &f)) {
-                vq::debug::trace_bit(kTraceBit, "conf_write_section() - skipping field <%s>\n", f.name.c_str());
-                continue;
-            }
-            if (!format_field(h, s, f, out, eol)) {
+            if (!skipped_on_write(h, s, &f) && !format_field(h, s, f, out, eol)) {
                 return false;
             }
         }

@@ -176,11 +176,7 @@ bool format_section(Handle &h, Section &s, std::string &xml) {
     xml += tag.comments;
     xml += "<" + tag.name + ">\n";
     for (Field &f : s.fields) {
-        if (skipped_on_write(h, s, &f)) {
-            vq::debug::trace_bit(kTraceBit, "conf_write_section() - skipping field <%s>\n", f.name.c_str());
-            continue;
-        }
-        if (!format_field(h, s, f, xml)) {
+        if (!skipped_on_write(h, s, &f) && !format_field(h, s, f, xml)) {
             return false;
         }
     }
