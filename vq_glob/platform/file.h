@@ -22,6 +22,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <string>
 
 inline constexpr intptr_t kPlatNoFile = -1;
 
@@ -113,3 +114,25 @@ int32_t plat_file_remove(const char *name);
 // The system's default ANSI code page as its number in text ("932" on a
 // Japanese Windows); "65001" on POSIX, whose names are UTF-8. Native errors.
 int32_t plat_default_ansi_code_page(char *buf, size_t size);
+
+// ---- Whole-file reads ---------------------------------------------------------
+
+// Opens name for reading as plat_read_regular_file needs it: without blocking
+// on a fifo or a device (O_NONBLOCK on POSIX), and on Windows so that a
+// directory opens too and is then refused by its kind. Native errors.
+int32_t plat_open_for_whole_read(const char *name, intptr_t *file);
+
+// How plat_read_regular_file ended.
+enum class PlatWholeRead {
+    ok,
+    open_failed,  // *error holds the native error number
+    not_regular,  // a directory, fifo, device, socket...: nothing was read
+    too_large,    // more than limit bytes: out is left empty
+    read_failed   // *error holds the native error number; out is left empty
+};
+
+// Reads the whole of name into out (replacing its contents), refusing
+// anything but a regular file and anything longer than limit bytes, so that
+// neither /dev/zero nor a fifo can hang the caller or exhaust its memory.
+// *error is set for open_failed and read_failed (0 otherwise).
+PlatWholeRead plat_read_regular_file(const char *name, size_t limit, std::string &out, int32_t *error);

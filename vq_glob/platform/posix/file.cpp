@@ -379,3 +379,17 @@ int32_t plat_default_ansi_code_page(char *buf, size_t size) {
     std::snprintf(buf, size, "65001");
     return 0;
 }
+
+int32_t plat_open_for_whole_read(const char *name, intptr_t *file) {
+    // O_NONBLOCK: opening a fifo without a writer returns at once; the kind
+    // check that follows refuses it before any read could wait.
+    int fd = -1;
+    do {
+        fd = ::open(name, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
+    } while (fd < 0 && errno == EINTR);
+    if (fd < 0) {
+        return errno;
+    }
+    *file = fd;
+    return 0;
+}

@@ -327,3 +327,20 @@ int32_t plat_default_ansi_code_page(char *buf, size_t size) {
     }
     return 0;
 }
+
+int32_t plat_open_for_whole_read(const char *name, intptr_t *file) {
+    WideName wide;
+    DWORD name_error = long_name(name, wide);
+    if (name_error != 0) {
+        return static_cast<int32_t>(name_error);
+    }
+    // Backup semantics let a directory open, so that it is refused by its
+    // kind rather than by an access-denied error that hides what it is.
+    HANDLE handle = CreateFileW(wide.text, GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+                                nullptr, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr);
+    if (handle == INVALID_HANDLE_VALUE) {
+        return static_cast<int32_t>(GetLastError());
+    }
+    *file = reinterpret_cast<intptr_t>(handle);
+    return 0;
+}
