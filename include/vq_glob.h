@@ -5,6 +5,7 @@
 
 #include "vq_glob/export.h"
 #include "vq_glob/glob.h"
+#include "vq_glob/err_codes.h"
 #include "vq_glob/err.h"
 #include "vq_glob/dbg.h"
 #include "vq_glob/memory.h"

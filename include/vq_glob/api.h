@@ -16,6 +16,7 @@
 #ifndef VQ_GLOB_API_H
 #define VQ_GLOB_API_H
 
+#include "vq_glob/err_codes.h"
 #include "vq_glob/export.h"
 
 VQ_EXTERN_C_BEGIN
@@ -34,14 +35,8 @@ VQ_EXTERN_C_BEGIN
 /* Bytes a unique process id needs: 32 hexadecimal digits and the NUL. */
 #define API_UNIQUE_ID_SIZE 33
 
-/* Codes this family leaves on the error stack (facility EXE, 0x1200). */
-#define ERR_EXE_GENERAL 0x1201u    /* "%s" */
-#define ERR_EXE_PIPECREAT 0x1202u  /* "error creating pipe" */
-#define ERR_EXE_PIPEREAD 0x1205u   /* "shareable image was unexpectedly terminated" */
-#define ERR_EXE_PIPEWRITE 0x1206u  /* "error writing to pipe" */
-#define ERR_EXE_INCNSNCY 0x120Eu   /* "inconsitency detected in api structures, aborting..." */
-#define ERR_EXE_NOTACTIVE 0x120Fu  /* "entry is not active" */
-#define ERR_EXE_BADPAR 0x1222u     /* "got bad parameter (%s)" */
+/* Codes this family leaves on the error stack: the ERR_EXE_... names of
+ * vq_glob/err_codes.h (facility EXE, 0x1200), e.g. ERR_EXE_NOTACTIVE. */
 
 /* ---- The handle table --------------------------------------------------------- */
 

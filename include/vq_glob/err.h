@@ -10,16 +10,16 @@
 #ifndef VQ_GLOB_ERR_H
 #define VQ_GLOB_ERR_H
 
+#include "vq_glob/err_codes.h"
 #include "vq_glob/export.h"
 
 VQ_EXTERN_C_BEGIN
 
-/* Codes shared by every module. */
-#define ERR_SYS_ERRMSG 0x203u    /* "%s": an operating-system text */
-#define ERR_GEN_MEMORY 0x1001u   /* "out of memory (%s at %s-%d)": function, module, line */
-#define ERR_GEN_GENERAL 0x1002u  /* "%s" */
-#define ERR_GEN_PARAMS 0x100Eu   /* "invalid function parameter (<%s>/<%s>)": function, argument */
-#define ERR_UNKNOWN 0xFFFFu      /* the catch-all entry */
+/* Every code of the message table has a name in vq_glob/err_codes.h. The
+ * codes shared by every module: ERR_SYS_ERRMSG (an operating-system text),
+ * ERR_GEN_MEMORY (function, module, line), ERR_GEN_GENERAL ("%s") and
+ * ERR_GEN_PARAMS (function, argument). */
+#define ERR_UNKNOWN ERR_UNKNWN_UNKNWN /* the catch-all entry */
 
 /* One stack entry as it travels between threads and processes. */
 typedef struct {
