@@ -5,6 +5,9 @@
 // of a field continued over plain lines is the field's value, which may begin
 // with a blank, and the format trims every element line it reads.)
 //
+// The same handle is then written as XML, which must hold nothing but UTF-8
+// characters that an XML document may carry, whatever bytes the input had.
+//
 // The first input byte chooses whether the handles are bound to the
 // library's pack table first (odd) or read untyped (even); bound handles
 // are also read through every typed getter of the table's fields.
@@ -110,6 +113,50 @@ std::string written(void *h) {
     return text;
 }
 
+// Whether text is UTF-8 made only of XML's characters (tab, line feed,
+// carriage return, U+0020 to U+D7FF, U+E000 to U+FFFD, U+10000 and up).
+bool is_xml_text(const std::string &text) {
+    for (size_t at = 0; at < text.size();) {
+        auto lead = static_cast<unsigned char>(text[at]);
+        size_t length = lead < 0x80 ? 1 : lead >= 0xC2 && lead <= 0xDF ? 2 : lead >= 0xE0 && lead <= 0xEF ? 3
+                                                                       : lead >= 0xF0 && lead <= 0xF4 ? 4
+                                                                                                      : 0;
+        if (length == 0 || at + length > text.size()) {
+            return false;
+        }
+        uint32_t code = length == 1 ? lead : lead & (0x7Fu >> length);
+        for (size_t i = 1; i < length; ++i) {
+            auto next = static_cast<unsigned char>(text[at + i]);
+            if ((next & 0xC0) != 0x80) {
+                return false;
+            }
+            code = code << 6 | (next & 0x3Fu);
+        }
+        static constexpr uint32_t kShortest[] = {0, 0, 0x80, 0x800, 0x10000};
+        bool allowed = code == 0x9 || code == 0xA || code == 0xD || (code >= 0x20 && code <= 0xD7FF) ||
+                       (code >= 0xE000 && code <= 0xFFFD) || (code >= 0x10000 && code <= 0x10FFFF);
+        if (code < kShortest[length] || !allowed) {
+            return false;
+        }
+        at += length;
+    }
+    return true;
+}
+
+void check_xml(void *h) {
+    if (conf_set_use_write_to_XML(h, 1) != 1) {
+        std::abort();
+    }
+    char *buffer = nullptr;
+    // A field whose value cannot be written fails the write; what is written
+    // must be XML.
+    if (conf_write_buffer(h, &buffer) == 1 && !is_xml_text(buffer)) {
+        std::abort();
+    }
+    conf_free_buffer(buffer);
+    conf_set_use_write_to_XML(h, 0);
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
@@ -129,6 +176,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     if (read == 1 && round_trip(second) != second) {
         std::abort();
     }
+    check_xml(h);
     conf_free_handle(&h);
     err_clear_error_stack();
     return 0;

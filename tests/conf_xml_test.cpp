@@ -77,7 +77,7 @@ constexpr const char *kIllegalComment =
     "<!--The specified xml text was in original not well-formed.\n"
     "The original name [%s] contained invalid characters.\n"
     "A name which contains one of the characters: {  ] [ ! $ * + , ; = @ { } ( ) | ~ < > ? / & \\ ' \" # % ^ "
-    "` "
+    "` : "
     "and blanks  } is illegal.\n"
     "Those characters were replaced by ' _ '. -->\n";
 
@@ -173,6 +173,101 @@ TEST_F(ConfXml, RootIsConfigurableAndRepairedLikeAnyName) {
     EXPECT_EQ(conf_set_use_write_to_XML(nullptr, 1), 0);
     EXPECT_EQ(err_get_error_code(0), ERR_GEN_PARAMS);
 }
+
+// ---- Well-formed whatever the values and names hold ---------------------------------
+
+#define R "\xEF\xBF\xBD"  // U+FFFD as UTF-8
+
+// What xmllint, a real XML parser, says of the file: empty when it is
+// well-formed. Skips the calling test when there is no xmllint to ask.
+#define EXPECT_WELL_FORMED(file)                                                                     \
+    do {                                                                                             \
+        if (std::system("xmllint --version > /dev/null 2>&1") != 0) {                                \
+            GTEST_SKIP() << "xmllint (Debian package libxml2-utils) is not installed: the written " \
+                            "XML cannot be parsed";                                                  \
+        }                                                                                            \
+        EXPECT_EQ(xmllint_errors(file), "");                                                         \
+    } while (0)
+
+#if !defined(_WIN32)
+std::string xmllint_errors(const std::string &file) {
+    std::string command = "xmllint --noout '" + file + "' 2>&1";
+    FILE *pipe = ::popen(command.c_str(), "r");
+    if (pipe == nullptr) {
+        return "cannot run xmllint";
+    }
+    std::string said;
+    char chunk[512];
+    size_t got = 0;
+    while ((got = std::fread(chunk, 1, sizeof chunk, pipe)) > 0) {
+        said.append(chunk, got);
+    }
+    int status = ::pclose(pipe);
+    return status == 0 && said.empty() ? "" : "xmllint status " + std::to_string(status) + ": " + said;
+}
+#endif
+
+TEST_F(ConfXml, ControlsBadUtf8AndNonCharactersNeverReachTheDocument) {
+#if defined(_WIN32)
+    GTEST_SKIP() << "the written XML is checked with xmllint, which the Windows test runs do not have";
+#else
+    ASSERT_EQ(conf_set_use_write_to_XML(h_, 1), 1);
+    ASSERT_EQ(conf_set_write_XML_header(h_, 1), 1);
+    // (A buffer read ends at a byte 0xFF, so none stands in the text.)
+    ASSERT_EQ(conf_read_buffer_to_handle(h_,
+                                         "[sec\x02tion]\n"
+                                         "Ctl=a\x01" "b\tc\x7f\xc2\x85" "d\r e\x1f\n"
+                                         "Bad=\xfe\xc0\xaf|\xed\xa0\x80|\xf4\x90\x80\x80|\xe2\x82\n"
+                                         "Non=x\xef\xbf\xbey\xef\xbf\xbfz\xef\xb7\x90\n"
+                                         "Ok=\xc3\xa9\xe2\x82\xac\xf0\x9f\x98\x80\n"
+                                         "n\xfeme=1\n"
+                                         "a:b=2\n"
+                                         "\xc3\xa9t\xc3\xa9=3\n"
+                                         "\xc2\xb7x=4\n"
+                                         "\x01--=5\n"
+                                         "List=_ml_text_\n"
+                                         "l\x0bine\n"
+                                         "_ml_text_\n"),
+              1)
+        << err_get_error_msg();
+    ASSERT_EQ(conf_add_field_to_section(h_, "sec\x02tion", "Lf"), 1);
+    ASSERT_EQ(conf_set_string_field(h_, "sec\x02tion", "Lf", "one\ntwo"), 1) << err_get_error_msg();
+    std::string file = path("hostile.xml");
+    ASSERT_EQ(conf_write(h_, file.c_str()), 1) << err_get_error_msg();
+    EXPECT_WELL_FORMED(file);
+
+    std::string out = written(h_);
+    for (const char *expected : {
+             "\n<sec_tion>\n",
+             // White space and the controls XML allows as references; the others replaced.
+             "\t<Ctl>a" R "b&#9;c&#127;&#133;d&#13; e" R "</Ctl>\n",
+             "\t<Lf>one&#10;two</Lf>\n",
+             // One U+FFFD per byte that begins no UTF-8 character: a stray
+             // byte, an overlong lead, a surrogate, a value past U+10FFFF, a
+             // sequence cut short.
+             "\t<Bad>" R R R "|" R R R "|" R R R R "|" R R "</Bad>\n",
+             // U+FFFE and U+FFFF cannot be carried; U+FDD0 can.
+             "\t<Non>x" R "y" R "z\xef\xb7\x90</Non>\n",
+             "\t<Ok>\xc3\xa9\xe2\x82\xac\xf0\x9f\x98\x80</Ok>\n",
+             "\t   <line>l" R "ine</line>\n",
+             // Names keep what a name may hold and say what they lost.
+             "The original name [n" R "me] contained invalid characters.",
+             "\t<n_me>1</n_me>\n",
+             "The original name [a:b] contained invalid characters.",
+             "\t<a_b>2</a_b>\n",
+             "</a_b>\n\t<\xc3\xa9t\xc3\xa9>3</\xc3\xa9t\xc3\xa9>\n",
+             "\t<_x>4</_x>\n",
+             "The original name [" R "- -] contained invalid characters.",
+             "\t<_-->5</_-->\n",
+         }) {
+        EXPECT_NE(out.find(expected), std::string::npos) << "missing " << expected << " in\n" << out;
+    }
+    // The name that needed no repair has no comment before it.
+    EXPECT_EQ(out.find("[\xc3\xa9t\xc3\xa9]"), std::string::npos) << out;
+#endif
+}
+
+#undef R
 
 // ---- Encryption ---------------------------------------------------------------------
 

@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <cstring>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "vq_config/conf_state.h"
@@ -34,12 +35,16 @@ constexpr char kLeadingXmlComment[] =
     "The original name [%s] contained the name \"xml\", which is reserved and must be lowercase.\n"
     "To avoid that, a character ' _ ' was added at the beginning.-->\n";
 
-// Characters that no tag name may hold. Besides these, blanks and other
-// control characters become "_" as well: the library's own tables name
-// fields with blanks, and "_" keeps such names readable as one word.
-constexpr char kIllegalChars[] = "][!$*+,;=@{}()|~<>?/&\\'\"#%^`";
-// The same set as the comment shows it.
-constexpr char kIllegalCharsShown[] = "] [ ! $ * + , ; = @ { } ( ) | ~ < > ? / & \\ ' \" # % ^ ` and blanks";
+// Tag names hold only what an XML name may: the characters below, the
+// blanks, the controls, ":" (a namespace prefix nobody declared) and every
+// other character outside XML's name ranges become "_". The library's own
+// tables name fields with blanks, and "_" keeps such names readable as one
+// word. The comment before a repaired element names the set.
+constexpr char kIllegalCharsShown[] =
+    "] [ ! $ * + , ; = @ { } ( ) | ~ < > ? / & \\ ' \" # % ^ ` : and blanks";
+
+// U+FFFD, what stands for a character that XML cannot carry.
+constexpr char kReplacement[] = "\xEF\xBF\xBD";
 
 void appendf(std::string &out, const char *format, ...) VQ_PRINTF(2, 3);
 
@@ -59,9 +64,77 @@ void appendf(std::string &out, const char *format, ...) {
     va_end(again);
 }
 
-bool is_illegal_char(char c) {
-    auto byte = static_cast<unsigned char>(c);
-    return byte <= 0x20 || byte == 0x7F || std::strchr(kIllegalChars, c) != nullptr;
+// ---- Characters -----------------------------------------------------------------
+
+constexpr char32_t kNotUtf8 = 0xFFFFFFFF;
+
+// One character of text taken as UTF-8.
+struct Char {
+    char32_t code;  // kNotUtf8 for a byte that begins no valid sequence
+    size_t length;  // bytes taken: 1 for such a byte, so that decoding resumes after it
+};
+
+bool is_continuation(std::string_view text, size_t at) {
+    return at < text.size() && (static_cast<unsigned char>(text[at]) & 0xC0) == 0x80;
+}
+
+// The character at text[at]. Overlong forms, surrogates, values past
+// U+10FFFF, stray continuation bytes and sequences cut short are not UTF-8.
+Char next_char(std::string_view text, size_t at) {
+    auto byte = [&](size_t i) { return static_cast<unsigned char>(text[at + i]); };
+    unsigned char lead = byte(0);
+    if (lead < 0x80) {
+        return {lead, 1};
+    }
+    size_t length = lead >= 0xC2 && lead <= 0xDF ? 2 : lead >= 0xE0 && lead <= 0xEF ? 3 : lead >= 0xF0 && lead <= 0xF4 ? 4 : 0;
+    for (size_t i = 1; i < length; ++i) {
+        if (!is_continuation(text, at + i)) {
+            return {kNotUtf8, 1};
+        }
+    }
+    switch (length) {
+        case 2:
+            return {static_cast<char32_t>((lead & 0x1F) << 6 | (byte(1) & 0x3F)), 2};
+        case 3: {
+            char32_t code = static_cast<char32_t>((lead & 0x0F) << 12 | (byte(1) & 0x3F) << 6 | (byte(2) & 0x3F));
+            bool valid = code >= 0x800 && (code < 0xD800 || code > 0xDFFF);
+            return valid ? Char{code, 3} : Char{kNotUtf8, 1};
+        }
+        case 4: {
+            char32_t code = static_cast<char32_t>((lead & 0x07) << 18 | (byte(1) & 0x3F) << 12 | (byte(2) & 0x3F) << 6 |
+                                                  (byte(3) & 0x3F));
+            bool valid = code >= 0x10000 && code <= 0x10FFFF;
+            return valid ? Char{code, 4} : Char{kNotUtf8, 1};
+        }
+        default:
+            return {kNotUtf8, 1};
+    }
+}
+
+// XML's Char production: what a document may hold at all.
+bool is_xml_char(char32_t c) {
+    return c == 0x9 || c == 0xA || c == 0xD || (c >= 0x20 && c <= 0xD7FF) || (c >= 0xE000 && c <= 0xFFFD) ||
+           (c >= 0x10000 && c <= 0x10FFFF);
+}
+
+// Characters a value shows as a reference: the white space that a parser
+// would otherwise normalise, and the controls, which XML allows but nobody
+// wants to meet as they are.
+bool is_referenced(char32_t c) { return c == 0x9 || c == 0xA || c == 0xD || (c >= 0x7F && c <= 0x9F); }
+
+// XML's NameStartChar, without ":".
+bool is_name_start(char32_t c) {
+    return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || c == '_' || (c >= 0xC0 && c <= 0xD6) ||
+           (c >= 0xD8 && c <= 0xF6) || (c >= 0xF8 && c <= 0x2FF) || (c >= 0x370 && c <= 0x37D) ||
+           (c >= 0x37F && c <= 0x1FFF) || (c >= 0x200C && c <= 0x200D) || (c >= 0x2070 && c <= 0x218F) ||
+           (c >= 0x2C00 && c <= 0x2FEF) || (c >= 0x3001 && c <= 0xD7FF) || (c >= 0xF900 && c <= 0xFDCF) ||
+           (c >= 0xFDF0 && c <= 0xFFFD) || (c >= 0x10000 && c <= 0xEFFFF);
+}
+
+// XML's NameChar, without ":".
+bool is_name_char(char32_t c) {
+    return is_name_start(c) || c == '-' || c == '.' || (c >= '0' && c <= '9') || c == 0xB7 ||
+           (c >= 0x300 && c <= 0x36F) || (c >= 0x203F && c <= 0x2040);
 }
 
 bool starts_with_xml(const std::string &name) {
@@ -71,15 +144,21 @@ bool starts_with_xml(const std::string &name) {
     return (name[0] | 0x20) == 'x' && (name[1] | 0x20) == 'm' && (name[2] | 0x20) == 'l';
 }
 
-// The name as a comment may hold it: "--" ends a comment early in XML, so
-// each such pair is split by a blank.
-std::string shown_in_comment(const std::string &name) {
+// Text that a comment may hold: characters XML cannot carry become U+FFFD,
+// and "--", which would end the comment early, is split by a blank.
+std::string shown_in_comment(std::string_view name) {
     std::string shown;
-    for (char c : name) {
-        if (c == '-' && !shown.empty() && shown.back() == '-') {
-            shown += ' ';
+    for (size_t at = 0; at < name.size();) {
+        Char c = next_char(name, at);
+        if (c.code == kNotUtf8 || !is_xml_char(c.code)) {
+            shown += kReplacement;
+        } else {
+            if (c.code == '-' && !shown.empty() && shown.back() == '-') {
+                shown += ' ';
+            }
+            shown.append(name.substr(at, c.length));
         }
-        shown += c;
+        at += c.length;
     }
     return shown;
 }
@@ -91,21 +170,25 @@ struct Tag {
 };
 
 Tag legal_tag(const std::string &name) {
-    Tag tag{name, {}};
-    bool replaced = tag.name.empty();
-    if (replaced) {
-        tag.name = "_";
-    }
-    for (char &c : tag.name) {
-        if (is_illegal_char(c)) {
-            c = '_';
+    Tag tag;
+    bool replaced = name.empty();
+    for (size_t at = 0; at < name.size();) {
+        Char c = next_char(name, at);
+        // A digit first is its own repair below; "-", "." and the other
+        // name characters that may not begin a name are replaced.
+        bool first = tag.name.empty();
+        bool legal = c.code != kNotUtf8 && (first ? is_name_start(c.code) || (c.code >= '0' && c.code <= '9')
+                                                  : is_name_char(c.code));
+        if (legal) {
+            tag.name.append(name, at, c.length);
+        } else {
+            tag.name += '_';
             replaced = true;
         }
+        at += c.length;
     }
-    // "-" and "." may stand in a name, but not first.
-    if (tag.name[0] == '-' || tag.name[0] == '.') {
-        tag.name[0] = '_';
-        replaced = true;
+    if (tag.name.empty()) {
+        tag.name = "_";
     }
     std::string shown = shown_in_comment(name);
     if (replaced) {
@@ -121,28 +204,29 @@ Tag legal_tag(const std::string &name) {
     return tag;
 }
 
-void append_escaped(std::string &out, const std::string &value) {
-    for (char c : value) {
-        switch (c) {
-            case '&':
-                out += "&amp;";
-                break;
-            case '\'':
-                out += "&apos;";
-                break;
-            case '>':
-                out += "&gt;";
-                break;
-            case '<':
-                out += "&lt;";
-                break;
-            case '"':
-                out += "&quot;";
-                break;
+// The value as character data: the five markup characters as entities, the
+// characters of is_referenced as references, and whatever XML cannot carry
+// (other controls, bytes that are not UTF-8, U+FFFE and U+FFFF) as U+FFFD.
+void append_escaped(std::string &out, std::string_view value) {
+    for (size_t at = 0; at < value.size();) {
+        Char c = next_char(value, at);
+        switch (c.code) {
+            case '&': out += "&amp;"; break;
+            case '\'': out += "&apos;"; break;
+            case '>': out += "&gt;"; break;
+            case '<': out += "&lt;"; break;
+            case '"': out += "&quot;"; break;
             default:
-                out += c;
+                if (c.code == kNotUtf8 || !is_xml_char(c.code)) {
+                    out += kReplacement;
+                } else if (is_referenced(c.code)) {
+                    appendf(out, "&#%u;", static_cast<unsigned>(c.code));
+                } else {
+                    out.append(value.substr(at, c.length));
+                }
                 break;
         }
+        at += c.length;
     }
 }
 
