@@ -20,6 +20,10 @@
 #include "vq_glob/dbg.h"
 #include "vq_glob/err.h"
 
+#if !defined(_WIN32)
+#include <sys/stat.h>
+#endif
+
 namespace {
 
 namespace fs = std::filesystem;
@@ -255,20 +259,43 @@ TEST_F(Conf, EmptyMissingAndBlankFiles) {
     EXPECT_EQ(err_get_error_code(0), 0x8202u);
     EXPECT_EQ(std::string(err_get_error_text(0)), "error opening configuration file <" + missing + ">");
 
-    // A directory opens on POSIX and then fails to read; Windows refuses the open.
-    std::string dir = path("dir");
-    fs::create_directory(dir);
-    EXPECT_EQ(conf_read_file_to_handle(h_, dir.c_str()), 0);
-#if defined(_WIN32)
-    EXPECT_EQ(err_get_error_code(0), 0x8202u);
-#else
-    EXPECT_EQ(err_get_error_code(0), 0x8203u);
-    EXPECT_EQ(std::string(err_get_error_text(0)), "error reading configuration file <" + dir + ">");
-#endif
-
     std::string blank = file_with("blank", "\n  \n\r\n");
     EXPECT_EQ(conf_read_file_to_handle(h_, blank.c_str()), 1);
     EXPECT_EQ(text(), "");
+}
+
+// Anything but a regular file is refused before a byte is read (a device
+// would fill memory, a fifo without a writer would block for ever), and so
+// is a file past CONF_MAX_FILE_SIZE; the handle keeps what it held.
+TEST_F(Conf, OnlyRegularFilesUpToTheLimitAreRead) {
+    ASSERT_EQ(conf_read_buffer_to_handle(h_, "[kept]\nk=v\n"), 1);
+    auto expect_refused = [this](const std::string &name, uint32_t code, const std::string &reason) {
+        SCOPED_TRACE(name);
+        EXPECT_EQ(conf_read_file_to_handle(h_, name.c_str()), 0);
+        EXPECT_EQ(err_get_error_code(0), code) << err_get_error_msg();
+        EXPECT_NE(std::string(err_get_error_msg()).find(name + reason), std::string::npos) << err_get_error_msg();
+        EXPECT_EQ(text(), "[kept]\nk=v\n");
+    };
+    std::string dir = path("dir");
+    fs::create_directory(dir);
+    expect_refused(dir, 0x8202u, " is not a regular file");
+#if !defined(_WIN32)
+    expect_refused("/dev/zero", 0x8202u, " is not a regular file");
+    std::string fifo = path("fifo");
+    ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
+    expect_refused(fifo, 0x8202u, " is not a regular file");
+#endif
+
+    // Sparse files: only the length costs anything.
+    std::string header = "[big]\nk=v\n";
+    std::string limit = file_with("limit", header);
+    fs::resize_file(limit, CONF_MAX_FILE_SIZE);
+    std::string over = file_with("over", header);
+    fs::resize_file(over, CONF_MAX_FILE_SIZE + 1ull);
+    expect_refused(over, 0x8203u, " is larger than 67108864 bytes");
+    // The zero bytes after the header are one line that its first NUL ends.
+    EXPECT_EQ(conf_read_file_to_handle(h_, limit.c_str()), 1) << err_get_error_msg();
+    EXPECT_EQ(text(), "[kept]\nk=v\n[big]\nk=v\n");
 }
 
 TEST_F(Conf, LockFileIsRemovedOnEveryPathAndWaitedFor) {

@@ -60,8 +60,14 @@ VQ_API int conf_set_encryption_to_handle(void *h, const char *key);
 
 /* ---- Reading and writing ---------------------------------------------------------- */
 
+/* The largest configuration file conf_read_file_to_handle reads: 64 MiB. */
+#define CONF_MAX_FILE_SIZE (64u * 1024u * 1024u)
+
 /* Reads the file into the handle, merging with the sections and fields there.
- * A file of zero bytes fails with 0x8211; after a failure the handle keeps
+ * Only a regular file is read: a directory, fifo or device fails with 0x8202
+ * (a fifo is refused without waiting for a writer), a file of more than
+ * CONF_MAX_FILE_SIZE bytes with 0x8203, and a file of zero bytes with 0x8211;
+ * the system's reason stands below as 0x203. After a failure the handle keeps
  * what was read before it. */
 VQ_API int conf_read_file_to_handle(void *h, const char *file_name);
 /* The same from a NUL-terminated buffer, which also ends at a byte 0xFF. */
@@ -70,10 +76,14 @@ VQ_API int conf_read_buffer_to_handle(void *h, const char *buffer);
  * place or through "<file>.temp"; 0x8204 when the file cannot be written.
  * Through the temporary file, a crash leaves either the old or the new
  * configuration (and possibly a stale "<file>.temp", replaced by the next
- * write). In place (the default) the file is truncated and rewritten from
- * its start, so a process that dies during the write can leave it empty (the
- * next read fails with 0x8211) or holding only the beginning of the new text,
- * which reads as a configuration missing its last fields. */
+ * write): the crash-safe choice. In place (the default) the room for the new
+ * text is reserved before the old text is touched, so a full disk fails the
+ * write (0x8204 over the system's reason) and leaves the old file as it was.
+ * The new text is then written over the old from the start and the file cut
+ * to its length: a process that dies during that write can leave the
+ * beginning of the new text followed by the rest of the old one (or by zero
+ * bytes where the new text is longer), which may still read as a
+ * configuration. */
 VQ_API int conf_write(void *h, const char *file_name);
 /* *buffer = the handle's text in a new buffer; free it with conf_free_buffer. */
 VQ_API int conf_write_buffer(void *h, char **buffer);
@@ -323,7 +333,13 @@ VQ_API int32_t vq_get_kill_list_cf_keys_number(void);
 /* ---- XML output and encrypted fields ------------------------------------------------------- */
 
 /* conf_write and conf_write_buffer write XML instead of text: on (non-zero)
- * or off (the default). XML is an output format only. */
+ * or off (the default). XML is an output format only, and always
+ * well-formed UTF-8: in values, tab, line feed, carriage return, DEL and the
+ * C1 controls are written as character references ("&#9;"); the other
+ * control characters, bytes that are not UTF-8 and U+FFFE/U+FFFF, which XML
+ * cannot carry at all, become U+FFFD. In names, every character an XML name
+ * cannot hold becomes "_"; comments show the original name with U+FFFD in
+ * the same places. */
 VQ_API int conf_set_use_write_to_XML(void *h, int32_t on);
 /* 1 when the handle writes XML; 0 when it writes text (or h is NULL). */
 VQ_API int conf_is_write_to_XML(void *h);

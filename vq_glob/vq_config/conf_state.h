@@ -402,6 +402,9 @@ private:
 int raise_params(const char *function, const char *argument);
 // 0 with 0x1001 for the function at the line.
 int raise_memory(const char *function, int line);
+// 0 with the system's text for a native error number (errno, GetLastError)
+// as 0x203 on a fresh stack, for the caller to add its own line above.
+int raise_native(int32_t error);
 
 // Runs body(handle) under the handle's critical section, turning an escaping
 // allocation failure into 0x1001; 0x100e for a NULL handle.
@@ -500,11 +503,10 @@ int get_value_by_const(void *h, const char *function, int32_t constant, int32_t 
 // A typed set of the field bound to constant from in (of in.type).
 int set_value_by_const(void *h, const char *function, int32_t constant, const Value &in);
 
-// The per-thread records: the reader keeps its file chunk buffer, the writer
-// the text it builds, so that a thread reusing the module reuses the memory.
-struct ConfigRecord {
-    std::vector<char> chunk;
-};
+// The per-thread records: the module's own slot (a file is read into a
+// string of its own size, so the reader keeps nothing there), and the writer's
+// text, so that a thread writing again reuses the memory.
+struct ConfigRecord {};
 struct WriterRecord {
     std::string text;
 };

@@ -34,6 +34,7 @@
 #include <string>
 #include <vector>
 
+#include "platform/conf_io.h"
 #include "platform/dynlib.h"
 
 namespace vq::conf {
@@ -56,15 +57,6 @@ using SetKeyFn = void (*)(const DesBlock *key, DesSchedule *schedule);
 using CbcFn = void (*)(const unsigned char *in, unsigned char *out, long length, DesSchedule *schedule,
                        DesBlock *iv, int encrypt);
 
-// The names libcrypto goes by, newest first.
-#if defined(_WIN64)
-constexpr const char *kCryptoNames[] = {"libcrypto-3-x64.dll", "libcrypto-1_1-x64.dll"};
-#elif defined(_WIN32)
-constexpr const char *kCryptoNames[] = {"libcrypto-3.dll", "libcrypto-1_1.dll"};
-#else
-constexpr const char *kCryptoNames[] = {"libcrypto.so.3", "libcrypto.so.1.1", "libcrypto.so"};
-#endif
-
 struct DesFunctions {
     StringToKeyFn string_to_key = nullptr;
     SetKeyFn set_key = nullptr;
@@ -85,7 +77,7 @@ Fn function_of(PlatDynlib *lib, const char *name) {
 DesFunctions load_des_functions() {
     DesFunctions des;
     char why[512] = {0};
-    for (const char *name : kCryptoNames) {
+    for (const char *name : plat_conf_crypto_library_names()) {
         PlatDynlib *lib = plat_dynlib_open(name, why, sizeof why);
         if (lib == nullptr) {
             des.failure = std::string("libcrypto could not be loaded: ") + why;

@@ -25,6 +25,13 @@ int raise_memory(const char *function, int line) {
     return 0;
 }
 
+int raise_native(int32_t error) {
+    char message[512];
+    plat_file_error_text(PlatIo::native, error, message, sizeof message);
+    err_set_error(ERR_SYS_ERRMSG, message);
+    return 0;
+}
+
 namespace {
 
 int allocate(void **handle, bool use_cs, const char *function) {

@@ -15,8 +15,6 @@
 namespace vq::conf {
 namespace {
 
-constexpr size_t kFileChunk = 65536;
-
 bool is_blank(char c) { return c == ' ' || c == '\t'; }
 
 // Leading blanks and tabs go; trailing blanks, tabs, line feeds and carriage
@@ -367,39 +365,37 @@ int guarded_parse(Handle &h, std::string_view text, const char *function) {
     }
 }
 
-// Reads the whole file through the file layer into out. 0 with the file
-// layer's entries and 0x8202 / 0x8203 on the stack.
+// Reads the whole file into out. The read goes through the platform's
+// whole-file read rather than a file-layer handle: that opens without
+// blocking (a fifo with no writer would hang a plain open for ever), refuses
+// anything but a regular file before reading a byte (/dev/zero would
+// otherwise fill memory), and stops past CONF_MAX_FILE_SIZE bytes. 0 with
+// the system's or the refusal's text and 0x8202 / 0x8203 on the stack.
 int read_whole_file(const char *file_name, std::string &out) {
-    int32_t fh = -1;
-    if (gf_allocate_handle(&fh) == 0) {
-        return 0;
+    int32_t error = 0;
+    switch (plat_read_regular_file(file_name, CONF_MAX_FILE_SIZE, out, &error)) {
+        case PlatWholeRead::ok:
+            return 1;
+        case PlatWholeRead::open_failed:
+            raise_native(error);
+            err_add_error(kErrOpen, file_name);
+            return 0;
+        case PlatWholeRead::not_regular:
+            err_set_error(ERR_SYS_ERRMSG, (std::string(file_name) + " is not a regular file").c_str());
+            err_add_error(kErrOpen, file_name);
+            return 0;
+        case PlatWholeRead::too_large:
+            err_set_error(ERR_SYS_ERRMSG, (std::string(file_name) + " is larger than " +
+                                           std::to_string(CONF_MAX_FILE_SIZE) + " bytes")
+                                              .c_str());
+            err_add_error(kErrRead, file_name);
+            return 0;
+        case PlatWholeRead::read_failed:
+            break;
     }
-    int status = 0;
-    if (gf_set_file_name(fh, file_name) == 0 || gf_set_file_open_flags(fh, GF_READ) == 0 ||
-        gf_open_file(fh) == 0) {
-        err_add_error(kErrOpen, file_name);
-    } else {
-        ConfigRecord *rec = ConfigFrame::get();
-        std::vector<char> local;
-        std::vector<char> &chunk = rec != nullptr ? rec->chunk : local;
-        chunk.resize(kFileChunk);
-        status = 1;
-        for (;;) {
-            int32_t got = 0;
-            if (gf_read_file(fh, chunk.data(), static_cast<int32_t>(chunk.size()), &got) == 0) {
-                err_add_error(kErrRead, file_name);
-                status = 0;
-                break;
-            }
-            if (got <= 0) {
-                break;
-            }
-            out.append(chunk.data(), static_cast<size_t>(got));
-        }
-        gf_close_file(fh);
-    }
-    gf_free_handle(fh);
-    return status;
+    raise_native(error);
+    err_add_error(kErrRead, file_name);
+    return 0;
 }
 
 int read_file(Handle &h, const char *file_name) {

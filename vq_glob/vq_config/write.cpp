@@ -1,6 +1,6 @@
-// Writing a handle as configuration text: into a file (in place, or through
-// "<file>.temp" put in the file's place only after a complete write), or
-// into a buffer for the caller. The text is built whole in the thread's
+// Writing a handle as configuration text: into a file (in place, over room
+// reserved first, or through "<file>.temp" put in the file's place only after
+// a complete write), or into a buffer for the caller. The text is built whole in the thread's
 // writer record first, so that the file sees one write and a failure leaves
 // nothing half-formatted behind.
 #include <cstdio>
@@ -76,20 +76,32 @@ bool format_field(Handle &h, const Section &s, const Field &f, std::string &out,
     return true;
 }
 
-// Writes text to name through the file layer; 0 with its entries on the stack.
-int write_text(const char *name, std::string &text, bool sync) {
+bool too_large(const std::string &text) {
     if (text.size() > static_cast<size_t>(INT32_MAX)) {
         err_set_error(ERR_GEN_GENERAL, "configuration text too large");
-        return 0;
+        return true;
     }
+    return false;
+}
+
+// A file-layer handle on name, open for writing: a fresh file, or with
+// keep_contents the file as it is (created when missing). -1 with the file
+// layer's entries on the stack.
+int32_t open_for_writing(const char *name, bool keep_contents) {
     int32_t fh = -1;
     if (gf_allocate_handle(&fh) == 0) {
-        return 0;
+        return -1;
     }
-    int status = gf_set_file_name(fh, name) != 0 && gf_set_file_open_flags(fh, GF_WRITE | GF_TRUNCATE) != 0 &&
-                 gf_create_file(fh) != 0 &&
-                 (text.empty() || gf_write_file(fh, text.data(), static_cast<int32_t>(text.size())) != 0) &&
-                 (!sync || gf_flush_file(fh) != 0);
+    uint32_t flags = GF_WRITE | (keep_contents ? GF_KEEP_CONTENTS : GF_TRUNCATE);
+    if (gf_set_file_name(fh, name) == 0 || gf_set_file_open_flags(fh, flags) == 0 || gf_create_file(fh) == 0) {
+        gf_free_handle(fh);
+        return -1;
+    }
+    return fh;
+}
+
+// Closes and frees fh; status, or 0 when the close fails.
+int close_written(int32_t fh, int status) {
     if (gf_close_file(fh) == 0) {
         status = 0;
     }
@@ -97,25 +109,70 @@ int write_text(const char *name, std::string &text, bool sync) {
     return status;
 }
 
+bool write_all(int32_t fh, std::string &text) {
+    return text.empty() || gf_write_file(fh, text.data(), static_cast<int32_t>(text.size())) != 0;
+}
+
+// Writes text as the whole of a new file name, synced to the device.
+int write_new_file(const char *name, std::string &text) {
+    if (too_large(text)) {
+        return 0;
+    }
+    int32_t fh = open_for_writing(name, false);
+    if (fh < 0) {
+        return 0;
+    }
+    return close_written(fh, write_all(fh, text) && gf_flush_file(fh) != 0 ? 1 : 0);
+}
+
+// Rewrites name in place. The room the new text needs is reserved before
+// the first old byte is touched, so that a full device fails the write with
+// the old configuration whole; only then is the text written from the start
+// and the file cut to its length. (Truncating first, as a plain rewrite
+// does, would hand the old blocks back and leave a cut file on a full disk.)
+// A missing file that this write created is removed again when it fails.
+int write_in_place(const char *name, std::string &text) {
+    if (too_large(text)) {
+        return 0;
+    }
+    PlatFileKind kind = PlatFileKind::other;
+    bool existed = plat_file_kind_by_name(name, true, &kind) == 0;
+    int32_t fh = open_for_writing(name, true);
+    if (fh < 0) {
+        return 0;
+    }
+    int32_t fd = -1;
+    int32_t error = gf_get_file_handle(fh, &fd) != 0 ? plat_conf_reserve(fd, text.size())
+                                                     : plat_file_invalid_argument(PlatIo::native);
+    if (error != 0) {
+        raise_native(error);
+        close_written(fh, 0);
+        if (!existed) {
+            plat_file_remove(name);
+        }
+        return 0;
+    }
+    std::string length = std::to_string(text.size());
+    return close_written(fh, write_all(fh, text) && gf_truncate_file(fh, length.c_str()) != 0 ? 1 : 0);
+}
+
 int write_file(Handle &h, const std::string &name, std::string &text) {
     if (!h.write_with_temp) {
-        if (write_text(name.c_str(), text, false) == 0) {
+        if (write_in_place(name.c_str(), text) == 0) {
             err_add_error(kErrWrite);
             return 0;
         }
         return 1;
     }
     std::string temp = name + ".temp";
-    if (write_text(temp.c_str(), text, true) == 0) {
+    if (write_new_file(temp.c_str(), text) == 0) {
         err_add_error(kErrWrite);
         plat_file_remove(temp.c_str());
         return 0;
     }
     int32_t error = plat_conf_replace_file(temp.c_str(), name.c_str());
     if (error != 0) {
-        char message[512];
-        plat_file_error_text(PlatIo::native, error, message, sizeof message);
-        err_set_error(ERR_SYS_ERRMSG, message);
+        raise_native(error);
         err_add_error(kErrWrite);
         plat_file_remove(temp.c_str());
         return 0;
@@ -236,12 +293,7 @@ VQ_API int conf_write(void *vh, const char *file_name) {
     text.clear();
     try {
         // Files are written as the C runtime's text mode would write them.
-#if defined(_WIN32)
-        constexpr bool kCrlf = true;
-#else
-        constexpr bool kCrlf = false;
-#endif
-        if (!format_output(h, text, kCrlf)) {
+        if (!format_output(h, text, plat_conf_text_uses_crlf())) {
             text.clear();
             return 0;
         }

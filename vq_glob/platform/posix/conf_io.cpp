@@ -1,9 +1,11 @@
-// POSIX backend of the configuration module's replace-by-rename.
+// POSIX backend of the configuration module's file operations.
 #include "platform/conf_io.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <string>
 
@@ -35,7 +37,74 @@ std::string directory_of(const char *name) {
     return slash == 0 ? "/" : path.substr(0, slash);
 }
 
+// Claims the blocks from old_size to size by writing zero bytes there: the
+// way to reserve room where the file system has no allocation call. The
+// bytes before old_size are the file's own and are already on the device.
+int32_t extend_with_zeros(int fd, off_t old_size, off_t size) {
+    static const char zeros[65536] = {};
+    off_t at = old_size;
+    while (at < size) {
+        size_t step = static_cast<size_t>(std::min<off_t>(size - at, static_cast<off_t>(sizeof zeros)));
+        ssize_t done = ::pwrite(fd, zeros, step, at);
+        if (done < 0 && errno == EINTR) {
+            continue;
+        }
+        if (done <= 0) {
+            return done < 0 ? errno : ENOSPC;
+        }
+        at += done;
+    }
+    return 0;
+}
+
+int32_t allocate(int fd, off_t old_size, off_t size) {
+    int error = 0;
+    do {
+        error = ::posix_fallocate(fd, 0, size);
+    } while (error == EINTR);
+    // glibc already writes the blocks itself where the file system cannot
+    // allocate; EOPNOTSUPP is what is left when that cannot be done either
+    // (and what other C libraries report at once). Reserving by writing
+    // keeps the promise there instead of going on without room.
+    if (error == EOPNOTSUPP || error == ENOSYS) {
+        error = extend_with_zeros(fd, old_size, size);
+    }
+    return error;
+}
+
 }  // namespace
+
+int32_t plat_conf_reserve(int fd, uint64_t size) {
+    struct stat st;
+    if (::fstat(fd, &st) != 0) {
+        return errno;
+    }
+    // Only a regular file has a length and old bytes to protect.
+    if (!S_ISREG(st.st_mode) || size == 0) {
+        return 0;
+    }
+    if (size > static_cast<uint64_t>(INT64_MAX)) {
+        return EFBIG;
+    }
+    int32_t error = allocate(fd, st.st_size, static_cast<off_t>(size));
+    if (error != 0) {
+        // A partial allocation or a partial zero fill may have lengthened
+        // the file: give it back its old length (the old bytes are untouched).
+        struct stat now;
+        if (::fstat(fd, &now) == 0 && now.st_size > st.st_size) {
+            while (::ftruncate(fd, st.st_size) != 0 && errno == EINTR) {
+            }
+        }
+    }
+    return error;
+}
+
+bool plat_conf_text_uses_crlf() { return false; }
+
+std::span<const char *const> plat_conf_crypto_library_names() {
+    static constexpr const char *kNames[] = {"libcrypto.so.3", "libcrypto.so.1.1", "libcrypto.so"};
+    return kNames;
+}
 
 int32_t plat_conf_replace_file(const char *source, const char *target) {
     int32_t error = sync_name(source, 0);

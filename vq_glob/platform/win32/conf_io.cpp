@@ -1,6 +1,7 @@
-// Win32 backend of the configuration module's replace-by-rename.
+// Win32 backend of the configuration module's file operations.
 #include "platform/conf_io.h"
 
+#include <io.h>
 #include <windows.h>
 
 #include <string>
@@ -54,4 +55,72 @@ int32_t plat_conf_replace_file(const char *source, const char *target) {
         return static_cast<int32_t>(GetLastError());
     }
     return 0;
+}
+
+namespace {
+
+// Whether the file system took no allocation request at all (FAT, some
+// network redirectors), as opposed to having no room.
+bool allocation_unsupported(DWORD error) {
+    return error == ERROR_INVALID_PARAMETER || error == ERROR_NOT_SUPPORTED || error == ERROR_INVALID_FUNCTION;
+}
+
+// Lengthens the file to size bytes: the file system must find the clusters
+// at once, and fails with ERROR_DISK_FULL when it cannot, leaving the length
+// as it was.
+int32_t extend_end_of_file(HANDLE file, int64_t size) {
+    FILE_END_OF_FILE_INFO end{};
+    end.EndOfFile.QuadPart = size;
+    if (!SetFileInformationByHandle(file, FileEndOfFileInfo, &end, sizeof end)) {
+        return static_cast<int32_t>(GetLastError());
+    }
+    return 0;
+}
+
+}  // namespace
+
+int32_t plat_conf_reserve(int fd, uint64_t size) {
+    HANDLE file = reinterpret_cast<HANDLE>(_get_osfhandle(fd));
+    if (file == INVALID_HANDLE_VALUE) {
+        return ERROR_INVALID_HANDLE;
+    }
+    // Only a disk file has a length and old bytes to protect.
+    if (GetFileType(file) != FILE_TYPE_DISK) {
+        return 0;
+    }
+    if (size > static_cast<uint64_t>(INT64_MAX)) {
+        return ERROR_FILE_TOO_LARGE;
+    }
+    LARGE_INTEGER old{};
+    if (!GetFileSizeEx(file, &old)) {
+        return static_cast<int32_t>(GetLastError());
+    }
+    auto wanted = static_cast<int64_t>(size);
+    if (wanted <= old.QuadPart) {
+        return 0;  // the file's own clusters hold the new text
+    }
+    // The allocation stays with the open file (up to its close), so the
+    // write that follows lands in clusters already taken; the length and the
+    // bytes are left alone.
+    FILE_ALLOCATION_INFO allocation{};
+    allocation.AllocationSize.QuadPart = wanted;
+    if (SetFileInformationByHandle(file, FileAllocationInfo, &allocation, sizeof allocation)) {
+        return 0;
+    }
+    DWORD error = GetLastError();
+    if (!allocation_unsupported(error)) {
+        return static_cast<int32_t>(error);
+    }
+    return extend_end_of_file(file, wanted);
+}
+
+bool plat_conf_text_uses_crlf() { return true; }
+
+std::span<const char *const> plat_conf_crypto_library_names() {
+#if defined(_WIN64)
+    static constexpr const char *kNames[] = {"libcrypto-3-x64.dll", "libcrypto-1_1-x64.dll"};
+#else
+    static constexpr const char *kNames[] = {"libcrypto-3.dll", "libcrypto-1_1.dll"};
+#endif
+    return kNames;
 }
