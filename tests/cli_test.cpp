@@ -11,6 +11,10 @@
 #include <thread>
 #include <vector>
 
+#ifndef _WIN32
+#include <sys/stat.h>
+#endif
+
 #include "vq_glob/cli.h"
 #include "vq_glob/err.h"
 
@@ -174,6 +178,58 @@ TEST_F(Cli, AtFilesAreExpandedOnceAndMissingOnesFail) {
     EXPECT_EQ(err_get_error_code(0), 0x1113u);
 }
 
+TEST_F(Cli, ParenthesisedValuesRunOverBlanksToTheClosingParenthesis) {
+    ASSERT_EQ(cli_dcl_parse("copya a -host=(b c)"), 1);
+    EXPECT_EQ(value("HOST"), "b c");
+    ASSERT_EQ(cli_dcl_parse("copya a -notify=(  one two ,  three\\ ,four  ) -count=1"), 1);
+    EXPECT_EQ(value("NOTIFY"), "one two,three ,four");  // an escaped blank stays
+    EXPECT_EQ(value("COUNT"), "1");
+    // the canonical line reads back to the same value
+    ASSERT_EQ(cli_dcl_parse("copya a -host=(x  y)"), 1);
+    std::string canon = cli_get_canon_command_line();
+    ASSERT_EQ(cli_dcl_parse(canon.c_str()), 1) << canon;
+    EXPECT_EQ(value("HOST"), "x  y");
+    EXPECT_EQ(failure("copya a -host=(b c").first, 0x1115u);
+}
+
+#ifndef _WIN32
+TEST_F(Cli, AtFilesThatAreNoRegularFilesFailWithoutReading) {
+    std::string fifo = ::testing::TempDir() + "vq_cli_fifo";
+    std::remove(fifo.c_str());
+    ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+    files_.push_back(fifo);
+    for (const std::string &name : {fifo, std::string("/dev/zero"), ::testing::TempDir()}) {
+        auto [code, text] = failure(("copya @" + name).c_str());
+        EXPECT_EQ(code, 0x1113u) << name;
+        EXPECT_EQ(text, "error opening files list '" + name + "'");
+        EXPECT_EQ(std::string(err_get_error_text(1)), name + " is not a regular file");
+    }
+}
+#endif
+
+TEST_F(Cli, AtFilesAreBoundedEachAndTogether) {
+    const std::string blanks(CLI_MAX_FILE_LIST, ' ');
+    std::string full = write_file("full.txt", blanks.substr(1) + "b");
+    ASSERT_EQ(cli_dcl_parse(("copya @" + full).c_str()), 1);
+    EXPECT_EQ(value("SOURCE", 'P'), "b");
+    std::string over = write_file("over.txt", blanks + "b");
+    auto [code, text] = failure(("copya a @" + over).c_str());
+    EXPECT_EQ(code, 0x1113u);
+    EXPECT_EQ(text, "error opening files list '" + over + "'");
+    EXPECT_EQ(std::string(err_get_error_text(1)),
+              over + " is larger than " + std::to_string(CLI_MAX_FILE_LIST) + " bytes");
+
+    std::string many = "copya a";
+    std::string empty_list = write_file("blanks.txt", blanks);
+    for (int i = 0; i < 17; ++i) {
+        many += " @" + empty_list;
+    }
+    EXPECT_EQ(failure(many.c_str()).first, 0x1113u);
+    EXPECT_EQ(std::string(err_get_error_text(1)), "the files lists of one line are larger than " +
+                                                      std::to_string(16 * CLI_MAX_FILE_LIST) + " bytes together");
+    ASSERT_EQ(cli_dcl_parse(("copya a @" + empty_list + " @" + empty_list).c_str()), 1);
+}
+
 // ---- checks -------------------------------------------------------------------------
 
 struct CheckCase {
@@ -216,6 +272,13 @@ TEST_F(Cli, EveryCheckFailsWithItsCodeAndText) {
         {"copya a -host=h -port=65536", 0x111c,
          "value '65536' is not allowed port number. Allowed values are: 0 - 65535."},
         {"copya a -host=h -port=-1", 0x111c, "value '-1' is not allowed port number. Allowed values are: 0 - 65535."},
+        // numbers beyond 32 bits, and ports whose number would not print as typed, name the text
+        {"copya a -count=2147483648", 0x1108, "value '2147483648' is not allowed for qualifier 'COUNT'"},
+        {"copya a -count=-2147483649", 0x1108, "value '-2147483649' is not allowed for qualifier 'COUNT'"},
+        {"copya a -count=99999999999999999999999", 0x1108,
+         "value '99999999999999999999999' is not allowed for qualifier 'COUNT'"},
+        {"copya a -host=h -port=4294967296", 0x1108, "value '4294967296' is not allowed for qualifier 'PORT'"},
+        {"copya a -host=h -port=070000", 0x1108, "value '070000' is not allowed for qualifier 'PORT'"},
     };
     for (const CheckCase &c : cases) {
         auto [code, text] = failure(c.line);
@@ -228,6 +291,8 @@ TEST_F(Cli, EveryCheckFailsWithItsCodeAndText) {
     ASSERT_EQ(cli_dcl_parse("copya a -host=h -port=65535"), 1);
     EXPECT_EQ(cli_get_err_code(), 0x1101u);
     EXPECT_EQ(value("PORT"), "65535");
+    ASSERT_EQ(cli_dcl_parse("copya a -count=2147483647 -count=-2147483648 -count=-0"), 1);
+    EXPECT_EQ(value("COUNT"), "2147483647,-2147483648,-0");
 }
 
 // ---- values and presence --------------------------------------------------------

@@ -13,16 +13,26 @@
  *   to a further switch character: "/a/b" is two qualifiers, "-a-b" is one
  *   name). Its value follows the '='.
  * - A value (or a parameter) that starts with a double quote runs to the next
- *   double quote; one that starts with '(' runs to the next ')'. Inside both a
- *   backslash escapes the next character: with unescape on (the default) the
- *   backslash is dropped, with it off both characters are kept. Inside a plain
- *   word, double-quoted pieces are taken the same way, \" is a literal quote,
- *   and commas between '{' and '}' belong to the word.
+ *   double quote; one that starts with '(' runs to the next ')', blanks
+ *   included: "-tag=(b c)" gives the value "b c" and "-tag=(a b, c )" the
+ *   items "a b" and "c" (blanks next to the commas and parentheses are
+ *   dropped). Inside both a backslash escapes the next character: with
+ *   unescape on (the default) the backslash is dropped, with it off both
+ *   characters are kept. Inside a plain word, double-quoted pieces are taken
+ *   the same way, \" is a literal quote, and commas between '{' and '}'
+ *   belong to the word.
  * - A comma continues a list: "a,b, c" gives the items a, b and c of one
  *   parameter or of one qualifier's value.
  * - A token "@name" is replaced by the contents of the file name (its line
  *   ends become blanks). References inside the inserted text are not expanded
- *   again. A file that cannot be opened fails with 0x1113.
+ *   again. Only a regular file of at most CLI_MAX_FILE_LIST bytes is read (the
+ *   open does not wait on a fifo), and the lists of one line take in at most
+ *   16 * CLI_MAX_FILE_LIST bytes together. A file that cannot be opened, that
+ *   is a directory, fifo or device, or that is too large fails with 0x1113,
+ *   the reason (the system's text or the refusal) beneath it on the stack.
+ * - A CLI_NUMBER or CLI_PORT value must fit in 32 bits (-2147483648 to
+ *   2147483647); anything else fails with 0x1108 naming the value as
+ *   written. A port outside 0 to 65535 fails with 0x111c.
  * - Command words, qualifier names and allowed values (keywords) match any
  *   unique case-insensitive prefix; there is no preference for an exact name,
  *   so no name of a table may be a prefix of another (COPY and COPYALL make
@@ -68,6 +78,9 @@
 VQ_EXTERN_C_BEGIN
 
 /* ---- Command tables -------------------------------------------------------- */
+
+/* The largest files list an "@name" token may insert, in bytes (1 MiB). */
+#define CLI_MAX_FILE_LIST 1048576
 
 /* Item flags. Items without CLI_MUST may be omitted. */
 #define CLI_NEGATABLE 0x001u      /* "-noNAME" is allowed */
@@ -184,6 +197,28 @@ VQ_API int32_t cli_get_context_changes(void);
 /* Parses line against the current table (initialising the state if needed).
  * 1, or 0 with the error on the stack and an empty current result. */
 VQ_API int cli_dcl_parse(const char *line);
+/* Parses a program's arguments as cli_dcl_parse parses a line, against the
+ * same table and thread state: argv[0] (the program's name) is skipped and
+ * argv[1] to argv[argc - 1] are joined by single blanks into the line, each
+ * argument written so that it stays one token, as the shell split them:
+ * - An argument without blanks, tabs and double quotes is written as it is,
+ *   so it means what it means on a line: "a,b" is a list, "-x=(a,b)" and
+ *   "-p={a,b},{c}" are values, "@list" reads a files list, a backslash
+ *   outside quotes and parentheses is text ("C:\dir"), and a comma at its end
+ *   continues the list into the next argument ("a," "b" is the list a,b).
+ * - For one with a blank, tab or double quote, the part after "-name=" (the
+ *   whole argument for a parameter) is put in double quotes with a backslash
+ *   before each double quote and backslash: it becomes one item as it is,
+ *   commas, parentheses, braces and a leading "@" included ("a b,c" is one
+ *   item). A value in parentheses with no other ')' and no double quote,
+ *   "-x=(a b, c)", is written as it is: it runs to its ')' on a line too.
+ *   With unescape off the added backslashes stay in the value, as on a line.
+ * - An empty argument is written "" (an empty parameter).
+ * - A qualifier's name (up to '=') holding a blank, tab or double quote, and
+ *   an argument holding a line feed, fail with 0x1112.
+ * The line is kept as cli_get_command_line shows it. 0 with PARAMS for a
+ * negative argc or a null argv or argument; argc below 2 fails with 0x1118. */
+VQ_API int cli_dcl_parse_argv(int argc, const char *const *argv);
 /* As cli_dcl_parse with count overrides applied after the line's own
  * qualifiers: replace non-zero makes them win over the line, zero applies
  * them only to qualifiers the line left out. Refuse to run before cli_init. */
@@ -214,7 +249,7 @@ VQ_API int32_t cli_get_command_line_len(void);
 VQ_API int cli_subst_password(const char *name);
 /* Replaces every "@file" token of line by the file's contents (line ends as
  * blanks) into *result, to free with free(). 0 with 0x1113 when a file
- * cannot be opened. */
+ * cannot be read, under the same rules as a parse. */
 VQ_API int cli_subst_shtrudel(const char *line, char **result);
 /* The current result as an opaque pointer (valid until the next parse), and
  * making a copy of such a result (or of a context handle) current. */

@@ -214,10 +214,17 @@ std::string upper(std::string_view text);
 // Splits text at sep (no quoting).
 std::vector<std::string> split(std::string_view text, char sep);
 std::string join(const std::vector<std::string> &items, char sep);
+// Appends text in double quotes, a backslash before each quote and backslash,
+// as the lexer reads it back into text (with unescape on).
+void append_quoted(std::string &out, std::string_view text);
 
 // Expands "@file" references and splits line into tokens; line becomes the
 // expanded text. Throws ParseError.
 std::vector<Token> tokenize(const CliRecord &st, std::string &line);
+
+// The line that argv[1] to argv[argc - 1] stand for, one token each (see
+// cli_dcl_parse_argv). Throws ParseError.
+std::string argv_line(const CliRecord &st, int argc, const char *const *argv);
 
 // Parses line into out. Throws ParseError (and std::bad_alloc).
 void parse(const CliRecord &st, const char *line, const cli_override *overrides, int32_t count, bool replace,

@@ -37,14 +37,7 @@ void append_value(std::string &out, const std::string &v, char switch_char) {
         out += v;
         return;
     }
-    out += '"';
-    for (char c : v) {
-        if (c == '"' || c == '\\') {
-            out += '\\';
-        }
-        out += c;
-    }
-    out += '"';
+    append_quoted(out, v);
 }
 
 void append_items(std::string &out, const std::vector<std::string> &values, char switch_char) {

@@ -1,8 +1,7 @@
 // The parser proper: command and qualifier lookup by unique prefix, the
 // checks after tokenising, overrides, defaults, and the entry points that
 // catch the unwinding of a failed parse.
-#include <cerrno>
-#include <climits>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <new>
@@ -149,18 +148,43 @@ void check_keyword(const cli_item &entry, std::string &value) {
     value.assign(found);
 }
 
+// The value of a decimal text of an optional '-' and digits, when it fits
+// in 32 bits. Numbers are handed on as int (VALUE=%d, ports), so a longer
+// one is refused rather than cut.
+bool decimal_int32(const std::string &text, int32_t &out) {
+    bool negative = !text.empty() && text[0] == '-';
+    size_t first = negative ? 1 : 0;
+    if (text.size() == first) {
+        return false;  // a lone "-" is no number
+    }
+    int64_t magnitude = 0;
+    const int64_t limit = negative ? -static_cast<int64_t>(INT32_MIN) : INT32_MAX;
+    for (size_t i = first; i < text.size(); ++i) {
+        if (text[i] < '0' || text[i] > '9') {
+            return false;
+        }
+        magnitude = magnitude * 10 + (text[i] - '0');
+        if (magnitude > limit) {
+            return false;
+        }
+    }
+    out = static_cast<int32_t>(negative ? -magnitude : magnitude);
+    return true;
+}
+
+// Every refusal names the value as written. A port out of range is told by
+// its own message when that message, printing the number, shows the same
+// text ("070000" or "-0070000" would not).
 void check_number(const cli_item &entry, const std::string &value) {
-    bool digits = value.size() > (value[0] == '-' ? 1U : 0U);  // a lone "-" is no number
-    if (!digits || cli_check_number(value.c_str(), static_cast<int32_t>(value.size())) == 0) {
+    int32_t number = 0;
+    if (!decimal_int32(value, number)) {
         fail(kBadValue, value.c_str(), entry.name);
     }
-    if ((entry.flags & CLI_PORT) != 0) {
-        errno = 0;
-        long long port = std::strtoll(value.c_str(), nullptr, 10);
-        if (port < 0 || port > 65535 || errno == ERANGE) {
-            int shown = port > INT_MAX ? INT_MAX : port < INT_MIN ? INT_MIN : static_cast<int>(port);
-            fail(kBadPort, shown);
+    if ((entry.flags & CLI_PORT) != 0 && (number < 0 || number > 65535)) {
+        if (std::to_string(number) == value) {
+            fail(kBadPort, static_cast<int>(number));
         }
+        fail(kBadValue, value.c_str(), entry.name);
     }
 }
 
@@ -419,7 +443,15 @@ using namespace vq::cli;
 
 namespace {
 
-int run_parse(const char *function, const char *line, const cli_override *overrides, int32_t count, bool replace,
+// What a parse reads: a line, or an argument vector turned into its line
+// inside the parse, so that a refused argument fails like a refused line.
+struct Source {
+    const char *line = nullptr;
+    int argc = 0;
+    const char *const *argv = nullptr;
+};
+
+int run_parse(const char *function, Source source, const cli_override *overrides, int32_t count, bool replace,
               bool needs_init) {
     CliRecord *st = needs_init ? record() : initialised_record();
     if (st == nullptr) {
@@ -437,7 +469,12 @@ int run_parse(const char *function, const char *line, const cli_override *overri
     st->reset_walks();
     try {
         auto result = std::make_shared<Result>();
-        parse(*st, line, overrides, count, replace, *result);
+        std::string joined;
+        if (source.argv != nullptr) {
+            joined = argv_line(*st, source.argc, source.argv);
+            source.line = joined.c_str();
+        }
+        parse(*st, source.line, overrides, count, replace, *result);
         st->current = std::move(result);
         st->err_code = kNoErr;
         new_dbg_str(kTraceCli, "%s(): command <%s>, %d items\n", function, st->current->command_name.c_str(),
@@ -453,24 +490,45 @@ int run_parse(const char *function, const char *line, const cli_override *overri
     return 0;
 }
 
+// Each argument must be there: a null one would stand for nothing.
+bool valid_argv(int argc, const char *const *argv) {
+    if (argc < 0 || (argc > 0 && argv == nullptr)) {
+        return false;
+    }
+    for (int i = 0; i < argc; ++i) {
+        if (argv[i] == nullptr) {
+            return false;
+        }
+    }
+    return true;
+}
+
 }  // namespace
 
 extern "C" {
 
 VQ_API int cli_dcl_parse(const char *line) {
-    return run_parse("cli_dcl_parse", line, nullptr, 0, false, false);
+    return run_parse("cli_dcl_parse", Source{line}, nullptr, 0, false, false);
+}
+
+VQ_API int cli_dcl_parse_argv(int argc, const char *const *argv) {
+    if (!valid_argv(argc, argv)) {
+        err_set_error(ERR_GEN_PARAMS, "cli_dcl_parse_argv", "argv");
+        return 0;
+    }
+    return run_parse("cli_dcl_parse_argv", Source{nullptr, argc, argv}, nullptr, 0, false, false);
 }
 
 VQ_API int cli_dcl_parse_intern(const char *line, const cli_override *overrides, int32_t count, int32_t replace) {
-    return run_parse("cli_dcl_parse_intern", line, overrides, count, replace != 0, true);
+    return run_parse("cli_dcl_parse_intern", Source{line}, overrides, count, replace != 0, true);
 }
 
 VQ_API int cli_dcl_parse_overriden(const char *line, const cli_override *overrides, int32_t count) {
-    return run_parse("cli_dcl_parse_overriden", line, overrides, count, true, true);
+    return run_parse("cli_dcl_parse_overriden", Source{line}, overrides, count, true, true);
 }
 
 VQ_API int cli_dcl_parse_overridden_new(const char *line, const cli_override *overrides, int32_t count) {
-    return run_parse("cli_dcl_parse_overridden_new", line, overrides, count, false, true);
+    return run_parse("cli_dcl_parse_overridden_new", Source{line}, overrides, count, false, true);
 }
 
 }  // extern "C"

@@ -88,6 +88,17 @@ std::string join(const std::vector<std::string> &items, char sep) {
     return out;
 }
 
+void append_quoted(std::string &out, std::string_view text) {
+    out += '"';
+    for (char c : text) {
+        if (c == '"' || c == '\\') {
+            out += '\\';
+        }
+        out += c;
+    }
+    out += '"';
+}
+
 bool is_hidden(const CliRecord &st, const cli_item &item) {
     if ((item.flags & CLI_HIDDEN) != 0) {
         return true;

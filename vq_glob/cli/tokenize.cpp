@@ -1,37 +1,53 @@
 // The lexer: "@" file references, qualifiers and their values, parameters,
 // quotes, parentheses, escapes and list commas.
-#include <cstdio>
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <new>
 #include <string>
 
 #include "cli/cli_state.h"
+#include "platform/platform.h"
 
 namespace vq::cli {
 namespace {
 
 bool is_blank(char c) { return c == ' ' || c == '\t'; }
 
-// The contents of a files list with its line ends (and NULs) as blanks, or
-// false when it cannot be opened.
-bool read_list_file(const std::string &name, std::string &out) {
-    std::FILE *file = std::fopen(name.c_str(), "rb");
-    if (file == nullptr) {
-        return false;
-    }
-    char chunk[4096];
-    size_t n = 0;
-    while ((n = std::fread(chunk, 1, sizeof chunk, file)) > 0) {
-        out.append(chunk, n);
-    }
-    std::fclose(file);
-    for (char &c : out) {
-        if (c == '\r' || c == '\n' || c == '\0') {
-            c = ' ';
+// How much one line may take in from its files lists together: each list
+// is bounded by CLI_MAX_FILE_LIST, and this keeps a line of many references
+// from adding up to unbounded memory.
+constexpr size_t kFileListsPerLine = 16 * static_cast<size_t>(CLI_MAX_FILE_LIST);
+
+// Reads a files list through the platform's whole-file read, which opens
+// without blocking and refuses fifos, devices and directories before reading
+// a byte. Line ends (and NULs) become blanks. A failure leaves the reason,
+// then 0x1113 with the name, on the stack and unwinds the parse.
+std::string read_list_file(const std::string &name, size_t limit) {
+    std::string out;
+    int32_t error = 0;
+    PlatWholeRead how = plat_read_regular_file(name.c_str(), limit, out, &error);
+    if (how == PlatWholeRead::ok) {
+        for (char &c : out) {
+            if (c == '\r' || c == '\n' || c == '\0') {
+                c = ' ';
+            }
         }
+        return out;
     }
-    return true;
+    if (how == PlatWholeRead::not_regular) {
+        err_set_error(ERR_SYS_ERRMSG, (name + " is not a regular file").c_str());
+    } else if (how == PlatWholeRead::too_large && limit < static_cast<size_t>(CLI_MAX_FILE_LIST)) {
+        err_set_error(ERR_SYS_ERRMSG, ("the files lists of one line are larger than " +
+                                       std::to_string(kFileListsPerLine) + " bytes together")
+                                          .c_str());
+    } else if (how == PlatWholeRead::too_large) {
+        err_set_error(ERR_SYS_ERRMSG, (name + " is larger than " + std::to_string(limit) + " bytes").c_str());
+    } else {
+        err_set_system_error(error);
+    }
+    err_add_error(kFileList, name.c_str());
+    throw ParseError{kFileList};
 }
 
 class Lexer {
@@ -138,10 +154,8 @@ private:
             fail(kSyntax, "@");
         }
         new_dbg_str(kTraceCli, "in subst, file name is %s\n", name.c_str());
-        std::string contents;
-        if (!read_list_file(name, contents)) {
-            fail(kFileList, name.c_str());
-        }
+        std::string contents = read_list_file(name, std::min<size_t>(CLI_MAX_FILE_LIST, list_budget_));
+        list_budget_ -= contents.size();
         line_.replace(at, end - at, contents);
         horizon_ = at + contents.size();
     }
@@ -171,16 +185,25 @@ private:
         out += line_[i_++];
     }
 
-    // A word: up to a blank, a comma outside braces or the end; in_parens
-    // also stops at ')' and takes backslash escapes as in quotes.
+    // A word: up to a blank, a comma outside braces or the end. In
+    // parentheses it runs on over blanks to a comma or the closing ')',
+    // drops the blanks before them and takes backslash escapes as in quotes.
     std::string word(bool in_parens) {
         std::string out;
         int braces = 0;
+        size_t blanks = 0;  // blanks met in parentheses, kept once text follows
         while (!at_end()) {
             char c = cur();
-            if (is_blank(c) || (c == ',' && braces == 0) || (in_parens && c == ')')) {
+            if ((c == ',' && braces == 0) || (in_parens && c == ')') || (!in_parens && is_blank(c))) {
                 break;
             }
+            if (is_blank(c)) {
+                ++blanks;
+                ++i_;
+                continue;
+            }
+            out.append(line_, i_ - blanks, blanks);
+            blanks = 0;
             if (c == '"') {
                 quoted(out);
                 continue;
@@ -205,25 +228,20 @@ private:
         return out;
     }
 
-    // "(a, b, c)": the items of a parenthesised list.
+    // "(a, b c)": the items of a parenthesised list, blanks inside them kept.
     void parenthesised(Token &t) {
         ++i_;
         for (;;) {
             skip_blanks();
-            std::string item = word(true);
-            skip_blanks();  // blanks before the comma or the closing parenthesis
+            t.items.push_back(word(true));
             if (at_end()) {
                 fail(kUnclosedParen);
             }
-            if (cur() != ',' && cur() != ')') {  // "(a b)": two words in one item
-                fail(kSyntax, near().c_str());
-            }
-            t.items.push_back(std::move(item));
             if (cur() == ')') {
                 ++i_;
                 return;
             }
-            ++i_;
+            ++i_;  // the comma before the next item
         }
     }
 
@@ -263,6 +281,7 @@ private:
     std::string &line_;
     size_t i_ = 0;
     size_t horizon_ = 0;  // text before this came from a files list: no further "@"
+    size_t list_budget_ = kFileListsPerLine;
 };
 
 }  // namespace
