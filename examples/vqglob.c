@@ -1,8 +1,9 @@
-/* vqglob: the library's own command-line tool. Its command line is read by
+/* vqglob: the library's own command-line tool. Its arguments are read by
  * the library's parser (commands and qualifiers abbreviate to any unique
  * prefix, "@file" inserts a file's words), and every failure prints the
  * thread's error stack. Exit status 0 on success, 1 on failure.
  *
+ *   vqglob help [COMMAND]                   the commands' usage (also vqglob -help)
  *   vqglob crc FILE                         CRC-32 of a file
  *   vqglob match PATTERN NAME [-case]       wildcard match (status 1: no match)
  *   vqglob conf dump FILE                   a configuration file as the library writes it
@@ -10,7 +11,10 @@
  *   vqglob conf set FILE SECTION FIELD VALUE
  *   vqglob trace CHANNELS [-text=T] [-output=FILE]   apply a channel list, trace a line
  *   vqglob errors [-facility=NAME]          the message table's codes and idents
- *   vqglob COMMAND -help                    usage of a command; vqglob -help: all */
+ *   vqglob COMMAND -help                    usage of a command
+ *
+ * Files named on the command line are read only when they are regular files:
+ * a fifo or a device would block the tool or never end. */
 #include <ctype.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -47,7 +51,12 @@ static const cli_item kErrorsItems[] = {
     {'Q', "FACILITY", CLI_VALUE_REQUIRED, NULL, NULL, NULL, NULL, NULL, 0, NULL, "only this facility (CLI, GEN...)"},
     HELP_ITEM,
     END_ITEM};
-static const cli_command kCommands[] = {{"CRC", kCrcItems, "print the CRC-32 of a file"},
+static const cli_item kHelpItems[] = {
+    {'P', "COMMAND", 0, NULL, NULL, NULL, NULL, NULL, 0, NULL, "the command to describe (default: all)"},
+    HELP_ITEM,
+    END_ITEM};
+static const cli_command kCommands[] = {{"HELP", kHelpItems, "show the usage of the commands"},
+                                        {"CRC", kCrcItems, "print the CRC-32 of a file"},
                                         {"MATCH", kMatchItems, "match a name against a wildcard pattern"},
                                         {"CONF", kConfItems, "dump, read or change a configuration file"},
                                         {"TRACE", kTraceItems, "set trace channels and write a trace line"},
@@ -64,61 +73,137 @@ static const char *value_of(const char *name, char kind) {
     return cli_get_value(name, kind, &value) == 1 ? value : NULL;
 }
 
-/* One argument as the parser reads it back: quoted where it holds blanks or
- * quotes; for "-name=value" only the value is quoted. */
-static void append_argument(char *line, size_t size, const char *arg) {
-    const char *value = arg;
-    size_t used = strlen(line);
-    if (used > 0 && used + 1 < size) {
-        line[used++] = ' ';
-        line[used] = '\0';
-    }
-    if (arg[0] == '-' && strchr(arg, '=') != NULL) {
-        value = strchr(arg, '=') + 1;
-        size_t head = (size_t)(value - arg);
-        if (used + head < size) {
-            memcpy(line + used, arg, head);
-            used += head;
-            line[used] = '\0';
+/* The table the arguments are parsed against: kCommands with every parameter
+ * optional, so that "-help" is answered whatever is missing, and a missing
+ * parameter is reported by its own name (missing_parameter) rather than by
+ * the parser's "qualifier ... can not be omitted". kCommands itself gives
+ * the usage texts, which show what is required. */
+#define MAX_ITEMS 16
+#define COMMAND_COUNT (sizeof kCommands / sizeof kCommands[0])
+static cli_item relaxed_items[COMMAND_COUNT][MAX_ITEMS];
+static cli_command relaxed_commands[COMMAND_COUNT];
+
+static void build_relaxed_table(void) {
+    for (size_t c = 0; c < COMMAND_COUNT; ++c) {
+        relaxed_commands[c] = kCommands[c];
+        if (kCommands[c].items == NULL) {
+            continue;
         }
-    }
-    int quote = value[0] == '\0' || strpbrk(value, " \t\",()") != NULL;
-    if (!quote) {
-        snprintf(line + used, size - used, "%s", value);
-        return;
-    }
-    if (used + 1 < size) {
-        line[used++] = '"';
-    }
-    for (const char *p = value; *p != '\0' && used + 3 < size; ++p) {
-        if (*p == '"' || *p == '\\') {
-            line[used++] = '\\';
+        size_t count = 0;
+        while (kCommands[c].items[count].kind != 0) {
+            ++count;
         }
-        line[used++] = *p;
+        if (count >= MAX_ITEMS) {
+            continue; /* kept strict: its parameters are checked by the parser */
+        }
+        for (size_t i = 0; i <= count; ++i) { /* the end item too */
+            relaxed_items[c][i] = kCommands[c].items[i];
+            if (relaxed_items[c][i].kind == 'P') {
+                relaxed_items[c][i].flags &= ~CLI_MUST;
+            }
+        }
+        relaxed_commands[c].items = relaxed_items[c];
     }
-    if (used + 1 < size) {
-        line[used++] = '"';
-    }
-    line[used < size ? used : size - 1] = '\0';
 }
 
-/* Whether a "-h..." qualifier is among the arguments: asked for before the
- * full parse, whose checks a help request need not pass. */
-static int wants_help(int argc, char **argv) {
-    for (int i = 1; i < argc; ++i) {
-        size_t n = strlen(argv[i]);
-        if (n >= 2 && argv[i][0] == '-' && n - 1 <= 4 && strncmp(argv[i] + 1, "help", n - 1) == 0) {
-            return 1;
+static const cli_command *command_entry(const char *name) {
+    for (size_t c = 0; kCommands[c].name != NULL; ++c) {
+        if (strcmp(kCommands[c].name, name) == 0) {
+            return &kCommands[c];
         }
     }
-    return 0;
+    return NULL;
+}
+
+/* Writes the library's usage text of command (NULL: every command) with
+ * each "Usage: NAME" line naming the tool, as "Usage: vqglob name". 0 when
+ * the command is unknown (the error on the stack). */
+static int print_usage(FILE *out, const char *command) {
+    cli_set_command_table(kCommands);
+    const char *text = cli_get_command_usage(command);
+    cli_set_command_table(relaxed_commands);
+    if (text == NULL) {
+        return 0;
+    }
+    static const char kUsage[] = "Usage: ";
+    const size_t prefix = sizeof kUsage - 1;
+    while (*text != '\0') {
+        size_t length = strcspn(text, "\n");
+        if (strncmp(text, kUsage, prefix) == 0) {
+            fputs("Usage: vqglob ", out);
+            text += prefix;
+            length -= prefix;
+            for (; *text != '\0' && *text != ' ' && *text != '\n'; ++text, --length) {
+                fputc(tolower((unsigned char)*text), out);
+            }
+        }
+        fwrite(text, 1, length, out);
+        fputc('\n', out);
+        text += length;
+        text += *text == '\n' ? 1 : 0;
+    }
+    return 1;
+}
+
+/* A parameter the command needs that is not there: reported by its name,
+ * with the command's usage. */
+static int missing(const char *command, const char *parameter) {
+    char text[160];
+    snprintf(text, sizeof text, "parameter %s is missing", parameter);
+    err_set_error(ERR_GEN_GENERAL, text);
+    err_print_error_msg();
+    print_usage(stderr, command);
+    return 1;
+}
+
+/* The first required parameter of command that was not given, or NULL. */
+static const char *missing_parameter(const char *command) {
+    const cli_command *entry = command_entry(command);
+    for (const cli_item *i = entry->items; i->kind != 0; ++i) {
+        if (i->kind == 'P' && (i->flags & CLI_MUST) != 0 && !cli_present(i->name, 'P')) {
+            return i->name;
+        }
+    }
+    return NULL;
+}
+
+/* Whether arg is "-help" or a prefix of it ("-h"): asked before any command. */
+static int is_help_switch(const char *arg) {
+    static const char kHelp[] = "help";
+    size_t n = strlen(arg);
+    if (n < 2 || n > sizeof kHelp || arg[0] != '-') {
+        return 0;
+    }
+    for (size_t i = 1; i < n; ++i) {
+        if (tolower((unsigned char)arg[i]) != kHelp[i - 1]) {
+            return 0;
+        }
+    }
+    return 1;
+}
+
+/* Refuses a name that is not a regular file before anything opens it: a
+ * fifo would block the open, a device such as /dev/zero would never end. */
+static int require_regular_file(const char *file) {
+    int32_t h = -1;
+    if (gf_allocate_handle(&h) != 1) {
+        return 0;
+    }
+    err_clear_error_stack();
+    int regular = gf_set_file_name(h, file) == 1 && gf_is_handle_regular(h) == 1;
+    gf_free_handle(h);
+    if (!regular && err_get_stack_depth() == 0) {
+        err_set_error(ERR_GEN_GENERAL, "not a regular file (a directory, fifo or device)");
+        err_add_error(ERR_GEN_ERROPEN, file);
+    }
+    return regular;
 }
 
 static int run_crc(void) {
     int32_t h = -1;
     uint32_t crc = 0;
     const char *file = value_of("FILE", 'P');
-    if (gf_allocate_handle(&h) != 1) {
+    if (!require_regular_file(file) || gf_allocate_handle(&h) != 1) {
         return fail();
     }
     int ok = gf_set_file_name(h, file) == 1 && gf_set_file_open_flags(h, GF_READ) == 1 &&
@@ -156,17 +241,17 @@ static int run_conf(void) {
     const char *value = value_of("VALUE", 'P');
     int want_field = strcmp(action, "DUMP") != 0;
     int want_value = strcmp(action, "SET") == 0;
-    int usage_error = 1;
     if (want_field && (section == NULL || field == NULL)) {
-        err_set_error(0x1109u, section == NULL ? "SECTION" : "FIELD"); /* "... can not be omitted!" */
-    } else if (want_value && value == NULL) {
-        err_set_error(0x1109u, "VALUE");
-    } else if ((!want_field && section != NULL) || (!want_value && value != NULL)) {
-        err_set_error(0x110du); /* "too many parameters specified" */
-    } else {
-        usage_error = 0;
+        return missing("CONF", section == NULL ? "SECTION" : "FIELD");
     }
-    if (usage_error) {
+    if (want_value && value == NULL) {
+        return missing("CONF", "VALUE");
+    }
+    if ((!want_field && section != NULL) || (!want_value && value != NULL)) {
+        err_set_error(ERR_CLI_TOOMANYP);
+        return fail();
+    }
+    if (!require_regular_file(file)) {
         return fail();
     }
     void *h = NULL;
@@ -188,11 +273,28 @@ static int run_conf(void) {
     return status;
 }
 
+/* Whether output names an existing fifo, whose open for writing waits. */
+static int output_would_block(const char *output) {
+    int32_t h = -1;
+    if (gf_allocate_handle(&h) != 1) {
+        return 0;
+    }
+    int fifo = gf_set_file_name(h, output) == 1 && gf_is_handle_fifo(h) == 1;
+    gf_free_handle(h);
+    err_clear_error_stack(); /* a missing file is no fifo: it is created */
+    return fifo;
+}
+
 static int run_trace(void) {
     const char *output = value_of("OUTPUT", 'Q');
     const char *text = value_of("TEXT", 'Q');
+    if (output != NULL && output_would_block(output)) {
+        err_set_error(ERR_GEN_GENERAL, "the trace output is a fifo: opening it would wait for a reader");
+        err_add_error(ERR_GEN_ERROPEN, output);
+        return fail();
+    }
     if (output != NULL && dbg_set_debug_output_filename(output) != 1) {
-        err_set_error(0x1002u, "cannot open the trace output file");
+        err_set_error(ERR_GEN_GENERAL, "cannot open the trace output file");
         return fail();
     }
     char *channels = NULL;
@@ -203,7 +305,7 @@ static int run_trace(void) {
         cli_to_upper(item);
         const char *name = strncmp(item, "NO", 2) == 0 && item[2] != '\0' ? item + 2 : item;
         if (strcmp(item, "ALL") != 0 && strcmp(item, "NONE") != 0 && dbg_get_channel_bit(name) < 0) {
-            err_set_error(0x1108u, item, "CHANNELS");
+            err_set_error(ERR_CLI_INVVAL, item, "CHANNELS");
             return fail();
         }
         dbg_add_debug_mask(item);
@@ -246,33 +348,42 @@ static int run_errors(void) {
         ++listed;
     }
     if (listed == 0) {
-        err_set_error(0x1108u, only != NULL ? only : "", "FACILITY");
+        err_set_error(ERR_CLI_INVVAL, only != NULL ? only : "", "FACILITY");
+        return fail();
+    }
+    return 0;
+}
+
+static int run_help(void) {
+    if (!print_usage(stdout, value_of("COMMAND", 'P'))) {
         return fail();
     }
     return 0;
 }
 
 int main(int argc, char **argv) {
-    static char line[32768];
-    for (int i = 1; i < argc; ++i) {
-        append_argument(line, sizeof line, argv[i]);
-    }
     cli_init();
-    cli_set_command_table(kCommands);
-    if (argc < 2 || (argv[1][0] == '-' && wants_help(argc, argv))) {
-        cli_print_usage(NULL);
+    build_relaxed_table();
+    if (argc < 2 || is_help_switch(argv[1])) {
+        print_usage(argc < 2 ? stderr : stdout, NULL);
         return argc < 2 ? 1 : 0;
     }
-    if (wants_help(argc, argv)) {
-        if (cli_print_usage(argv[1]) != 1) {
-            return fail();
-        }
-        return 0;
-    }
-    if (cli_dcl_parse(line) != 1) {
+    cli_set_command_table(relaxed_commands);
+    if (cli_dcl_parse_argv(argc, (const char *const *)argv) != 1) {
         return fail();
     }
     const char *command = cli_get_command();
+    if (strcmp(command, "HELP") == 0) {
+        return run_help();
+    }
+    if (cli_present("HELP", 'Q')) {
+        print_usage(stdout, command);
+        return 0;
+    }
+    const char *parameter = missing_parameter(command);
+    if (parameter != NULL) {
+        return missing(command, parameter);
+    }
     if (strcmp(command, "CRC") == 0) {
         return run_crc();
     }
