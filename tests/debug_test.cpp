@@ -39,13 +39,13 @@ TEST_F(Tracing, LinesPassByChannelFlagOrChannelZero) {
     mask[1] = 0x08;  // channel bit 11
     dbg_set_debug_mask_value(mask);
     EXPECT_EQ(traced([] {
-                  new_dbg_str(0x800, "on %d\n", 11);
+                  new_dbg_str(DBG_CHANNEL_FLOW, "on %d\n", 11);
                   new_dbg_str(0x400, "off\n");
                   new_dbg_str(0, "always\n");
                   dbg_str("flag only\n");
               }),
               "on 11\nalways\n");
-    EXPECT_EQ(dbg_check_mask(0x800), 1);
+    EXPECT_EQ(dbg_check_mask(DBG_CHANNEL_FLOW), 1);
     EXPECT_EQ(dbg_check_mask(0x1000), 0);
 
     // Channels 32..63 only through the eight-byte form.
@@ -59,7 +59,7 @@ TEST_F(Tracing, LinesPassByChannelFlagOrChannelZero) {
     dbg_set_debug(1);  // everything on, the flag lines too
     EXPECT_EQ(traced([] {
                   dbg_str("flag\n");
-                  new_dbg_str(0x2, "any\n");
+                  new_dbg_str(DBG_CHANNEL_CLI_DUMP, "any\n");
               }),
               "flag\nany\n");
     EXPECT_EQ(dbg_get_debug_mask()[7], 0xFF);
@@ -79,31 +79,31 @@ TEST(TracingFirstUse, EverySetterTakesEffectInAFreshProcess) {
     EXPECT_EXIT(
         {
             dbg_set_debug(1);
-            exits_zero_when_on(dbg_check_mask(0x800) == 1);
+            exits_zero_when_on(dbg_check_mask(DBG_CHANNEL_FLOW) == 1);
         },
         ::testing::ExitedWithCode(0), "");
     EXPECT_EXIT(
         {
             dbg_set_debug_mask_value(bit_11);
-            exits_zero_when_on(dbg_check_mask(0x800) == 1 && dbg_check_mask(0x1) == 0);
+            exits_zero_when_on(dbg_check_mask(DBG_CHANNEL_FLOW) == 1 && dbg_check_mask(DBG_CHANNEL_CLI) == 0);
         },
         ::testing::ExitedWithCode(0), "");
     EXPECT_EXIT(
         {
             dbg_or_debug_mask(bit_11);
-            exits_zero_when_on(dbg_check_mask(0x800) == 1);
+            exits_zero_when_on(dbg_check_mask(DBG_CHANNEL_FLOW) == 1);
         },
         ::testing::ExitedWithCode(0), "");
     EXPECT_EXIT(
         {
             dbg_add_debug_mask("ALL");
-            exits_zero_when_on(dbg_check_mask(0x1) == 1);
+            exits_zero_when_on(dbg_check_mask(DBG_CHANNEL_CLI) == 1);
         },
         ::testing::ExitedWithCode(0), "");
     EXPECT_EXIT(
         {
             // Off before anything is on, and a line on channel zero still passes.
-            exits_zero_when_on(dbg_check_mask(0x800) == 0 && dbg_check_mask(0) == 1);
+            exits_zero_when_on(dbg_check_mask(DBG_CHANNEL_FLOW) == 0 && dbg_check_mask(0) == 1);
         },
         ::testing::ExitedWithCode(0), "");
 }
@@ -132,9 +132,9 @@ TEST_F(Tracing, MasksArePerThread) {
     unsigned char mask[8] = {0xFF, 0, 0, 0, 0, 0, 0, 0};
     dbg_set_debug_mask_value(mask);
     int other = -1;
-    std::thread([&] { other = dbg_check_mask(0x1); }).join();
+    std::thread([&] { other = dbg_check_mask(DBG_CHANNEL_CLI); }).join();
     EXPECT_EQ(other, 0);
-    EXPECT_EQ(dbg_check_mask(0x1), 1);
+    EXPECT_EQ(dbg_check_mask(DBG_CHANNEL_CLI), 1);
 }
 
 TEST_F(Tracing, OutputFileReceivesLinesUnchanged) {
@@ -183,6 +183,55 @@ TEST_F(Tracing, ChannelNamesSetAndClearTheirFirstRowsBit) {
     EXPECT_STREQ(dbg_get_debug_mask_hex(), "0040000000000000");
     dbg_add_debug_mask("NONE");
     EXPECT_STREQ(dbg_get_debug_mask_hex(), "0000000000000000");
+}
+
+// The named constants of dbg.h are the bits their names look up, and the
+// 32-bit values pass exactly the line of the channel the name turns on.
+TEST_F(Tracing, NamedChannelsMatchTheirTableRows) {
+    struct Named {
+        const char *name;
+        int bit;
+        uint32_t value;  // 0 for bits beyond new_dbg_str's 32
+    };
+#define VQ_LOW(name) \
+    { #name, DBG_BIT_##name, DBG_CHANNEL_##name }
+#define VQ_HIGH(name) \
+    { #name, DBG_BIT_##name, 0 }
+    const Named channels[] = {
+        VQ_LOW(CLI),         VQ_LOW(CLI_DUMP),
+        VQ_LOW(STANDARD),    VQ_LOW(ENV),
+        VQ_LOW(GMS),         VQ_LOW(API),
+        VQ_LOW(COMPRESSION), VQ_LOW(FLOW),
+        VQ_LOW(ERROR),       VQ_HIGH(ERRMSG),
+        VQ_HIGH(PROXY),      VQ_HIGH(GF),
+        VQ_HIGH(API_DUMP),   VQ_HIGH(TIME),
+        VQ_HIGH(SEMAPH),     VQ_HIGH(CLI_CACHE),
+        VQ_HIGH(CRYPT),      VQ_HIGH(MISC),
+        VQ_HIGH(SLSEC),      VQ_HIGH(SHM),
+        VQ_HIGH(CONFIG),     VQ_HIGH(CYCLIC),
+        VQ_HIGH(CCONF),      VQ_HIGH(NETWORK),
+        VQ_HIGH(FILTER),     VQ_HIGH(VQ_UPD_PASSWD),
+        VQ_HIGH(TOLV),
+    };
+#undef VQ_LOW
+#undef VQ_HIGH
+    uint32_t seen_values = 0;
+    for (const Named &c : channels) {
+        EXPECT_EQ(dbg_get_channel_bit(c.name), c.bit) << c.name;
+        dbg_clear_debug_mask();
+        dbg_add_debug_mask(c.name);
+        std::string turned_on = dbg_get_debug_mask_hex();  // the hex texts share one buffer
+        std::string only_bit = dbg_convert_debug_to_hex(dbg_mkone(c.bit));
+        EXPECT_EQ(turned_on, only_bit) << c.name;
+        if (c.value != 0) {
+            EXPECT_EQ(dbg_check_mask(static_cast<int32_t>(c.value)), 1) << c.name;
+            EXPECT_EQ(dbg_check_mask(static_cast<int32_t>(~c.value)), 0) << c.name;
+            EXPECT_EQ(seen_values & c.value, 0u) << c.name << " shares a bit with another channel";
+            seen_values |= c.value;
+        } else {
+            EXPECT_GE(c.bit, 32) << c.name;
+        }
+    }
 }
 
 TEST_F(Tracing, ScratchMasksNameChannelsForWideLines) {

@@ -10,8 +10,10 @@
 #include <thread>
 #include <vector>
 
+#include "support/handle_checks.h"
 #include "vq_glob/err.h"
 #include "vq_glob/hash.h"
+#include "vq_glob/llist.h"
 
 namespace {
 
@@ -104,7 +106,7 @@ TEST_F(HashTable, DuplicateKeyIsRefusedAndReported) {
     ASSERT_EQ(slh_insert_to_table(t, "key", &first), 1);
     EXPECT_EQ(slh_insert_to_table(t, "key", &second), 0);
     EXPECT_EQ(err_get_stack_depth(), 1);
-    EXPECT_EQ(err_get_error_code(0), 0x1012u);
+    EXPECT_EQ(err_get_error_code(0), ERR_GEN_HASHDUP);
     EXPECT_STREQ(err_get_error_text(0), "Failed to insert duplicate key into hash table <key>");
     EXPECT_EQ(slh_get_user_data(t, "key"), &first);
     EXPECT_EQ(walk(t), (std::map<std::string, int>{{"key", 1}}));
@@ -181,6 +183,64 @@ TEST_F(HashTable, BadArgumentsFailWithAnError) {
     EXPECT_EQ(slh_iterator_get_key(nullptr), nullptr);
     EXPECT_EQ(slh_free_hash_table(nullptr), 0);
     slh_free_hash_table(t);
+}
+
+// Every function given a handle of the wrong kind returns its failure result
+// and leaves PARAMS naming itself and the argument.
+TEST_F(HashTable, AHandleOfAnotherKindIsRefusedByEveryFunction) {
+    void *t = slh_allocate_hash_table(3);
+    ASSERT_NE(t, nullptr);
+    int v = 5;
+    ASSERT_EQ(slh_insert_to_table(t, "k", &v), 1);
+    void *it = slh_get_iterator(t);
+    void *list = lln_init_list();  // a handle of the lists' family
+    ASSERT_NE(it, nullptr);
+    ASSERT_NE(list, nullptr);
+    void *data = nullptr;
+    vq::test::expect_refused({
+        {"slh_free_hash_table", "table", [&] { return slh_free_hash_table(it) == 0; }},
+        {"slh_insert_to_table", "table", [&] { return slh_insert_to_table(list, "k", &v) == 0; }},
+        {"slh_remove_from_table", "table", [&] { return slh_remove_from_table(it, "k") == 0; }},
+        {"slh_find_element", "table", [&] { return slh_find_element(list, "k", &data) == 0; }},
+        {"slh_get_user_data", "table", [&] { return slh_get_user_data(it, "k") == nullptr; }},
+        {"slh_lock_row", "table", [&] { return slh_lock_row(list, "k") == 0; }},
+        {"slh_release_row", "table", [&] { return slh_release_row(it, "k") == 0; }},
+        {"slh_get_size", "table", [&] { return slh_get_size(list) == 0; }},
+        {"slh_set_appl_cleanup_cb", "table", [&] { return slh_set_appl_cleanup_cb(it, count_cleanup) == 0; }},
+        {"slh_set_hash_cb", "table", [&] { return slh_set_hash_cb(list, nullptr) == 0; }},
+        {"slh_get_iterator", "table", [&] { return slh_get_iterator(it) == nullptr; }},
+        {"slh_free_iterator", "iterator", [&] { return slh_free_iterator(t) == 0; }},
+        {"slh_iterator_move_first", "iterator", [&] { return slh_iterator_move_first(list) == 0; }},
+        {"slh_iterator_move_next", "iterator", [&] { return slh_iterator_move_next(t) == 0; }},
+        {"slh_iterator_remove_node_move_next", "iterator",
+         [&] { return slh_iterator_remove_node_move_next(t) == 0; }},
+        {"slh_iterator_is_eol", "iterator", [&] { return slh_iterator_is_eol(list) == 1; }},
+        {"slh_iterator_get_key", "iterator", [&] { return slh_iterator_get_key(t) == nullptr; }},
+        {"slh_iterator_get_user_data", "iterator",
+         [&] { return slh_iterator_get_user_data(list) == nullptr; }},
+    });
+
+    // The table, its iterator and the list are as they were.
+    EXPECT_EQ(lln_get_count(list), 0u);
+    EXPECT_EQ(slh_get_user_data(t, "k"), &v);
+    EXPECT_EQ(slh_iterator_move_first(it), 1);
+    EXPECT_STREQ(slh_iterator_get_key(it), "k");
+    EXPECT_EQ(slh_free_iterator(it), 1);
+    EXPECT_EQ(slh_free_hash_table(t), 1);
+    EXPECT_EQ(g_cleaned, 0);  // the clean-up callback was never installed
+    lln_dispose_list(list);
+}
+
+TEST_F(HashTable, AFreedHandleIsRefused) {
+    VQ_SKIP_UNDER_ASAN();
+    void *t = slh_allocate_hash_table(2);
+    void *it = slh_get_iterator(t);
+    ASSERT_EQ(slh_free_iterator(it), 1);
+    EXPECT_EQ(slh_iterator_move_first(it), 0);
+    EXPECT_TRUE(vq::test::refused("slh_iterator_move_first", "iterator"));
+    ASSERT_EQ(slh_free_hash_table(t), 1);
+    EXPECT_EQ(slh_insert_to_table(t, "k", nullptr), 0);
+    EXPECT_TRUE(vq::test::refused("slh_insert_to_table", "table"));
 }
 
 // Threads count through user data reached by find-then-change under the row

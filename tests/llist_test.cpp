@@ -10,6 +10,7 @@
 #include <thread>
 #include <vector>
 
+#include "support/handle_checks.h"
 #include "vq_glob/dbg.h"
 #include "vq_glob/err.h"
 #include "vq_glob/llist.h"
@@ -226,6 +227,81 @@ TEST_F(LockedListTest, NullArgumentsFailCleanlyWithTheirTraceLines) {
               "lln_get_count: list header is NULL, return 0...\n"
               "number of nodes = <3>\nlist reference count = <1>\n" +
                   nodes + "-- end of list --\n");
+}
+
+TEST(ListHandles, AHandleOfAnotherKindIsRefusedByEveryFunction) {
+    void *plain = ll_init_list();
+    void *locked = lln_init_list();
+    ASSERT_NE(plain, nullptr);
+    ASSERT_NE(locked, nullptr);
+    int v = 7;
+    ll_node *node = ll_add_node_last(plain, &v);
+    ASSERT_NE(node, nullptr);
+    ASSERT_EQ(lln_add_node_last(locked, &v), &v);
+    void *it = lln_get_list_iterator(locked);
+    ASSERT_NE(it, nullptr);
+    void *alias = locked;
+
+    vq::test::expect_refused({
+        // the plain list's functions given a locked list
+        {"ll_add_node_last", "list", [&] { return ll_add_node_last(locked, &v) == nullptr; }},
+        {"ll_free_node", "list", [&] { return ll_free_node(locked, node), true; }},
+        {"ll_get_first_node", "list", [&] { return ll_get_first_node(locked) == nullptr; }},
+        {"ll_get_last_node", "list", [&] { return ll_get_last_node(it) == nullptr; }},
+        {"ll_get_next_node", "list", [&] { return ll_get_next_node(locked) == nullptr; }},
+        {"ll_get_prev_node", "list", [&] { return ll_get_prev_node(locked) == nullptr; }},
+        {"ll_get_count", "list", [&] { return ll_get_count(locked) == 0; }},
+        {"ll_dispose_list", "list", [&] { return ll_dispose_list(&alias), alias == locked; }},
+        // the locked list's functions given a plain list or an iterator
+        {"lln_set_cb", "list", [&] { return lln_set_cb(plain, nullptr), true; }},
+        {"lln_set_free_data_flag", "list", [&] { return lln_set_free_data_flag(plain, 1), true; }},
+        {"lln_add_node_last", "list", [&] { return lln_add_node_last(plain, &v) == nullptr; }},
+        {"lln_free_node", "list", [&] { return lln_free_node(it, &v) == 0; }},
+        {"lln_dispose_list", "list", [&] { return lln_dispose_list(plain), true; }},
+        {"lln_lock_list", "list", [&] { return lln_lock_list(it) == 0; }},
+        {"lln_unlock_list", "list", [&] { return lln_unlock_list(plain) == 0; }},
+        {"lln_get_count", "list", [&] { return lln_get_count(it) == 0; }},
+        {"lln_get_list_iterator", "list", [&] { return lln_get_list_iterator(plain) == nullptr; }},
+        {"lln_dump_list", "list", [&] { return lln_dump_list(it), true; }},
+        // the iterator's functions given a list
+        {"lln_free_list_iterator", "it", [&] { return lln_free_list_iterator(locked) == 0; }},
+        {"lln_iterator_move_first", "it", [&] { return lln_iterator_move_first(locked), true; }},
+        {"lln_iterator_move_next", "it", [&] { return lln_iterator_move_next(plain), true; }},
+        {"lln_iterator_end", "it", [&] { return lln_iterator_end(locked) == 1; }},
+        {"lln_iterator_get_data", "it", [&] { return lln_iterator_get_data(locked) == nullptr; }},
+        {"lln_iterator_remove_node_move_next", "it",
+         [&] { return lln_iterator_remove_node_move_next(plain) == 0; }},
+    });
+
+    // Nothing was touched: both lists and the iterator work on.
+    EXPECT_EQ(ll_get_count(plain), 1);
+    EXPECT_EQ(ll_get_first_node(plain), node);
+    EXPECT_EQ(lln_get_count(locked), 1u);
+    lln_iterator_move_first(it);
+    EXPECT_EQ(lln_iterator_get_data(it), &v);
+    EXPECT_EQ(lln_free_list_iterator(it), 1);
+    lln_dispose_list(locked);
+    ll_dispose_list(&plain);
+    EXPECT_EQ(plain, nullptr);
+}
+
+TEST(ListHandles, AFreedHandleIsRefused) {
+    VQ_SKIP_UNDER_ASAN();
+    void *plain = ll_init_list();
+    void *stale_plain = plain;
+    ll_dispose_list(&plain);
+    err_clear_error_stack();
+    EXPECT_EQ(ll_get_count(stale_plain), 0);
+    EXPECT_TRUE(vq::test::refused("ll_get_count", "list"));
+
+    void *locked = lln_init_list();
+    void *it = lln_get_list_iterator(locked);
+    ASSERT_EQ(lln_free_list_iterator(it), 1);
+    EXPECT_EQ(lln_iterator_end(it), 1);
+    EXPECT_TRUE(vq::test::refused("lln_iterator_end", "it"));
+    lln_dispose_list(locked);  // no iterator left: released at once
+    EXPECT_EQ(lln_lock_list(locked), 0);
+    EXPECT_TRUE(vq::test::refused("lln_lock_list", "list"));
 }
 
 // Items are malloc'd ints holding their index; the callback counts and frees them.

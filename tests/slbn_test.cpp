@@ -13,7 +13,9 @@
 #include <utility>
 #include <vector>
 
+#include "support/handle_checks.h"
 #include "vq_glob/err.h"
+#include "vq_glob/llist.h"
 #include "vq_glob/slbn.h"
 
 namespace {
@@ -241,6 +243,41 @@ TEST_F(Slbn, Sums) {
     EXPECT_TRUE(failed_with(ERR_GEN_PARAMS));
     EXPECT_EQ(slbn_add_int64(nullptr, 1), 0);
     EXPECT_TRUE(failed_with(ERR_GEN_PARAMS));
+}
+
+// Another family's handle passed as a number is refused by every function,
+// which returns what it returns for NULL.
+TEST_F(Slbn, AHandleOfAnotherKindIsRefused) {
+    void *list = lln_init_list();
+    ASSERT_NE(list, nullptr);
+    auto *alien = static_cast<slbn *>(list);
+    Number one = parse("1");
+    int64_t value = 42;
+    vq::test::expect_refused({
+        {"slbn_copy", "number", [&] { return slbn_copy(alien) == nullptr; }},
+        {"slbn_free", "number", [&] { return slbn_free(alien), true; }},
+        {"slbn_set_string", "number", [&] { return slbn_set_string(alien, "2") == 0; }},
+        {"slbn_to_string", "number", [&] { return slbn_to_string(alien) == nullptr; }},
+        {"slbn_to_int64", "number", [&] { return slbn_to_int64(alien, &value) == 0 && value == 42; }},
+        {"slbn_compare", "a", [&] { return slbn_compare(alien, one.get()) == -1; }},
+        {"slbn_compare", "b", [&] { return slbn_compare(one.get(), alien) == 1; }},
+        {"slbn_sign", "number", [&] { return slbn_sign(alien) == 0; }},
+        {"slbn_add", "result", [&] { return slbn_add(alien, one.get(), one.get()) == 0; }},
+        {"slbn_subtract", "b", [&] { return slbn_subtract(one.get(), one.get(), alien) == 0; }},
+        {"slbn_add_int64", "number", [&] { return slbn_add_int64(alien, 1) == 0; }},
+    });
+    EXPECT_EQ(text_of(one.get()), "1");
+    EXPECT_EQ(lln_get_count(list), 0u);  // slbn_free left the list alone
+    lln_dispose_list(list);
+}
+
+TEST_F(Slbn, AFreedNumberIsRefused) {
+    VQ_SKIP_UNDER_ASAN();
+    slbn *number = slbn_from_int64(-5);
+    ASSERT_NE(number, nullptr);
+    slbn_free(number);
+    EXPECT_EQ(slbn_sign(number), 0);
+    EXPECT_TRUE(vq::test::refused("slbn_sign", "number"));
 }
 
 }  // namespace

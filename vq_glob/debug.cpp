@@ -10,6 +10,7 @@
 #include <ctime>
 #include <string>
 
+#include "internal/ascii.h"
 #include "internal/debug_channels.h"
 #include "internal/debug_record.h"
 #include "internal/trace.h"
@@ -358,12 +359,12 @@ VQ_API void dbg_add_debug_mask(const char *name) {
     if (rec == nullptr || name == nullptr) {
         return;
     }
-    using vq::debug::names_equal;
-    if (names_equal(name, "ALL")) {
+    using vq::ascii::equal_nocase;
+    if (equal_nocase(name, "ALL")) {
         std::memset(rec->mask, 0xFF, kMaskBytes);
-    } else if (names_equal(name, "NONE") || names_equal(name, "NOALL")) {
+    } else if (equal_nocase(name, "NONE") || equal_nocase(name, "NOALL")) {
         std::memset(rec->mask, 0x00, kMaskBytes);
-    } else if (std::strlen(name) >= 3 && (name[0] == 'N' || name[0] == 'n') && (name[1] == 'O' || name[1] == 'o')) {
+    } else if (std::strlen(name) >= 3 && vq::ascii::starts_with_nocase(name, "NO")) {
         vq::debug::set_bit(rec->mask, dbg_get_channel_bit(name + 2), false);
     } else {
         vq::debug::set_bit(rec->mask, dbg_get_channel_bit(name), true);
@@ -436,7 +437,7 @@ VQ_API void dbg_time_all_summary(const char *function, double sum, int32_t count
         return;
     }
     const char *name = function != nullptr ? function : "";
-    new_dbg_str(8, "dbg_time_all_summary() for <%s> \n", name);
+    new_dbg_str(DBG_CHANNEL_STANDARD, "dbg_time_all_summary() for <%s> \n", name);
     std::FILE *out = rec->output != nullptr ? rec->output : stdout;
     std::fprintf(out, "\n==================\nSummary for function %s:\n\toccured - %d times\n", name, count);
     std::fprintf(out, "\tduration summary - %f seconds\n", sum);
@@ -446,7 +447,7 @@ VQ_API void dbg_time_all_summary(const char *function, double sum, int32_t count
                      static_cast<int>(sum * 100.0 / total));
     }
     std::fflush(out);
-    new_dbg_str(8, "out dbg_time_all_summary() for <%s> \n", name);
+    new_dbg_str(DBG_CHANNEL_STANDARD, "out dbg_time_all_summary() for <%s> \n", name);
 }
 
 VQ_API void dbg_inc(void) {

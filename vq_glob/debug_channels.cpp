@@ -2,6 +2,10 @@
 #include "internal/debug_channels.h"
 
 #include <iterator>
+#include <string_view>
+
+#include "internal/ascii.h"
+#include "vq_glob/dbg.h"
 
 namespace vq::debug {
 namespace {
@@ -18,13 +22,18 @@ constexpr ChannelRow row(const char *name, int32_t bit) {
 
 constexpr ChannelRow kChannels[] = {
     // the library's own modules
-    row("CLI", 0), row("CLI_DUMP", 1), row("STANDARD", 3), row("ENV", 4), row("GMS", 5), row("API", 6),
-    row("COMPRESSION", 7), row("ERRMSG", 41), row("PROXY", 42), row("GF", 43), row("API_DUMP", 44),
-    row("TIME", 45), row("SEMAPH", 46), row("CLI_CACHE", 47), row("CRYPT", 48), row("MISC", 49),
-    row("SLSEC", 50), row("SHM", 51), row("CONFIG", 52), row("CYCLIC", 53), row("CCONF", 54),
-    row("NETWORK", 55), row("FILTER", 56), row("VQ_UPD_PASSWD", 57), row("TOLV", 58),
+    row("CLI", DBG_BIT_CLI), row("CLI_DUMP", DBG_BIT_CLI_DUMP), row("STANDARD", DBG_BIT_STANDARD),
+    row("ENV", DBG_BIT_ENV), row("GMS", DBG_BIT_GMS), row("API", DBG_BIT_API),
+    row("COMPRESSION", DBG_BIT_COMPRESSION), row("ERRMSG", DBG_BIT_ERRMSG), row("PROXY", DBG_BIT_PROXY),
+    row("GF", DBG_BIT_GF), row("API_DUMP", DBG_BIT_API_DUMP), row("TIME", DBG_BIT_TIME),
+    row("SEMAPH", DBG_BIT_SEMAPH), row("CLI_CACHE", DBG_BIT_CLI_CACHE), row("CRYPT", DBG_BIT_CRYPT),
+    row("MISC", DBG_BIT_MISC), row("SLSEC", DBG_BIT_SLSEC), row("SHM", DBG_BIT_SHM),
+    row("CONFIG", DBG_BIT_CONFIG), row("CYCLIC", DBG_BIT_CYCLIC), row("CCONF", DBG_BIT_CCONF),
+    row("NETWORK", DBG_BIT_NETWORK), row("FILTER", DBG_BIT_FILTER),
+    row("VQ_UPD_PASSWD", DBG_BIT_VQ_UPD_PASSWD), row("TOLV", DBG_BIT_TOLV),
     // replication programs
-    row("ERROR", 14), row("PARSE", 8), row("PARSE_JOB", 9), row("MASTER", 10), row("FLOW", 11),
+    row("ERROR", DBG_BIT_ERROR), row("PARSE", 8), row("PARSE_JOB", 9), row("MASTER", 10),
+    row("FLOW", DBG_BIT_FLOW),
     row("KXTIME", 12), row("SUBMIT", 13), row("MASTER2", 15), row("FMONITOR", 16), row("NESTED", 17),
     row("QUEUE", 18), row("REMOTE", 19), row("EXECUTE", 20), row("BCOPY", 21), row("SECURITY", 22),
     row("LOGCMD", 23), row("MON", 24),
@@ -50,25 +59,30 @@ constexpr ChannelRow kChannels[] = {
 
 static_assert(std::size(kChannels) == 101, "the channel table has 101 rows");
 
-char upper_ascii(char c) { return (c >= 'a' && c <= 'z') ? static_cast<char>(c - 'a' + 'A') : c; }
-
-}  // namespace
-
-bool names_equal(const char *a, const char *b) {
-    for (; *a != '\0' && *b != '\0'; ++a, ++b) {
-        if (upper_ascii(*a) != upper_ascii(*b)) {
-            return false;
+// The 32-bit channel values of dbg.h are the values of their rows.
+constexpr bool value_matches(unsigned value, int bit) {
+    for (const ChannelRow &r : kChannels) {
+        if (r.bit == bit) {
+            return static_cast<unsigned>(r.value) == value;
         }
     }
-    return *a == *b;
+    return false;
 }
+static_assert(value_matches(DBG_CHANNEL_CLI, DBG_BIT_CLI) && value_matches(DBG_CHANNEL_CLI_DUMP, DBG_BIT_CLI_DUMP) &&
+              value_matches(DBG_CHANNEL_STANDARD, DBG_BIT_STANDARD) && value_matches(DBG_CHANNEL_ENV, DBG_BIT_ENV) &&
+              value_matches(DBG_CHANNEL_GMS, DBG_BIT_GMS) && value_matches(DBG_CHANNEL_API, DBG_BIT_API) &&
+              value_matches(DBG_CHANNEL_COMPRESSION, DBG_BIT_COMPRESSION) &&
+              value_matches(DBG_CHANNEL_FLOW, DBG_BIT_FLOW) && value_matches(DBG_CHANNEL_ERROR, DBG_BIT_ERROR));
+
+}  // namespace
 
 const ChannelRow *find_channel(const char *name) {
     if (name == nullptr) {
         return nullptr;
     }
+    std::string_view wanted(name);
     for (const ChannelRow &r : kChannels) {
-        if (names_equal(r.name, name)) {
+        if (ascii::equal_nocase(r.name, wanted)) {
             return &r;
         }
     }

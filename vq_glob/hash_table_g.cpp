@@ -24,6 +24,8 @@
 #include <cstring>
 #include <new>
 
+#include "internal/checked_handle.h"
+#include "internal/raise.h"
 #include "vq_glob/dbg.h"
 #include "vq_glob/err.h"
 #include "vq_glob/llist.h"
@@ -36,10 +38,12 @@ uint32_t crc_from_reset(const unsigned char *bytes, size_t length);
 namespace vq::hash {
 namespace {
 
+using raise::Report;
+using tag::Kind;
+
 // The module traces on the ERROR channel, as the locked lists do.
-constexpr int32_t kTraceChannel = 0x4000;
+constexpr int32_t kTraceChannel = DBG_CHANNEL_ERROR;
 constexpr const char *kModule = "hash_table_g";
-constexpr uint32_t kErrDuplicateKey = 0x1012;  // "Failed to insert duplicate key into hash table <%s>"
 
 using CleanupFn = void (*)(void *user_data);
 using HashFn = int32_t (*)(const char *key);
@@ -52,6 +56,7 @@ struct Entry {
 };
 
 struct Table {
+    uint32_t tag;  // Kind::hash_table while the table lives
     int32_t rows;
     void **row;        // rows locked lists
     int32_t reserved;  // always zero
@@ -61,18 +66,43 @@ struct Table {
 };
 
 struct TableIterator {
+    uint32_t tag;  // Kind::hash_iterator while the iterator lives
     Table *table;
     int32_t row;    // the row that current walks
     void *current;  // iterator of that row; null past the last entry
 };
 
-Table *as_table(void *table) { return static_cast<Table *>(table); }
-TableIterator *as_iterator(void *iterator) { return static_cast<TableIterator *>(iterator); }
-
-int bad_param(const char *function, const char *argument) {
+int null_param(const char *function, const char *argument) {
     new_dbg_str(kTraceChannel, "%s: %s is NULL, return 0...\n", function, argument);
-    err_add_error(ERR_GEN_PARAMS, function, argument);
-    return 0;
+    return raise::params(Report::add, function, argument);
+}
+
+// The table behind a handle, or null with a PARAMS error: traced as before
+// for a null handle, refused for a handle of another kind or a freed table.
+Table *as_table(void *table, const char *function) {
+    if (table == nullptr) {
+        null_param(function, "table");
+        return nullptr;
+    }
+    return tag::checked<Table>(table, Kind::hash_table, Report::add, function, "table");
+}
+
+// The iterator behind a handle, or null: for a null handle with a traced
+// PARAMS error, for a handle of another kind or a freed iterator with a
+// PARAMS error. The read-only calls use walking (below), which takes a null
+// iterator as one at the end.
+TableIterator *walking(void *iterator, const char *function) {
+    if (iterator == nullptr) {
+        return nullptr;
+    }
+    return tag::checked<TableIterator>(iterator, Kind::hash_iterator, Report::add, function, "iterator");
+}
+
+TableIterator *as_iterator(void *iterator, const char *function) {
+    if (iterator == nullptr) {
+        null_param(function, "iterator");
+    }
+    return walking(iterator, function);
 }
 
 // Runs a callback of the caller's; a C++ exception thrown by it stops here
@@ -162,6 +192,7 @@ void destroy_table(Table *t) {
     }
     std::free(t->cursor);
     std::free(t->row);
+    tag::erase(&t->tag);
     t->~Table();
     std::free(t);
 }
@@ -177,8 +208,7 @@ bool lock_row(Table *t, int32_t row, const char *operation) {
 
 // Finds key's entry and hands its user data to use (row locked meanwhile).
 template <typename Use>
-int with_entry(void *table, const char *key, const char *operation, Use &&use) {
-    Table *t = as_table(table);
+int with_entry(Table *t, const char *key, const char *operation, Use &&use) {
     int32_t hash = 0;
     int32_t row = 0;
     if (!locate(t, key, &hash, &row) || !lock_row(t, row, operation)) {
@@ -202,8 +232,7 @@ int settle(TableIterator *it, int32_t from, const char *function) {
         }
         void *walker = lln_get_list_iterator(t->row[r]);
         if (walker == nullptr) {
-            err_add_error(ERR_GEN_MEMORY, function, kModule, __LINE__);
-            return 0;
+            return raise::memory(Report::add, function, kModule, __LINE__);
         }
         lln_iterator_move_first(walker);
         if (lln_iterator_end(walker) == 0) {
@@ -228,6 +257,9 @@ void drop_current(TableIterator *it) {
 // on another thread cannot free it meanwhile; use runs under the lock too.
 template <typename Use>
 void with_current(TableIterator *it, Use &&use) {
+    if (it == nullptr || it->current == nullptr) {
+        return;
+    }
     void *list = it->table->row[it->row];
     lln_lock_list(list);
     auto *entry = static_cast<Entry *>(lln_iterator_get_data(it->current));
@@ -245,6 +277,7 @@ using vq::hash::kModule;
 using vq::hash::kTraceChannel;
 using vq::hash::Table;
 using vq::hash::TableIterator;
+using vq::raise::Report;
 
 // ---- Table -------------------------------------------------------------------------
 
@@ -252,15 +285,16 @@ extern "C" VQ_API void *slh_allocate_hash_table(int32_t rows) {
     if (rows <= 0) {
         new_dbg_str(kTraceChannel, "slh_allocate_hash_table: invalid number of rows %d\n",
                     static_cast<int>(rows));
-        err_add_error(ERR_GEN_PARAMS, "slh_allocate_hash_table", "rows");
+        VQ_PARAMS(Report::add, "rows");
         return nullptr;
     }
     void *block = std::malloc(sizeof(Table));
     if (block == nullptr) {
-        err_add_error(ERR_GEN_MEMORY, "slh_allocate_hash_table", kModule, __LINE__);
+        VQ_NO_MEMORY(Report::add, kModule);
         return nullptr;
     }
-    auto *t = new (block) Table{rows, nullptr, 0, nullptr, nullptr, nullptr};
+    auto *t = new (block) Table{0, rows, nullptr, 0, nullptr, nullptr, nullptr};
+    vq::tag::stamp(&t->tag, vq::tag::Kind::hash_table);
     t->row = static_cast<void **>(std::calloc(static_cast<size_t>(rows), sizeof(void *)));
     t->cursor = static_cast<void **>(std::calloc(static_cast<size_t>(rows), sizeof(void *)));
     bool built = t->row != nullptr && t->cursor != nullptr;
@@ -271,7 +305,7 @@ extern "C" VQ_API void *slh_allocate_hash_table(int32_t rows) {
     }
     if (!built) {
         vq::hash::destroy_table(t);
-        err_add_error(ERR_GEN_MEMORY, "slh_allocate_hash_table", kModule, __LINE__);
+        VQ_NO_MEMORY(Report::add, kModule);
         return nullptr;
     }
     return t;
@@ -280,10 +314,10 @@ extern "C" VQ_API void *slh_allocate_hash_table(int32_t rows) {
 // Clean-up callbacks run under each row's lock here: the table is going, and
 // no other thread may be using it.
 extern "C" VQ_API int slh_free_hash_table(void *table) {
-    if (table == nullptr) {
-        return vq::hash::bad_param("slh_free_hash_table", "table");
+    Table *t = vq::hash::as_table(table, __func__);
+    if (t == nullptr) {
+        return 0;
     }
-    Table *t = vq::hash::as_table(table);
     for (int32_t r = 0; r < t->rows; ++r) {
         void *cursor = t->cursor[r];
         lln_lock_list(t->row[r]);
@@ -302,13 +336,13 @@ extern "C" VQ_API int slh_free_hash_table(void *table) {
 // The entry is built before the row is locked, to hold the lock briefly; a
 // duplicate costs one allocation thrown away.
 extern "C" VQ_API int slh_insert_to_table(void *table, const char *key, void *user_data) {
-    if (table == nullptr) {
-        return vq::hash::bad_param("slh_insert_to_table", "table");
+    Table *t = vq::hash::as_table(table, __func__);
+    if (t == nullptr) {
+        return 0;
     }
     if (key == nullptr) {
-        return vq::hash::bad_param("slh_insert_to_table", "key");
+        return vq::hash::null_param(__func__, "key");
     }
-    Table *t = vq::hash::as_table(table);
     int32_t hash = 0;
     int32_t row = 0;
     if (!vq::hash::locate(t, key, &hash, &row)) {
@@ -316,8 +350,7 @@ extern "C" VQ_API int slh_insert_to_table(void *table, const char *key, void *us
     }
     Entry *entry = vq::hash::make_entry(key, user_data, hash);
     if (entry == nullptr) {
-        err_add_error(ERR_GEN_MEMORY, "slh_insert_to_table", kModule, __LINE__);
-        return 0;
+        return VQ_NO_MEMORY(Report::add, kModule);
     }
     if (!vq::hash::lock_row(t, row, "slh_insert_to_table")) {
         std::free(entry);
@@ -332,21 +365,20 @@ extern "C" VQ_API int slh_insert_to_table(void *table, const char *key, void *us
     std::free(entry);
     if (duplicate) {
         new_dbg_str(kTraceChannel, "slh_insert_to_table - ERROR - key <%s> already exist\n", key);
-        err_add_error(vq::hash::kErrDuplicateKey, key);
-    } else {
-        err_add_error(ERR_GEN_MEMORY, "slh_insert_to_table", kModule, __LINE__);
+        err_add_error(ERR_GEN_HASHDUP, key);
+        return 0;
     }
-    return 0;
+    return VQ_NO_MEMORY(Report::add, kModule);
 }
 
 extern "C" VQ_API int slh_remove_from_table(void *table, const char *key) {
-    if (table == nullptr) {
-        return vq::hash::bad_param("slh_remove_from_table", "table");
+    Table *t = vq::hash::as_table(table, __func__);
+    if (t == nullptr) {
+        return 0;
     }
     if (key == nullptr) {
-        return vq::hash::bad_param("slh_remove_from_table", "key");
+        return vq::hash::null_param(__func__, "key");
     }
-    Table *t = vq::hash::as_table(table);
     int32_t hash = 0;
     int32_t row = 0;
     if (!vq::hash::locate(t, key, &hash, &row) || !vq::hash::lock_row(t, row, "slh_remove_from_table")) {
@@ -366,36 +398,41 @@ extern "C" VQ_API int slh_remove_from_table(void *table, const char *key) {
 }
 
 extern "C" VQ_API int slh_find_element(void *table, const char *key, void **user_data) {
-    if (table == nullptr) {
-        return vq::hash::bad_param("slh_find_element", "table");
+    Table *t = vq::hash::as_table(table, __func__);
+    if (t == nullptr) {
+        return 0;
     }
     if (key == nullptr) {
-        return vq::hash::bad_param("slh_find_element", "key");
+        return vq::hash::null_param(__func__, "key");
     }
     if (user_data == nullptr) {
-        return vq::hash::bad_param("slh_find_element", "user_data");
+        return vq::hash::null_param(__func__, "user_data");
     }
-    return vq::hash::with_entry(table, key, "slh_find_element", [&](void *data) { *user_data = data; });
+    return vq::hash::with_entry(t, key, "slh_find_element", [&](void *data) { *user_data = data; });
 }
 
 extern "C" VQ_API void *slh_get_user_data(void *table, const char *key) {
-    if (table == nullptr || key == nullptr) {
-        vq::hash::bad_param("slh_get_user_data", table == nullptr ? "table" : "key");
+    Table *t = vq::hash::as_table(table, __func__);
+    if (t == nullptr) {
+        return nullptr;
+    }
+    if (key == nullptr) {
+        vq::hash::null_param(__func__, "key");
         return nullptr;
     }
     void *found = nullptr;
-    vq::hash::with_entry(table, key, "slh_get_user_data", [&](void *data) { found = data; });
+    vq::hash::with_entry(t, key, "slh_get_user_data", [&](void *data) { found = data; });
     return found;
 }
 
 extern "C" VQ_API int slh_lock_row(void *table, const char *key) {
-    if (table == nullptr) {
-        return vq::hash::bad_param("slh_lock_row", "table");
+    Table *t = vq::hash::as_table(table, __func__);
+    if (t == nullptr) {
+        return 0;
     }
     if (key == nullptr) {
-        return vq::hash::bad_param("slh_lock_row", "key");
+        return vq::hash::null_param(__func__, "key");
     }
-    Table *t = vq::hash::as_table(table);
     int32_t hash = 0;
     int32_t row = 0;
     if (!vq::hash::locate(t, key, &hash, &row)) {
@@ -405,13 +442,13 @@ extern "C" VQ_API int slh_lock_row(void *table, const char *key) {
 }
 
 extern "C" VQ_API int slh_release_row(void *table, const char *key) {
-    if (table == nullptr) {
-        return vq::hash::bad_param("slh_release_row", "table");
+    Table *t = vq::hash::as_table(table, __func__);
+    if (t == nullptr) {
+        return 0;
     }
     if (key == nullptr) {
-        return vq::hash::bad_param("slh_release_row", "key");
+        return vq::hash::null_param(__func__, "key");
     }
-    Table *t = vq::hash::as_table(table);
     int32_t hash = 0;
     int32_t row = 0;
     if (!vq::hash::locate(t, key, &hash, &row)) {
@@ -425,63 +462,66 @@ extern "C" VQ_API int slh_release_row(void *table, const char *key) {
 }
 
 extern "C" VQ_API int32_t slh_get_size(void *table) {
-    if (table == nullptr) {
-        vq::hash::bad_param("slh_get_size", "table");
+    Table *t = vq::hash::as_table(table, __func__);
+    if (t == nullptr) {
         return 0;
     }
-    int32_t rows = vq::hash::as_table(table)->rows;
-    new_dbg_str(kTraceChannel, "slh_get_size - size is %d\n", static_cast<int>(rows));
-    return rows;
+    new_dbg_str(kTraceChannel, "slh_get_size - size is %d\n", static_cast<int>(t->rows));
+    return t->rows;
 }
 
 extern "C" VQ_API int slh_set_appl_cleanup_cb(void *table, void (*cb)(void *user_data)) {
-    if (table == nullptr) {
-        return vq::hash::bad_param("slh_set_appl_cleanup_cb", "table");
+    Table *t = vq::hash::as_table(table, __func__);
+    if (t == nullptr) {
+        return 0;
     }
-    vq::hash::as_table(table)->cleanup.store(cb, std::memory_order_relaxed);
+    t->cleanup.store(cb, std::memory_order_relaxed);
     return 1;
 }
 
 extern "C" VQ_API int slh_set_hash_cb(void *table, int32_t (*cb)(const char *key)) {
-    if (table == nullptr) {
-        return vq::hash::bad_param("slh_set_hash_cb", "table");
+    Table *t = vq::hash::as_table(table, __func__);
+    if (t == nullptr) {
+        return 0;
     }
-    vq::hash::as_table(table)->hash.store(cb, std::memory_order_relaxed);
+    t->hash.store(cb, std::memory_order_relaxed);
     return 1;
 }
 
 // ---- Iteration ---------------------------------------------------------------------
 
 extern "C" VQ_API void *slh_get_iterator(void *table) {
-    if (table == nullptr) {
-        vq::hash::bad_param("slh_get_iterator", "table");
+    Table *t = vq::hash::as_table(table, __func__);
+    if (t == nullptr) {
         return nullptr;
     }
     void *block = std::malloc(sizeof(TableIterator));
     if (block == nullptr) {
-        err_add_error(ERR_GEN_MEMORY, "slh_get_iterator", kModule, __LINE__);
+        VQ_NO_MEMORY(Report::add, kModule);
         return nullptr;
     }
-    Table *t = vq::hash::as_table(table);
-    return new (block) TableIterator{t, t->rows, nullptr};
+    auto *it = new (block) TableIterator{0, t, t->rows, nullptr};
+    vq::tag::stamp(&it->tag, vq::tag::Kind::hash_iterator);
+    return it;
 }
 
 extern "C" VQ_API int slh_free_iterator(void *iterator) {
-    if (iterator == nullptr) {
-        return vq::hash::bad_param("slh_free_iterator", "iterator");
+    TableIterator *it = vq::hash::as_iterator(iterator, __func__);
+    if (it == nullptr) {
+        return 0;
     }
-    TableIterator *it = vq::hash::as_iterator(iterator);
     vq::hash::drop_current(it);
+    vq::tag::erase(&it->tag);
     it->~TableIterator();
     std::free(it);
     return 1;
 }
 
 extern "C" VQ_API int slh_iterator_move_first(void *iterator) {
-    if (iterator == nullptr) {
-        return vq::hash::bad_param("slh_iterator_move_first", "iterator");
+    TableIterator *it = vq::hash::as_iterator(iterator, __func__);
+    if (it == nullptr) {
+        return 0;
     }
-    TableIterator *it = vq::hash::as_iterator(iterator);
     vq::hash::drop_current(it);
     return vq::hash::settle(it, 0, "slh_iterator_move_first");
 }
@@ -489,10 +529,10 @@ extern "C" VQ_API int slh_iterator_move_first(void *iterator) {
 // Past the last entry of a row the walk goes on with the next row that has
 // one; an iterator at the end (or never moved) stays there.
 extern "C" VQ_API int slh_iterator_move_next(void *iterator) {
-    if (iterator == nullptr) {
-        return vq::hash::bad_param("slh_iterator_move_next", "iterator");
+    TableIterator *it = vq::hash::as_iterator(iterator, __func__);
+    if (it == nullptr) {
+        return 0;
     }
-    TableIterator *it = vq::hash::as_iterator(iterator);
     if (it->current == nullptr) {
         return 1;
     }
@@ -509,11 +549,8 @@ extern "C" VQ_API int slh_iterator_move_next(void *iterator) {
 // When another thread removed the current entry first, the iterator still
 // moves on, and 0 says that this call removed nothing.
 extern "C" VQ_API int slh_iterator_remove_node_move_next(void *iterator) {
-    if (iterator == nullptr) {
-        return vq::hash::bad_param("slh_iterator_remove_node_move_next", "iterator");
-    }
-    TableIterator *it = vq::hash::as_iterator(iterator);
-    if (it->current == nullptr) {
+    TableIterator *it = vq::hash::as_iterator(iterator, __func__);
+    if (it == nullptr || it->current == nullptr) {
         return 0;
     }
     Table *t = it->table;
@@ -534,24 +571,21 @@ extern "C" VQ_API int slh_iterator_remove_node_move_next(void *iterator) {
     return entry != nullptr ? 1 : 0;
 }
 
+// A null iterator reads as one at the end, without an error.
 extern "C" VQ_API int slh_iterator_is_eol(void *iterator) {
-    return iterator == nullptr || vq::hash::as_iterator(iterator)->current == nullptr ? 1 : 0;
+    const TableIterator *it = vq::hash::walking(iterator, __func__);
+    return it == nullptr || it->current == nullptr ? 1 : 0;
 }
 
 extern "C" VQ_API const char *slh_iterator_get_key(void *iterator) {
-    if (slh_iterator_is_eol(iterator) != 0) {
-        return nullptr;
-    }
     const char *key = nullptr;
-    vq::hash::with_current(vq::hash::as_iterator(iterator), [&](Entry *entry) { key = entry->key; });
+    vq::hash::with_current(vq::hash::walking(iterator, __func__), [&](Entry *entry) { key = entry->key; });
     return key;
 }
 
 extern "C" VQ_API void *slh_iterator_get_user_data(void *iterator) {
-    if (slh_iterator_is_eol(iterator) != 0) {
-        return nullptr;
-    }
     void *data = nullptr;
-    vq::hash::with_current(vq::hash::as_iterator(iterator), [&](Entry *entry) { data = entry->user_data; });
+    vq::hash::with_current(vq::hash::walking(iterator, __func__),
+                           [&](Entry *entry) { data = entry->user_data; });
     return data;
 }

@@ -4,7 +4,9 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "internal/ascii.h"
 #include "internal/frame.h"
+#include "internal/raise.h"
 #include "vq_glob/err.h"
 
 namespace vq::hex {
@@ -23,14 +25,12 @@ using Frame = frame::ModuleFrame<HexRecord, frame::kSlotHex, frame::OnDemand::ye
 constexpr char kDigits[] = "0123456789ABCDEF";
 
 int digit_value(char c) {
-    if (c >= '0' && c <= '9') {
+    if (ascii::is_digit(c)) {
         return c - '0';
     }
-    if (c >= 'a' && c <= 'f') {
-        return c - 'a' + 10;
-    }
-    if (c >= 'A' && c <= 'F') {
-        return c - 'A' + 10;
+    char upper = ascii::to_upper(c);
+    if (upper >= 'A' && upper <= 'F') {
+        return upper - 'A' + 10;
     }
     return -1;
 }
@@ -56,6 +56,7 @@ constinit const Module kHexModule = hex::Frame::module("hex");
 }  // namespace vq::frame
 
 using namespace vq::hex;
+using vq::raise::Report;
 
 extern "C" {
 
@@ -66,7 +67,7 @@ VQ_API const char *convert_to_hex(const unsigned char *bytes, int32_t count) {
     }
     size_t needed = static_cast<size_t>(count) * 2 + 1;
     if (!reserve(*rec, needed)) {
-        err_add_error(ERR_GEN_MEMORY, "convert_to_hex", "hex", __LINE__);
+        VQ_NO_MEMORY(Report::add, "hex");
         return "";
     }
     for (int32_t i = 0; i < count; ++i) {
@@ -79,19 +80,16 @@ VQ_API const char *convert_to_hex(const unsigned char *bytes, int32_t count) {
 
 VQ_API int convert_from_hex(const char *text, unsigned char *out, int32_t size, int32_t *count) {
     if (text == nullptr || out == nullptr || count == nullptr || size < 0) {
-        err_add_error(ERR_GEN_PARAMS, "convert_from_hex", text == nullptr ? "text" : "out/size/count");
-        return 0;
+        return VQ_PARAMS(Report::add, text == nullptr ? "text" : "out/size/count");
     }
     size_t length = std::strlen(text);
     if (length % 2 != 0 || length / 2 > static_cast<size_t>(size)) {
-        err_add_error(ERR_GEN_PARAMS, "convert_from_hex", length % 2 != 0 ? "odd length" : "size");
-        return 0;
+        return VQ_PARAMS(Report::add, length % 2 != 0 ? "odd length" : "size");
     }
     // Checked in full first, so that a bad text leaves out untouched.
     for (size_t i = 0; i < length; ++i) {
         if (digit_value(text[i]) < 0) {
-            err_add_error(ERR_GEN_PARAMS, "convert_from_hex", "digit");
-            return 0;
+            return VQ_PARAMS(Report::add, "digit");
         }
     }
     for (size_t i = 0; i < length; i += 2) {

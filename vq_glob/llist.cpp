@@ -13,6 +13,8 @@
 #include <cstdlib>
 #include <new>
 
+#include "internal/checked_handle.h"
+#include "internal/raise.h"
 #include "platform/platform.h"
 #include "vq_glob/dbg.h"
 #include "vq_glob/err.h"
@@ -25,8 +27,11 @@ static_assert(alignof(cs_critical_section) >= alignof(PlatLock),
 namespace vq::llist {
 namespace {
 
+using raise::Report;
+using tag::Kind;
+
 // Failure lines of the locked list go to the ERROR trace channel.
-constexpr int32_t kTraceChannel = 0x4000;
+constexpr int32_t kTraceChannel = DBG_CHANNEL_ERROR;
 constexpr const char *kModule = "llist";
 
 // Holds a lock for the lifetime of a scope, so that every return path leaves it.
@@ -54,6 +59,7 @@ struct PlainNode {
 };
 
 struct PlainList {
+    uint32_t tag;  // Kind::plain_list while the list lives
     ll_node *first;
     ll_node *last;
     ll_node *cursor;  // null: before the start
@@ -61,7 +67,11 @@ struct PlainList {
     PlatLock *lock;  // allocated on its own
 };
 
-PlainList *plain(void *list) { return static_cast<PlainList *>(list); }
+// The list behind a handle that is not null, or null with a PARAMS error
+// for a handle of another kind or one already disposed.
+PlainList *plain(void *list, const char *function) {
+    return tag::checked<PlainList>(list, Kind::plain_list, Report::add, function, "list");
+}
 
 // ---- Locked list -----------------------------------------------------------
 
@@ -74,6 +84,7 @@ struct LockedNode {
 };
 
 struct LockedList {
+    uint32_t tag;  // Kind::locked_list until the header is released
     LockedNode *first;
     LockedNode *last;
     void *reserved;  // always zero
@@ -91,12 +102,17 @@ struct LockedList {
 };
 
 struct Iterator {
+    uint32_t tag;  // Kind::list_iterator until the iterator is freed
     LockedList *list;
     LockedNode *current;  // null: at the end (or not yet moved)
 };
 
-LockedList *locked(void *list) { return static_cast<LockedList *>(list); }
-Iterator *iterator(void *it) { return static_cast<Iterator *>(it); }
+LockedList *locked(void *list, const char *function) {
+    return tag::checked<LockedList>(list, Kind::locked_list, Report::add, function, "list");
+}
+Iterator *iterator(void *it, const char *function) {
+    return tag::checked<Iterator>(it, Kind::list_iterator, Report::add, function, "it");
+}
 
 // Runs the caller's free callback. A C++ callback that throws would unwind
 // through C callers; its exception stops here and the node is freed anyway.
@@ -179,6 +195,7 @@ bool release_due(const LockedList *list) {
 
 void release_list(LockedList *list) {
     plat_lock_destroy(&list->lock);
+    tag::erase(&list->tag);
     list->~LockedList();
     std::free(list);
 }
@@ -194,6 +211,8 @@ using vq::llist::LockedNode;
 using vq::llist::LockGuard;
 using vq::llist::PlainList;
 using vq::llist::PlainNode;
+using vq::raise::Report;
+using vq::tag::Kind;
 
 // ---- Critical sections -------------------------------------------------------
 
@@ -226,18 +245,19 @@ extern "C" VQ_API void cs_delete_critical_section(cs_critical_section *cs) {
 extern "C" VQ_API void *ll_init_list(void) {
     auto *list = static_cast<PlainList *>(std::malloc(sizeof(PlainList)));
     if (list == nullptr) {
-        err_add_error(ERR_GEN_MEMORY, "ll_init_list", kModule, __LINE__);
+        VQ_NO_MEMORY(Report::add, kModule);
         return nullptr;
     }
     auto *lock = static_cast<PlatLock *>(std::malloc(sizeof(PlatLock)));
     if (lock == nullptr) {
         std::free(list);
-        err_add_error(ERR_GEN_MEMORY, "ll_init_list", kModule, __LINE__);
+        VQ_NO_MEMORY(Report::add, kModule);
         return nullptr;
     }
     new (lock) PlatLock{};
     plat_lock_init(lock);
-    new (list) PlainList{nullptr, nullptr, nullptr, 0, lock};
+    new (list) PlainList{0, nullptr, nullptr, nullptr, 0, lock};
+    vq::tag::stamp(&list->tag, Kind::plain_list);
     return list;
 }
 
@@ -245,7 +265,10 @@ extern "C" VQ_API void ll_dispose_list(void **list) {
     if (list == nullptr || *list == nullptr) {
         return;
     }
-    PlainList *l = vq::llist::plain(*list);
+    PlainList *l = vq::llist::plain(*list, __func__);
+    if (l == nullptr) {
+        return;
+    }
     {
         LockGuard guard(l->lock);
         ll_node *node = l->first;
@@ -259,6 +282,7 @@ extern "C" VQ_API void ll_dispose_list(void **list) {
     }
     plat_lock_destroy(l->lock);
     std::free(l->lock);
+    vq::tag::erase(&l->tag);
     std::free(l);
     *list = nullptr;
 }
@@ -267,10 +291,13 @@ extern "C" VQ_API ll_node *ll_add_node_last(void *list, void *data) {
     if (list == nullptr) {
         return nullptr;
     }
-    PlainList *l = vq::llist::plain(list);
+    PlainList *l = vq::llist::plain(list, __func__);
+    if (l == nullptr) {
+        return nullptr;
+    }
     auto *node = static_cast<PlainNode *>(std::malloc(sizeof(PlainNode)));
     if (node == nullptr) {
-        err_add_error(ERR_GEN_MEMORY, "ll_add_node_last", kModule, __LINE__);
+        VQ_NO_MEMORY(Report::add, kModule);
         return nullptr;
     }
     LockGuard guard(l->lock);
@@ -292,7 +319,10 @@ extern "C" VQ_API void ll_free_node(void *list, ll_node *node) {
     if (list == nullptr || node == nullptr) {
         return;
     }
-    PlainList *l = vq::llist::plain(list);
+    PlainList *l = vq::llist::plain(list, __func__);
+    if (l == nullptr) {
+        return;
+    }
     LockGuard guard(l->lock);
     auto *own = reinterpret_cast<PlainNode *>(node);
     if (own->owner != l) {
@@ -320,7 +350,10 @@ extern "C" VQ_API ll_node *ll_get_first_node(void *list) {
     if (list == nullptr) {
         return nullptr;
     }
-    PlainList *l = vq::llist::plain(list);
+    PlainList *l = vq::llist::plain(list, __func__);
+    if (l == nullptr) {
+        return nullptr;
+    }
     LockGuard guard(l->lock);
     l->cursor = l->first;
     return l->cursor;
@@ -330,7 +363,10 @@ extern "C" VQ_API ll_node *ll_get_last_node(void *list) {
     if (list == nullptr) {
         return nullptr;
     }
-    PlainList *l = vq::llist::plain(list);
+    PlainList *l = vq::llist::plain(list, __func__);
+    if (l == nullptr) {
+        return nullptr;
+    }
     LockGuard guard(l->lock);
     l->cursor = l->last;
     return l->cursor;
@@ -340,7 +376,10 @@ extern "C" VQ_API ll_node *ll_get_next_node(void *list) {
     if (list == nullptr) {
         return nullptr;
     }
-    PlainList *l = vq::llist::plain(list);
+    PlainList *l = vq::llist::plain(list, __func__);
+    if (l == nullptr) {
+        return nullptr;
+    }
     LockGuard guard(l->lock);
     if (l->first == nullptr || l->cursor == l->last) {
         l->cursor = nullptr;
@@ -356,7 +395,10 @@ extern "C" VQ_API ll_node *ll_get_prev_node(void *list) {
     if (list == nullptr) {
         return nullptr;
     }
-    PlainList *l = vq::llist::plain(list);
+    PlainList *l = vq::llist::plain(list, __func__);
+    if (l == nullptr) {
+        return nullptr;
+    }
     LockGuard guard(l->lock);
     if (l->cursor == nullptr) {
         l->cursor = l->last;
@@ -372,7 +414,10 @@ extern "C" VQ_API int32_t ll_get_count(void *list) {
     if (list == nullptr) {
         return 0;
     }
-    PlainList *l = vq::llist::plain(list);
+    PlainList *l = vq::llist::plain(list, __func__);
+    if (l == nullptr) {
+        return 0;
+    }
     LockGuard guard(l->lock);
     return l->count;
 }
@@ -383,11 +428,12 @@ extern "C" VQ_API void *lln_init_list(void) {
     void *block = std::malloc(sizeof(LockedList));
     if (block == nullptr) {
         new_dbg_str(kTraceChannel, "lln_init_list: out of memory, return...\n");
-        err_add_error(ERR_GEN_MEMORY, "lln_init_list", kModule, __LINE__);
+        VQ_NO_MEMORY(Report::add, kModule);
         return nullptr;
     }
     auto *list = new (block) LockedList{};
     plat_lock_init(&list->lock);
+    vq::tag::stamp(&list->tag, Kind::locked_list);
     return list;
 }
 
@@ -396,7 +442,10 @@ extern "C" VQ_API void lln_set_cb(void *list, void (*cb)(void *data)) {
         new_dbg_str(kTraceChannel, "lln_set_cb: list header is NULL, return...\n");
         return;
     }
-    LockedList *l = vq::llist::locked(list);
+    LockedList *l = vq::llist::locked(list, __func__);
+    if (l == nullptr) {
+        return;
+    }
     LockGuard guard(&l->lock);
     l->cb = cb;
 }
@@ -406,7 +455,10 @@ extern "C" VQ_API void lln_set_free_data_flag(void *list, int32_t flag) {
         new_dbg_str(kTraceChannel, "lln_set_free_data_flag: list header is NULL, return...\n");
         return;
     }
-    LockedList *l = vq::llist::locked(list);
+    LockedList *l = vq::llist::locked(list, __func__);
+    if (l == nullptr) {
+        return;
+    }
     LockGuard guard(&l->lock);
     l->free_data = flag != 0 ? 1 : 0;
 }
@@ -420,7 +472,10 @@ extern "C" VQ_API void *lln_add_node_last(void *list, void *data) {
         new_dbg_str(kTraceChannel, "lln_add_node_last: data is NULL, return...\n");
         return nullptr;
     }
-    LockedList *l = vq::llist::locked(list);
+    LockedList *l = vq::llist::locked(list, __func__);
+    if (l == nullptr) {
+        return nullptr;
+    }
     LockGuard guard(&l->lock);
     if (l->disposed != 0) {
         new_dbg_str(kTraceChannel, "lln_add_node_last: list is disposed, return...\n");
@@ -429,7 +484,7 @@ extern "C" VQ_API void *lln_add_node_last(void *list, void *data) {
     auto *node = static_cast<LockedNode *>(std::malloc(sizeof(LockedNode)));
     if (node == nullptr) {
         new_dbg_str(kTraceChannel, "lln_add_node_last: out of memory, return...\n");
-        err_add_error(ERR_GEN_MEMORY, "lln_add_node_last", kModule, __LINE__);
+        VQ_NO_MEMORY(Report::add, kModule);
         return nullptr;
     }
     new (node) LockedNode{nullptr, l->last, data, 0, 0};
@@ -454,7 +509,10 @@ extern "C" VQ_API int lln_free_node(void *list, void *data) {
         new_dbg_str(kTraceChannel, "lln_free_node: data is NULL, return 0...\n");
         return 0;
     }
-    LockedList *l = vq::llist::locked(list);
+    LockedList *l = vq::llist::locked(list, __func__);
+    if (l == nullptr) {
+        return 0;
+    }
     LockGuard guard(&l->lock);
     for (LockedNode *node = l->first; node != nullptr; node = node->next) {
         if (node->marked == 0 && node->data == data) {
@@ -474,7 +532,10 @@ extern "C" VQ_API void lln_dispose_list(void *list) {
         new_dbg_str(kTraceChannel, "lln_dispose_list: list header is NULL, return...\n");
         return;
     }
-    LockedList *l = vq::llist::locked(list);
+    LockedList *l = vq::llist::locked(list, __func__);
+    if (l == nullptr) {
+        return;
+    }
     bool release = false;
     {
         LockGuard guard(&l->lock);
@@ -495,10 +556,12 @@ extern "C" VQ_API void lln_dispose_list(void *list) {
 extern "C" VQ_API int lln_lock_list(void *list) {
     if (list == nullptr) {
         new_dbg_str(kTraceChannel, "lln_lock_list: list header is NULL, return 0...\n");
-        err_add_error(ERR_GEN_PARAMS, "lln_lock_list", "list");
+        return VQ_PARAMS(Report::add, "list");
+    }
+    LockedList *l = vq::llist::locked(list, __func__);
+    if (l == nullptr) {
         return 0;
     }
-    LockedList *l = vq::llist::locked(list);
     plat_lock_enter(&l->lock);
     ++l->user_locks;
     return 1;
@@ -508,10 +571,12 @@ extern "C" VQ_API int lln_lock_list(void *list) {
 extern "C" VQ_API int lln_unlock_list(void *list) {
     if (list == nullptr) {
         new_dbg_str(kTraceChannel, "lln_unlock_list: list header is NULL, return 0...\n");
-        err_add_error(ERR_GEN_PARAMS, "lln_unlock_list", "list");
+        return VQ_PARAMS(Report::add, "list");
+    }
+    LockedList *l = vq::llist::locked(list, __func__);
+    if (l == nullptr) {
         return 0;
     }
-    LockedList *l = vq::llist::locked(list);
     bool release = false;
     if (l->user_locks > 0) {
         --l->user_locks;
@@ -529,7 +594,10 @@ extern "C" VQ_API uint32_t lln_get_count(void *list) {
         new_dbg_str(kTraceChannel, "lln_get_count: list header is NULL, return 0...\n");
         return 0;
     }
-    LockedList *l = vq::llist::locked(list);
+    LockedList *l = vq::llist::locked(list, __func__);
+    if (l == nullptr) {
+        return 0;
+    }
     LockGuard guard(&l->lock);
     return l->count;
 }
@@ -539,7 +607,10 @@ extern "C" VQ_API void *lln_get_list_iterator(void *list) {
         new_dbg_str(kTraceChannel, "lln_get_list_iterator: list header is NULL, return...\n");
         return nullptr;
     }
-    LockedList *l = vq::llist::locked(list);
+    LockedList *l = vq::llist::locked(list, __func__);
+    if (l == nullptr) {
+        return nullptr;
+    }
     LockGuard guard(&l->lock);
     if (l->disposed != 0) {
         new_dbg_str(kTraceChannel, "lln_get_list_iterator: list is disposed, return...\n");
@@ -548,10 +619,11 @@ extern "C" VQ_API void *lln_get_list_iterator(void *list) {
     auto *it = static_cast<Iterator *>(std::malloc(sizeof(Iterator)));
     if (it == nullptr) {
         new_dbg_str(kTraceChannel, "lln_get_list_iterator: out of memory, return...\n");
-        err_add_error(ERR_GEN_MEMORY, "lln_get_list_iterator", kModule, __LINE__);
+        VQ_NO_MEMORY(Report::add, kModule);
         return nullptr;
     }
-    new (it) Iterator{l, nullptr};
+    new (it) Iterator{0, l, nullptr};
+    vq::tag::stamp(&it->tag, Kind::list_iterator);
     ++l->iterators;
     return it;
 }
@@ -561,7 +633,10 @@ extern "C" VQ_API int lln_free_list_iterator(void *it) {
         new_dbg_str(kTraceChannel, "lln_free_list_iterator: iterator is NULL, return 0...\n");
         return 0;
     }
-    Iterator *iter = vq::llist::iterator(it);
+    Iterator *iter = vq::llist::iterator(it, __func__);
+    if (iter == nullptr) {
+        return 0;
+    }
     LockedList *l = iter->list;
     bool release = false;
     {
@@ -571,6 +646,7 @@ extern "C" VQ_API int lln_free_list_iterator(void *it) {
         --l->iterators;
         release = vq::llist::release_due(l);
     }
+    vq::tag::erase(&iter->tag);
     std::free(iter);
     if (release) {
         vq::llist::release_list(l);
@@ -583,7 +659,10 @@ extern "C" VQ_API void lln_iterator_move_first(void *it) {
         new_dbg_str(kTraceChannel, "lln_iterator_move_first: iterator is NULL, return...\n");
         return;
     }
-    Iterator *iter = vq::llist::iterator(it);
+    Iterator *iter = vq::llist::iterator(it, __func__);
+    if (iter == nullptr) {
+        return;
+    }
     LockGuard guard(&iter->list->lock);
     vq::llist::move_iterator(iter, vq::llist::first_unmarked(iter->list->first));
 }
@@ -595,7 +674,10 @@ extern "C" VQ_API void lln_iterator_move_next(void *it) {
         new_dbg_str(kTraceChannel, "lln_iterator_move_next: iterator is NULL, return...\n");
         return;
     }
-    Iterator *iter = vq::llist::iterator(it);
+    Iterator *iter = vq::llist::iterator(it, __func__);
+    if (iter == nullptr) {
+        return;
+    }
     LockGuard guard(&iter->list->lock);
     if (iter->current != nullptr) {
         vq::llist::move_iterator(iter, vq::llist::first_unmarked(iter->current->next));
@@ -607,7 +689,10 @@ extern "C" VQ_API int lln_iterator_end(void *it) {
         new_dbg_str(kTraceChannel, "lln_iterator_end: iterator is NULL, return 1...\n");
         return 1;
     }
-    Iterator *iter = vq::llist::iterator(it);
+    Iterator *iter = vq::llist::iterator(it, __func__);
+    if (iter == nullptr) {
+        return 1;
+    }
     LockGuard guard(&iter->list->lock);
     return iter->current == nullptr ? 1 : 0;
 }
@@ -617,7 +702,10 @@ extern "C" VQ_API void *lln_iterator_get_data(void *it) {
         new_dbg_str(kTraceChannel, "lln_iterator_get_data: iterator is NULL, return...\n");
         return nullptr;
     }
-    Iterator *iter = vq::llist::iterator(it);
+    Iterator *iter = vq::llist::iterator(it, __func__);
+    if (iter == nullptr) {
+        return nullptr;
+    }
     LockGuard guard(&iter->list->lock);
     LockedNode *node = iter->current;
     if (node == nullptr || node->marked != 0) {
@@ -631,7 +719,10 @@ extern "C" VQ_API int lln_iterator_remove_node_move_next(void *it) {
         new_dbg_str(kTraceChannel, "lln_iterator_remove_node_move_next: iterator is NULL, return 0...\n");
         return 0;
     }
-    Iterator *iter = vq::llist::iterator(it);
+    Iterator *iter = vq::llist::iterator(it, __func__);
+    if (iter == nullptr) {
+        return 0;
+    }
     LockGuard guard(&iter->list->lock);
     LockedNode *node = iter->current;
     if (node == nullptr) {
@@ -651,7 +742,10 @@ extern "C" VQ_API void lln_dump_list(void *list) {
         new_dbg_str(kTraceChannel, "lln_dump_list: list header is NULL, return...\n");
         return;
     }
-    LockedList *l = vq::llist::locked(list);
+    LockedList *l = vq::llist::locked(list, __func__);
+    if (l == nullptr) {
+        return;
+    }
     LockGuard guard(&l->lock);
     dbg_str("number of nodes = <%d>\n", static_cast<int>(l->count));
     dbg_str("list reference count = <%d>\n", static_cast<int>(l->iterators));

@@ -11,32 +11,51 @@
 #include <cstdlib>
 #include <cstring>
 #include <new>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
+#include "internal/checked_handle.h"
+#include "internal/raise.h"
 #include "vq_glob/err.h"
 
-struct slbn {
+namespace vq::bignum {
+
+using Limbs = std::vector<uint32_t>;
+
+struct Value {
     bool negative = false;
-    std::vector<uint32_t> limbs;
+    Limbs limbs;
 };
+
+}  // namespace vq::bignum
+
+// The handle: its tag first, so that every entry point can tell a number
+// from another kind of handle or from a number already freed.
+struct slbn {
+    vq::tag::HandleTag tag{vq::tag::Kind::big_number};
+    vq::bignum::Value value;
+
+    slbn() = default;
+    explicit slbn(vq::bignum::Value v) : value(std::move(v)) {}
+};
+
+static_assert(std::is_standard_layout_v<slbn>, "the tag must sit at the number's address");
 
 namespace vq::bignum {
 namespace {
 
-using Limbs = std::vector<uint32_t>;
+using raise::Report;
 
 constexpr uint32_t kBase = 1000000000u;
 constexpr int kLimbDigits = 9;
 
-int no_memory(const char *fn, int line) {
-    err_add_error(ERR_GEN_MEMORY, fn, "slbn", line);
-    return 0;
-}
+constexpr const char *kModule = "slbn";
 
-int bad_parameter(const char *fn, const char *argument) {
-    err_add_error(ERR_GEN_PARAMS, fn, argument);
-    return 0;
+// Whether number is a live number; a PARAMS error when it is null, another
+// kind of handle or a number already freed.
+bool usable(const char *fn, const slbn *number, const char *argument) {
+    return tag::checked<slbn>(number, tag::Kind::big_number, Report::add, fn, argument) != nullptr;
 }
 
 void trim(Limbs &limbs) {
@@ -47,7 +66,7 @@ void trim(Limbs &limbs) {
 
 // Reads text into a number; false, with the cause pushed, for a text that is
 // not a decimal number. May throw std::bad_alloc.
-bool parse(const char *fn, const char *text, slbn &out) {
+bool parse(const char *fn, const char *text, Value &out) {
     const char *digits = text;
     bool negative = false;
     if (*digits == '+' || *digits == '-') {
@@ -83,7 +102,7 @@ bool parse(const char *fn, const char *text, slbn &out) {
     return true;
 }
 
-void set_int64(slbn &out, int64_t value) {
+void set_int64(Value &out, int64_t value) {
     // The magnitude as unsigned, so that INT64_MIN needs no special case.
     uint64_t magnitude = value < 0 ? 0 - static_cast<uint64_t>(value) : static_cast<uint64_t>(value);
     out.negative = value < 0;
@@ -138,9 +157,9 @@ Limbs subtract_magnitude(const Limbs &a, const Limbs &b) {
 }
 
 // a + b, with b's sign flipped when negate_b is set. May throw std::bad_alloc.
-slbn signed_sum(const slbn &a, const slbn &b, bool negate_b) {
+Value signed_sum(const Value &a, const Value &b, bool negate_b) {
     bool b_negative = b.negative != negate_b && !b.limbs.empty();
-    slbn sum;
+    Value sum;
     if (a.negative == b_negative) {
         sum.limbs = add_magnitude(a.limbs, b.limbs);
         sum.negative = a.negative;
@@ -156,24 +175,24 @@ slbn signed_sum(const slbn &a, const slbn &b, bool negate_b) {
 }
 
 int sum_into(const char *fn, slbn *result, const slbn *a, const slbn *b, bool negate_b) {
-    if (result == nullptr || a == nullptr || b == nullptr) {
-        return bad_parameter(fn, result == nullptr ? "result" : a == nullptr ? "a" : "b");
+    if (!usable(fn, result, "result") || !usable(fn, a, "a") || !usable(fn, b, "b")) {
+        return 0;
     }
     try {
-        slbn sum = signed_sum(*a, *b, negate_b);
-        *result = std::move(sum);  // only now, so that result may be a or b
+        Value sum = signed_sum(a->value, b->value, negate_b);
+        result->value = std::move(sum);  // only now, so that result may be a or b
         return 1;
     } catch (const std::bad_alloc &) {
-        return no_memory(fn, __LINE__);
+        return raise::memory(Report::add, fn, kModule, __LINE__);
     }
 }
 
 // Bytes of the decimal text with its sign and NUL, at the most.
-size_t text_size(const slbn &number) { return number.limbs.size() * kLimbDigits + 2; }
+size_t text_size(const Value &number) { return number.limbs.size() * kLimbDigits + 2; }
 
 // Writes the decimal text of number into text, which holds at least
 // text_size(number) bytes; returns the text's length.
-size_t format(const slbn &number, char *text) {
+size_t format(const Value &number, char *text) {
     char *p = text;
     if (number.limbs.empty()) {
         *p++ = '0';
@@ -214,117 +233,118 @@ extern "C" {
 VQ_API slbn *slbn_new(void) {
     auto *number = new (std::nothrow) slbn;
     if (number == nullptr) {
-        no_memory("slbn_new", __LINE__);
+        VQ_NO_MEMORY(Report::add, kModule);
     }
     return number;
 }
 
 VQ_API slbn *slbn_from_string(const char *text) {
     if (text == nullptr) {
-        bad_parameter("slbn_from_string", "text");
-        return nullptr;
-    }
-    auto *number = new (std::nothrow) slbn;
-    if (number == nullptr) {
-        no_memory("slbn_from_string", __LINE__);
+        VQ_PARAMS(Report::add, "text");
         return nullptr;
     }
     try {
-        if (parse("slbn_from_string", text, *number)) {
-            return number;
+        Value parsed;
+        if (!parse("slbn_from_string", text, parsed)) {
+            return nullptr;
         }
+        return new slbn(std::move(parsed));
     } catch (const std::bad_alloc &) {
-        no_memory("slbn_from_string", __LINE__);
+        VQ_NO_MEMORY(Report::add, kModule);
+        return nullptr;
     }
-    delete number;
-    return nullptr;
 }
 
 VQ_API slbn *slbn_from_int64(int64_t value) {
-    auto *number = new (std::nothrow) slbn;
-    if (number == nullptr) {
-        no_memory("slbn_from_int64", __LINE__);
+    try {
+        Value number;
+        set_int64(number, value);
+        return new slbn(std::move(number));
+    } catch (const std::bad_alloc &) {
+        VQ_NO_MEMORY(Report::add, kModule);
         return nullptr;
     }
-    try {
-        set_int64(*number, value);
-        return number;
-    } catch (const std::bad_alloc &) {
-        no_memory("slbn_from_int64", __LINE__);
-    }
-    delete number;
-    return nullptr;
 }
 
 VQ_API slbn *slbn_copy(const slbn *number) {
-    if (number == nullptr) {
-        bad_parameter("slbn_copy", "number");
+    if (!usable(__func__, number, "number")) {
         return nullptr;
     }
     try {
-        return new slbn(*number);
+        return new slbn(number->value);
     } catch (const std::bad_alloc &) {
-        no_memory("slbn_copy", __LINE__);
+        VQ_NO_MEMORY(Report::add, kModule);
         return nullptr;
     }
 }
 
-VQ_API void slbn_free(slbn *number) { delete number; }
+// Anything but a live number is left alone: freeing it would corrupt the heap.
+VQ_API void slbn_free(slbn *number) {
+    if (number != nullptr && usable(__func__, number, "number")) {
+        delete number;
+    }
+}
 
 VQ_API int slbn_set_string(slbn *number, const char *text) {
-    if (number == nullptr || text == nullptr) {
-        return bad_parameter("slbn_set_string", number == nullptr ? "number" : "text");
+    if (!usable(__func__, number, "number")) {
+        return 0;
+    }
+    if (text == nullptr) {
+        return VQ_PARAMS(Report::add, "text");
     }
     try {
-        slbn parsed;
+        Value parsed;
         if (!parse("slbn_set_string", text, parsed)) {
             return 0;
         }
-        *number = std::move(parsed);
+        number->value = std::move(parsed);
         return 1;
     } catch (const std::bad_alloc &) {
-        return no_memory("slbn_set_string", __LINE__);
+        return VQ_NO_MEMORY(Report::add, kModule);
     }
 }
 
 VQ_API char *slbn_to_string(const slbn *number) {
-    if (number == nullptr) {
-        bad_parameter("slbn_to_string", "number");
+    if (!usable(__func__, number, "number")) {
         return nullptr;
     }
-    auto *text = static_cast<char *>(std::malloc(text_size(*number)));
+    auto *text = static_cast<char *>(std::malloc(text_size(number->value)));
     if (text == nullptr) {
-        no_memory("slbn_to_string", __LINE__);
+        VQ_NO_MEMORY(Report::add, kModule);
         return nullptr;
     }
-    format(*number, text);
+    format(number->value, text);
     return text;
 }
 
 VQ_API int slbn_to_int64(const slbn *number, int64_t *value) {
-    if (number == nullptr || value == nullptr) {
-        return bad_parameter("slbn_to_int64", number == nullptr ? "number" : "value");
+    if (!usable(__func__, number, "number")) {
+        return 0;
     }
+    if (value == nullptr) {
+        return VQ_PARAMS(Report::add, "value");
+    }
+    const Value &v = number->value;
     // 2^63 fits in three limbs; a fourth makes the magnitude at least 10^27.
-    bool fits = number->limbs.size() <= 3;
+    bool fits = v.limbs.size() <= 3;
     uint64_t magnitude = 0;
-    for (size_t i = number->limbs.size(); fits && i-- > 0;) {
-        fits = magnitude <= (UINT64_MAX - number->limbs[i]) / kBase;
-        magnitude = magnitude * kBase + number->limbs[i];
+    for (size_t i = v.limbs.size(); fits && i-- > 0;) {
+        fits = magnitude <= (UINT64_MAX - v.limbs[i]) / kBase;
+        magnitude = magnitude * kBase + v.limbs[i];
     }
-    const uint64_t limit = number->negative ? uint64_t{1} << 63 : (uint64_t{1} << 63) - 1;
+    const uint64_t limit = v.negative ? uint64_t{1} << 63 : (uint64_t{1} << 63) - 1;
     if (!fits || magnitude > limit) {
         // Long numbers are named by their leading limb and digit count.
         char text[64];
-        if (number->limbs.size() <= 5) {
-            format(*number, text);
+        if (v.limbs.size() <= 5) {
+            format(v, text);
         } else {
-            unsigned long long digits = (number->limbs.size() - 1) * kLimbDigits;
-            for (uint32_t top = number->limbs.back(); top != 0; top /= 10) {
+            unsigned long long digits = (v.limbs.size() - 1) * kLimbDigits;
+            for (uint32_t top = v.limbs.back(); top != 0; top /= 10) {
                 ++digits;
             }
-            std::snprintf(text, sizeof text, "%s%u... (%llu digits)", number->negative ? "-" : "",
-                          static_cast<unsigned>(number->limbs.back()), digits);
+            std::snprintf(text, sizeof text, "%s%u... (%llu digits)", v.negative ? "-" : "",
+                          static_cast<unsigned>(v.limbs.back()), digits);
         }
         char message[160];
         std::snprintf(message, sizeof message, "slbn_to_int64(): <%s> does not fit in a 64-bit integer",
@@ -332,28 +352,30 @@ VQ_API int slbn_to_int64(const slbn *number, int64_t *value) {
         err_add_error(ERR_GEN_GENERAL, message);
         return 0;
     }
-    *value = number->negative ? static_cast<int64_t>(0 - magnitude) : static_cast<int64_t>(magnitude);
+    *value = v.negative ? static_cast<int64_t>(0 - magnitude) : static_cast<int64_t>(magnitude);
     return 1;
 }
 
+// Something that is not a live number orders as NULL does: before every
+// number. One error is enough: b is checked aloud only when a was live.
 VQ_API int32_t slbn_compare(const slbn *a, const slbn *b) {
-    if (a == nullptr || b == nullptr) {
-        bad_parameter("slbn_compare", a == nullptr ? "a" : "b");
-        return a == b ? 0 : a == nullptr ? -1 : 1;
+    bool a_live = usable(__func__, a, "a");
+    bool b_live = a_live ? usable(__func__, b, "b") : vq::tag::is(b, vq::tag::Kind::big_number);
+    if (!a_live || !b_live) {
+        return a_live == b_live ? 0 : a_live ? 1 : -1;
     }
-    if (a->negative != b->negative) {
-        return a->negative ? -1 : 1;
+    if (a->value.negative != b->value.negative) {
+        return a->value.negative ? -1 : 1;
     }
-    int magnitude = compare_magnitude(a->limbs, b->limbs);
-    return a->negative ? -magnitude : magnitude;
+    int magnitude = compare_magnitude(a->value.limbs, b->value.limbs);
+    return a->value.negative ? -magnitude : magnitude;
 }
 
 VQ_API int32_t slbn_sign(const slbn *number) {
-    if (number == nullptr) {
-        bad_parameter("slbn_sign", "number");
+    if (!usable(__func__, number, "number")) {
         return 0;
     }
-    return number->limbs.empty() ? 0 : number->negative ? -1 : 1;
+    return number->value.limbs.empty() ? 0 : number->value.negative ? -1 : 1;
 }
 
 VQ_API int slbn_add(slbn *result, const slbn *a, const slbn *b) {
@@ -365,16 +387,16 @@ VQ_API int slbn_subtract(slbn *result, const slbn *a, const slbn *b) {
 }
 
 VQ_API int slbn_add_int64(slbn *number, int64_t value) {
-    if (number == nullptr) {
-        return bad_parameter("slbn_add_int64", "number");
+    if (!usable(__func__, number, "number")) {
+        return 0;
     }
     try {
-        slbn addend;
+        Value addend;
         set_int64(addend, value);
-        *number = signed_sum(*number, addend, false);
+        number->value = signed_sum(number->value, addend, false);
         return 1;
     } catch (const std::bad_alloc &) {
-        return no_memory("slbn_add_int64", __LINE__);
+        return VQ_NO_MEMORY(Report::add, kModule);
     }
 }
 

@@ -7,14 +7,62 @@
  *
  * Channels have names (CLI 0, CLI_DUMP 1, STANDARD 3, ENV 4, GMS 5, API 6,
  * COMPRESSION 7, PARSE 8, FLOW 11, ERROR 14, ERRMSG 41, GF 43, CONFIG 52,
- * NETWORK 55, FILTER 56, ...). Programs of the product reuse bits under names
- * of their own; a name means the bit of its first row in the channel table. */
+ * NETWORK 55, FILTER 56, ...; the DBG_BIT_ and DBG_CHANNEL_ constants below).
+ * Programs of the product reuse bits under names of their own; a name means
+ * the bit of its first row in the channel table. */
 #ifndef VQ_GLOB_DBG_H
 #define VQ_GLOB_DBG_H
 
 #include <stdio.h>
 
 #include "vq_glob/export.h"
+
+/* ---- Channels ---- */
+
+/* Bits of the library's own channels, the numbers dbg_mkone, dbg_mklist and
+ * dbg_get_channel_bit deal in; each is the first table row of its name, so
+ * dbg_get_channel_bit("CONFIG") == DBG_BIT_CONFIG. FLOW and ERROR are the
+ * program channels on which the containers trace. */
+#define DBG_BIT_CLI 0
+#define DBG_BIT_CLI_DUMP 1
+#define DBG_BIT_STANDARD 3
+#define DBG_BIT_ENV 4
+#define DBG_BIT_GMS 5
+#define DBG_BIT_API 6
+#define DBG_BIT_COMPRESSION 7
+#define DBG_BIT_FLOW 11
+#define DBG_BIT_ERROR 14
+#define DBG_BIT_ERRMSG 41
+#define DBG_BIT_PROXY 42
+#define DBG_BIT_GF 43
+#define DBG_BIT_API_DUMP 44
+#define DBG_BIT_TIME 45
+#define DBG_BIT_SEMAPH 46
+#define DBG_BIT_CLI_CACHE 47
+#define DBG_BIT_CRYPT 48
+#define DBG_BIT_MISC 49
+#define DBG_BIT_SLSEC 50
+#define DBG_BIT_SHM 51
+#define DBG_BIT_CONFIG 52
+#define DBG_BIT_CYCLIC 53
+#define DBG_BIT_CCONF 54
+#define DBG_BIT_NETWORK 55
+#define DBG_BIT_FILTER 56
+#define DBG_BIT_VQ_UPD_PASSWD 57
+#define DBG_BIT_TOLV 58
+
+/* The same channels below bit 32 as the 32-bit values new_dbg_str,
+ * new_dbg_void and dbg_check_mask take (1 shifted by the bit); OR them to
+ * name several. The others are reached through large_dbg_str only. */
+#define DBG_CHANNEL_CLI 0x1u
+#define DBG_CHANNEL_CLI_DUMP 0x2u
+#define DBG_CHANNEL_STANDARD 0x8u
+#define DBG_CHANNEL_ENV 0x10u
+#define DBG_CHANNEL_GMS 0x20u
+#define DBG_CHANNEL_API 0x40u
+#define DBG_CHANNEL_COMPRESSION 0x80u
+#define DBG_CHANNEL_FLOW 0x800u
+#define DBG_CHANNEL_ERROR 0x4000u
 
 VQ_EXTERN_C_BEGIN
 

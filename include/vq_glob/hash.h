@@ -8,7 +8,17 @@
  * {copy of the key, user data}. Every call locks only the row its key hashes
  * to, so threads working on different rows run side by side. Keys compare
  * exactly (case-sensitive). The table owns its key copies; the user data stays
- * the caller's unless the clean-up callback frees it. */
+ * the caller's unless the clean-up callback frees it.
+ *
+ * Handle checks: every slh_ function checks that its table comes from
+ * slh_allocate_hash_table and is not yet freed, or its iterator from
+ * slh_get_iterator and not yet freed. Any other handle (an iterator given as a
+ * table, a list, a handle of another family) is refused with ERR_GEN_PARAMS
+ * naming the function and the argument, and the function's failure result. A
+ * NULL handle is treated as each function says. Not detected: a pointer to
+ * unreadable memory or to memory that never was a handle but begins with a
+ * table's tag, and a freed handle whose memory was given to a new handle of
+ * the same kind. */
 #ifndef VQ_GLOB_HASH_H
 #define VQ_GLOB_HASH_H
 
@@ -25,8 +35,8 @@ VQ_API uint32_t updcrc(const unsigned char *buffer, uint32_t length);
 
 /* ---- Hash table -------------------------------------------------------------- */
 
-/* New table with rows (> 0) empty rows; NULL with error 0x100e for rows <= 0,
- * or 0x1001 when out of memory (nothing is left allocated). */
+/* New table with rows (> 0) empty rows; NULL with ERR_GEN_PARAMS for rows <= 0,
+ * or ERR_GEN_MEMORY when out of memory (nothing is left allocated). */
 VQ_API void *slh_allocate_hash_table(int32_t rows);
 /* Frees every entry (key copy freed, clean-up callback called with the user
  * data), every row and the table. Free the table's iterators first. 1, or 0
@@ -34,7 +44,7 @@ VQ_API void *slh_allocate_hash_table(int32_t rows);
 VQ_API int slh_free_hash_table(void *table);
 
 /* Adds key (copied) with user_data; a key already present is refused with
- * error 0x1012. The check and the addition are one step under the row's lock.
+ * ERR_GEN_HASHDUP. The check and the addition are one step under the row's lock.
  * 1, or 0 (duplicate, NULL table or key, no memory). */
 VQ_API int slh_insert_to_table(void *table, const char *key, void *user_data);
 /* Removes key's entry: frees the key copy and calls the clean-up callback with
@@ -74,7 +84,8 @@ VQ_API int slh_iterator_move_next(void *iterator);
 /* Removes the current entry as slh_remove_from_table does and moves to the
  * next one. 1, or 0 when there is no current entry. */
 VQ_API int slh_iterator_remove_node_move_next(void *iterator);
-/* 1 when the iterator is past the last entry (or NULL), else 0. */
+/* 1 when the iterator is past the last entry (or NULL, or not an iterator),
+ * else 0. */
 VQ_API int slh_iterator_is_eol(void *iterator);
 /* The current entry's key / user data; NULL at the end or when the entry was
  * removed meanwhile. The key stays valid until the entry is removed. */

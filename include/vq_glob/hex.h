@@ -12,7 +12,7 @@ VQ_EXTERN_C_BEGIN
 VQ_API const char *convert_to_hex(const unsigned char *bytes, int32_t count);
 /* Reads hexadecimal digits (either case, an even number of them) into out,
  * at most size bytes; *count receives the bytes written. 1, or 0 with a
- * PARAMS error for an odd length, a non-digit or too small an out. */
+ * ERR_GEN_PARAMS for an odd length, a non-digit or too small an out. */
 VQ_API int convert_from_hex(const char *text, unsigned char *out, int32_t size, int32_t *count);
 
 VQ_EXTERN_C_END

@@ -5,7 +5,18 @@
  * Both lists hold the caller's data pointers and are safe to share between
  * threads: every call holds the list's critical section for its whole length.
  * The plain list's cursor is shared by all its users, so one thread at a time
- * walks it. */
+ * walks it.
+ *
+ * Handle checks: every ll_ function checks that its list is a plain list from
+ * ll_init_list not yet disposed, every lln_ function that its list is a
+ * locked list from lln_init_list not yet released, or its iterator one from
+ * lln_get_list_iterator not yet freed. Any other handle (a locked list given
+ * to ll_, an iterator given where a list belongs, a handle of another family)
+ * is refused with ERR_GEN_PARAMS naming the function and the argument, and the
+ * function's failure result. A NULL handle is treated as each function says.
+ * Not detected: a pointer to unreadable memory or to memory that never was a
+ * handle but begins with a list's tag, and a released handle whose memory was
+ * given to a new handle of the same kind. */
 #ifndef VQ_GLOB_LLIST_H
 #define VQ_GLOB_LLIST_H
 
@@ -38,7 +49,7 @@ typedef struct ll_node {
     void *data;
 } ll_node;
 
-/* New empty list, or NULL (out of memory: error 0x1001 on the stack). */
+/* New empty list, or NULL (out of memory: ERR_GEN_MEMORY on the stack). */
 VQ_API void *ll_init_list(void);
 /* Frees every node (never the data) and the list, and sets *list to NULL. */
 VQ_API void ll_dispose_list(void **list);
@@ -83,7 +94,7 @@ VQ_API int lln_free_node(void *list, void *data);
  * lln_free_list_iterator; the list pointer must not be used after that. */
 VQ_API void lln_dispose_list(void *list);
 /* Enter / leave the list's critical section to make several calls atomic;
- * 1, or 0 with error 0x100e for a NULL list. */
+ * 1, or 0 with ERR_GEN_PARAMS for a NULL list. */
 VQ_API int lln_lock_list(void *list);
 VQ_API int lln_unlock_list(void *list);
 /* Number of nodes (including nodes removed but still under an iterator); 0

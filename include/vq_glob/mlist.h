@@ -8,10 +8,11 @@
  * walks the list to count it, so building a list of n texts costs n * n / 2
  * steps: the format is meant for short lists.
  *
- * Out of memory leaves error 0x1001 on the stack, returns 0 (or NULL), and
+ * Out of memory leaves ERR_GEN_MEMORY on the stack, returns 0 (or NULL), and
  * leaves the list valid with its old contents. A NULL address or text where
- * one is required is error 0x100e (PARAMS). Text comparisons without case
- * fold the ASCII letters only. */
+ * one is required is ERR_GEN_PARAMS. Text comparisons without case fold the
+ * ASCII letters only. A list is a plain array, not a tagged handle: nothing
+ * can tell a list from another pointer, so only NULL is refused. */
 #ifndef VQ_GLOB_MLIST_H
 #define VQ_GLOB_MLIST_H
 
@@ -60,7 +61,7 @@ VQ_API char **ml_dup(char **list);
  * with *target unchanged. */
 VQ_API int ml_copy(char ***target, char **source);
 
-/* Traces every entry as "ml_print:: <index> - <text>" (FLOW channel, 0x800). */
+/* Traces every entry as "ml_print:: <index> - <text>" on DBG_CHANNEL_FLOW. */
 VQ_API void ml_print(char **list);
 /* Frees every text and leaves the array holding only NULL entries. */
 VQ_API void ml_free_list_items(char **list);

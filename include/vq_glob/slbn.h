@@ -7,10 +7,18 @@
  * else: no blanks, no empty text, no other base. Leading zeros are read and
  * dropped; "-0" is zero. Texts print without a "+" or leading zeros, and zero
  * prints as "0". Failures return 0 (or NULL) and leave a coded message on the
- * error stack: PARAMS (0x100E) for a NULL argument, GENERAL (0x1002) naming
- * the problem for a text that is not a number or a value out of range, MEMORY
- * (0x1001). A failed call leaves its output unchanged. A number may be read
- * from several threads at once; changing it needs the caller's own lock. */
+ * error stack: ERR_GEN_PARAMS for a NULL argument or a handle that is not a
+ * live number, ERR_GEN_GENERAL naming the problem for a text that is not a
+ * number or a value out of range, ERR_GEN_MEMORY. A failed call leaves its
+ * output unchanged. A number may be read from several threads at once;
+ * changing it needs the caller's own lock.
+ *
+ * Handle checks: every function checks that each number it takes was made
+ * here and not yet freed; another kind of handle, or a freed number, is
+ * refused like NULL (a PARAMS error naming the function and the argument).
+ * Not detected: a pointer to unreadable memory or to memory that never was a
+ * number but begins with a number's tag, and a freed number whose memory was
+ * given to a new number. */
 #ifndef VQ_GLOB_SLBN_H
 #define VQ_GLOB_SLBN_H
 
@@ -28,7 +36,8 @@ VQ_API slbn *slbn_from_string(const char *text);
 VQ_API slbn *slbn_from_int64(int64_t value);
 /* A new number equal to number; NULL on failure. */
 VQ_API slbn *slbn_copy(const slbn *number);
-/* Releases number; NULL is ignored. */
+/* Releases number; NULL is ignored, anything but a live number refused
+ * (PARAMS) and left alone. */
 VQ_API void slbn_free(slbn *number);
 
 /* Replaces number's value by the one text reads (rules above). 1, or 0 with
@@ -42,7 +51,8 @@ VQ_API char *slbn_to_string(const slbn *number);
 VQ_API int slbn_to_int64(const slbn *number, int64_t *value);
 
 /* -1, 0 or 1 as a is less than, equal to or greater than b. A NULL argument
- * pushes a PARAMS error and orders before every number (two NULLs are equal). */
+ * (or one that is not a live number) pushes a PARAMS error and orders before
+ * every number (two such arguments are equal). */
 VQ_API int32_t slbn_compare(const slbn *a, const slbn *b);
 /* -1, 0 or 1 as number is negative, zero or positive; 0 with a PARAMS error
  * for NULL. */

@@ -11,9 +11,6 @@ struct ChannelRow {
     int32_t bit;    // 0..63 (one row carries a value beyond the mask)
 };
 
-// Channel names compare ignoring ASCII case.
-bool names_equal(const char *a, const char *b);
-
 // The first row whose name equals name ignoring ASCII case, or null.
 const ChannelRow *find_channel(const char *name);
 

@@ -11,22 +11,23 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <string_view>
 
+#include "internal/ascii.h"
+#include "internal/raise.h"
 #include "vq_glob/dbg.h"
 #include "vq_glob/err.h"
 
 namespace vq::string_list {
 namespace {
 
+using raise::Report;
+
 constexpr const char *kModule = "vq_memory";
 // Normal progress lines (a duplicate skipped, a list printed) use the FLOW
 // channel; misuse by the caller is traced on the ERROR channel.
-constexpr int32_t kFlowChannel = 0x800;
-constexpr int32_t kErrorChannel = 0x4000;
-
-void report_no_memory(const char *function, int line) {
-    err_add_error(ERR_GEN_MEMORY, function, kModule, line);
-}
+constexpr int32_t kFlowChannel = DBG_CHANNEL_FLOW;
+constexpr int32_t kErrorChannel = DBG_CHANNEL_ERROR;
 
 int32_t count(char **list) {
     int32_t n = 0;
@@ -51,34 +52,15 @@ char **new_array(int32_t entries) {
     return static_cast<char **>(std::calloc(static_cast<size_t>(entries), sizeof(char *)));
 }
 
-// Equality ignoring the case of ASCII letters only: the list must behave the
-// same whatever locale the calling program has set.
-bool equal_ignoring_case(const char *a, const char *b) {
-    for (;; ++a, ++b) {
-        auto ca = static_cast<unsigned char>(*a);
-        auto cb = static_cast<unsigned char>(*b);
-        if (ca >= 'A' && ca <= 'Z') {
-            ca = static_cast<unsigned char>(ca + ('a' - 'A'));
-        }
-        if (cb >= 'A' && cb <= 'Z') {
-            cb = static_cast<unsigned char>(cb + ('a' - 'A'));
-        }
-        if (ca != cb) {
-            return false;
-        }
-        if (ca == '\0') {
-            return true;
-        }
-    }
-}
-
-// Index of the first text equal to text, or -1.
+// Index of the first text equal to text, or -1. Without case, only ASCII
+// letters fold: the list behaves the same whatever the caller's locale.
 int32_t index_of(char **list, const char *text, bool case_sensitive) {
     if (list == nullptr) {
         return -1;
     }
+    std::string_view wanted(text);
     for (int32_t i = 0; list[i] != nullptr; ++i) {
-        if (case_sensitive ? std::strcmp(list[i], text) == 0 : equal_ignoring_case(list[i], text)) {
+        if (case_sensitive ? std::strcmp(list[i], text) == 0 : ascii::equal_nocase(list[i], wanted)) {
             return i;
         }
     }
@@ -93,32 +75,25 @@ void remove_at(char **list, int32_t i) {
     }
 }
 
-enum class Report { errors, quiet };
+// ml_add fails silently; the other appends explain their failures.
+enum class Failures { reported, quiet };
 
 // Appends a copy of text: the copy is made first, so that a failing realloc
 // leaves nothing half done.
-int append(char ***list, const char *text, const char *function, Report report) {
+int append(char ***list, const char *text, const char *function, Failures failures) {
+    bool reported = failures == Failures::reported;
     if (list == nullptr || text == nullptr) {
-        if (report == Report::errors) {
-            err_add_error(ERR_GEN_PARAMS, function, list == nullptr ? "list" : "text");
-        }
-        return 0;
+        return reported ? raise::params(Report::add, function, list == nullptr ? "list" : "text") : 0;
     }
     char *copy = copy_text(text);
     if (copy == nullptr) {
-        if (report == Report::errors) {
-            report_no_memory(function, __LINE__);
-        }
-        return 0;
+        return reported ? raise::memory(Report::add, function, kModule, __LINE__) : 0;
     }
     int32_t n = count(*list);
     auto *grown = static_cast<char **>(std::realloc(*list, (static_cast<size_t>(n) + 2) * sizeof(char *)));
     if (grown == nullptr) {
         std::free(copy);
-        if (report == Report::errors) {
-            report_no_memory(function, __LINE__);
-        }
-        return 0;
+        return reported ? raise::memory(Report::add, function, kModule, __LINE__) : 0;
     }
     grown[n] = copy;
     grown[n + 1] = nullptr;
@@ -154,7 +129,7 @@ bool all_kept(const char *) { return true; }
 // Checks a find function's arguments, putting a PARAMS error on the stack.
 bool lookup_arguments_valid(const char *function, const char *text, const void *out) {
     if (text == nullptr || out == nullptr) {
-        err_add_error(ERR_GEN_PARAMS, function, text == nullptr ? "text" : "result");
+        raise::params(Report::add, function, text == nullptr ? "text" : "result");
         return false;
     }
     return true;
@@ -164,6 +139,7 @@ bool lookup_arguments_valid(const char *function, const char *text, const void *
 }  // namespace vq::string_list
 
 namespace sl = vq::string_list;
+using vq::raise::Report;
 
 extern "C" {
 
@@ -181,22 +157,20 @@ VQ_API int32_t ml_init(int32_t n, char ***list) {
 
 VQ_API int ml_init_list(int32_t n, char ***list) {
     if (n < 0 || list == nullptr || n == INT32_MAX) {
-        err_add_error(ERR_GEN_PARAMS, "ml_init_list", list == nullptr ? "list" : "n");
-        return 0;
+        return VQ_PARAMS(Report::add, list == nullptr ? "list" : "n");
     }
     if (ml_init(n, list) == 0) {
-        sl::report_no_memory("ml_init_list", __LINE__);
-        return 0;
+        return VQ_NO_MEMORY(Report::add, sl::kModule);
     }
     return 1;
 }
 
 VQ_API int ml_add(char ***list, const char *text) {
-    return sl::append(list, text, "ml_add", sl::Report::quiet);
+    return sl::append(list, text, "ml_add", sl::Failures::quiet);
 }
 
 VQ_API int ml_add_element(char ***list, const char *text) {
-    return sl::append(list, text, "ml_add_element", sl::Report::errors);
+    return sl::append(list, text, "ml_add_element", sl::Failures::reported);
 }
 
 VQ_API int ml_add_element_ex(char ***list, const char *text, int32_t check_dup, int32_t case_sensitive) {
@@ -205,7 +179,7 @@ VQ_API int ml_add_element_ex(char ***list, const char *text, int32_t check_dup, 
         new_dbg_str(sl::kFlowChannel, "<-ml_add_element (), item exists.\n");
         return 1;
     }
-    return sl::append(list, text, "ml_add_element_ex", sl::Report::errors);
+    return sl::append(list, text, "ml_add_element_ex", sl::Failures::reported);
 }
 
 VQ_API int32_t ml_list_count(char **list) { return sl::count(list); }
@@ -256,7 +230,7 @@ VQ_API char **ml_diff(char **a, char **b) {
     auto only_in_a = [b](const char *text) { return *text != '\0' && sl::index_of(b, text, true) < 0; };
     char **result = sl::copy_list(a, only_in_a);
     if (result == nullptr) {
-        sl::report_no_memory("ml_diff", __LINE__);
+        VQ_NO_MEMORY(Report::add, sl::kModule);
     }
     return result;
 }
@@ -264,20 +238,18 @@ VQ_API char **ml_diff(char **a, char **b) {
 VQ_API char **ml_dup(char **list) {
     char **result = sl::copy_list(list, sl::all_kept);
     if (result == nullptr) {
-        sl::report_no_memory("ml_dup", __LINE__);
+        VQ_NO_MEMORY(Report::add, sl::kModule);
     }
     return result;
 }
 
 VQ_API int ml_copy(char ***target, char **source) {
     if (target == nullptr) {
-        err_add_error(ERR_GEN_PARAMS, "ml_copy", "target");
-        return 0;
+        return VQ_PARAMS(Report::add, "target");
     }
     char **result = sl::copy_list(source, sl::all_kept);
     if (result == nullptr) {
-        sl::report_no_memory("ml_copy", __LINE__);
-        return 0;
+        return VQ_NO_MEMORY(Report::add, sl::kModule);
     }
     *target = result;
     return 1;
@@ -303,8 +275,7 @@ VQ_API void ml_free(char **list) {
 
 VQ_API int ml_get_last_item(char **list, char **text) {
     if (text == nullptr) {
-        err_add_error(ERR_GEN_PARAMS, "ml_get_last_item", "text");
-        return 0;
+        return VQ_PARAMS(Report::add, "text");
     }
     *text = nullptr;
     int32_t n = sl::count(list);
@@ -313,8 +284,7 @@ VQ_API int ml_get_last_item(char **list, char **text) {
     }
     *text = sl::copy_text(list[n - 1]);
     if (*text == nullptr) {
-        sl::report_no_memory("ml_get_last_item", __LINE__);
-        return 0;
+        return VQ_NO_MEMORY(Report::add, sl::kModule);
     }
     return 1;
 }
@@ -322,13 +292,11 @@ VQ_API int ml_get_last_item(char **list, char **text) {
 VQ_API int is_list_of_empty_strs(char **list, int32_t *is_empty) {
     if (list == nullptr) {
         new_dbg_str(sl::kErrorChannel, "is_list_of_empty_strs: NULL list");
-        err_add_error(ERR_GEN_PARAMS, "is_list_of_empty_strs", "list");
-        return 0;
+        return VQ_PARAMS(Report::add, "list");
     }
     if (is_empty == nullptr) {
         new_dbg_str(sl::kErrorChannel, "is_list_of_empty_strs: NULL is_empty_strs_list");
-        err_add_error(ERR_GEN_PARAMS, "is_list_of_empty_strs", "is_empty");
-        return 0;
+        return VQ_PARAMS(Report::add, "is_empty");
     }
     *is_empty = 1;
     for (int32_t i = 0; list[i] != nullptr; ++i) {
