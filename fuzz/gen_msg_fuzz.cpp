@@ -6,12 +6,15 @@
 //  - a string found is a readable NUL-terminated text;
 //  - a date read back is made of the members it was read from;
 //  - unpacking a stack either pushes nothing or succeeds, and leaves at most
-//    the stack's nine entries with texts shorter than an entry.
+//    the stack's nine entries with texts shorter than an entry;
+//  - read as a script of writer calls (tests/support/gm_script.h), the input
+//    writes a message that takes apart into exactly what was written.
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
 
+#include "../tests/support/gm_script.h"
 #include "vq_glob/err.h"
 #include "vq_glob/gm.h"
 
@@ -82,5 +85,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
         check(std::strlen(err_get_error_text(n)) < sizeof(err_entry{}.text));
     }
     err_clear_error_stack();
+
+    const vq::test::GmScript written(data, size);
+    check(written.check_round_trip().empty());
+    gm_clean();
     return 0;
 }

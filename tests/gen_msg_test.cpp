@@ -6,10 +6,12 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
+#include <random>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "support/gm_script.h"
 #include "vq_glob/api.h"
 #include "vq_glob/err.h"
 #include "vq_glob/gm.h"
@@ -168,17 +170,78 @@ TEST_F(GenMsg, StructMembersAreKeyedByTheStructCode) {
         EXPECT_TRUE(api_get_int_param(1, 0x501, &value) == 1 && value == 22);
         gm_clean();
     }).join();
+}
 
-    // A stream inside a struct counts as a member for every element of it.
+// Where a struct ends the reader is back on plain codes: after an empty
+// struct, after a stream that was the struct's last member, and after a
+// message whose last struct head announces members that never came.
+TEST_F(GenMsg, StructsEndWhereTheirMembersEnd) {
+    int32_t v = 0;
+    Bytes empty = build([] {
+        gm_init_struct(5, 1);
+        gm_close_struct();
+        gm_add_int_to_message(3, 42);
+    });
+    EXPECT_EQ(Bytes(empty.begin(), empty.begin() + 5), (Bytes{5, 0, 0, 7, 1}));
+    ASSERT_EQ(take_apart(empty), 1);
+    EXPECT_TRUE(gm_get_int_param(3, &v) == 1 && v == 42);
+    gm_start_struct(5);
+    EXPECT_EQ(gm_get_int_param(3, &v), 0);
+    gm_stop_struct();
+
     Bytes nested = build([] {
         gm_init_struct(6, 1);
-        gm_init_message_stream(2, GM_TYPE_SHORT);
-        gm_add_short_to_message(2, 1);
-        gm_add_short_to_message(2, 2);
+        gm_add_char_to_message(0, 'm');
+        gm_init_message_stream(2, GM_TYPE_STR);
+        gm_add_str_to_message(2, "ab");
+        gm_add_str_to_message(2, "c");
         gm_close_stream();
         gm_close_struct();
+        gm_add_int_to_message(3, 43);
+        gm_add_int_to_message(4, 44);
     });
-    EXPECT_EQ(nested[2], 3);
+    EXPECT_EQ(nested[2], 4);  // the char, the stream's head and its two members
+    ASSERT_EQ(take_apart(nested), 1);
+    EXPECT_TRUE(gm_get_int_param(3, &v) == 1 && v == 43);
+    EXPECT_TRUE(gm_get_int_param(4, &v) == 1 && v == 44);
+    void *array = nullptr;
+    EXPECT_EQ(gm_get_void_param(2, &array), 1);  // a stream keeps its plain code
+    char c = 0;
+    gm_start_struct(6);
+    EXPECT_TRUE(gm_get_char_param(0, &c) == 1 && c == 'm');
+    EXPECT_EQ(gm_get_int_param(3, &v), 0);
+    gm_stop_struct();
+
+    // A packed stack followed by an open struct's head still unpacks, and
+    // the getters answer plain codes.
+    Bytes trailing = build([] {
+        err_set_error(0x203, "remote");
+        gm_pack_error_stack(nullptr, 0);
+        gm_init_struct(9, 1);
+    });
+    EXPECT_EQ(Bytes(trailing.end() - 5, trailing.end()), (Bytes{9, 0, 1, 7, 1}));
+    ASSERT_EQ(take_apart(trailing), 1);
+    EXPECT_TRUE(gm_get_int_param(201, &v) == 1 && v == 1);
+    err_clear_error_stack();
+    ASSERT_EQ(unpack(trailing), 1);
+    EXPECT_STREQ(err_get_error_text(0), "remote");
+}
+
+// Messages written by random runs of the writer calls take apart into
+// exactly what was written.
+TEST_F(GenMsg, WrittenMessagesTakeApartIntoWhatWasWritten) {
+    std::mt19937 random(20240611);
+    std::uniform_int_distribution<int> byte(0, 255);
+    std::uniform_int_distribution<size_t> script_size(0, 600);
+    for (int round = 0; round < 2000; ++round) {
+        std::vector<uint8_t> script(script_size(random));
+        for (uint8_t &b : script) {
+            b = static_cast<uint8_t>(byte(random));
+        }
+        const vq::test::GmScript written(script.data(), script.size());
+        ASSERT_EQ(written.check_round_trip(), "") << "round " << round;
+    }
+    EXPECT_EQ(err_get_stack_depth(), 0);
 }
 
 // A stream with nothing to take apart leaves the reader on the head's data
@@ -228,10 +291,47 @@ TEST_F(GenMsg, EmptyErrorStackPacksToSixteenBytes) {
     EXPECT_EQ(err_get_stack_depth(), 0);
 }
 
+// The packed stack lists the entries newest first, and the receiver pushes
+// them in that order: one hop turns the stack over, a second hop restores it.
+TEST_F(GenMsg, ErrorStackPacksNewestFirst) {
+    err_set_error(0x203, "old");
+    err_add_text_error("new");
+    unsigned char buffer[128];
+    ASSERT_EQ(gm_pack_error_stack(buffer, 1), 58);
+    const Bytes expected{
+        200, 0, 4, 2, 0,    0,    0,    0,     // tag
+        201, 0, 4, 2, 0,    0,    0,    2,     // depth
+        202, 0, 2, 6, 2,                       // codes: two ints
+        202, 0, 4, 2, 0xFF, 0xFF, 0xFF, 0xFF,  // "new", free text
+        202, 0, 4, 2, 0,    0,    2,    3,     // "old", SYS ERRMSG
+        203, 0, 8, 6, 4,                       // texts: 4 + 4 bytes
+        203, 0, 4, 4, 'n',  'e',  'w',  0,     // "new"
+        203, 0, 4, 4, 'o',  'l',  'd',  0,     // "old"
+    };
+    EXPECT_EQ(Bytes(buffer, buffer + 58), expected);
+    err_clear_error_stack();
+    ASSERT_EQ(gm_unpack_error_stack(buffer, 58), 1);
+    ASSERT_EQ(err_get_stack_depth(), 2);
+    EXPECT_STREQ(err_get_error_text(0), "old");
+    EXPECT_EQ(err_get_error_code(0), 0x203u);
+    EXPECT_STREQ(err_get_error_text(1), "new");
+}
+
+std::vector<std::string> lines_of(const std::string &description) {
+    std::vector<std::string> lines;
+    size_t from = 0;
+    for (size_t at; (at = description.find("\n -", from)) != std::string::npos; from = at + 3) {
+        lines.push_back(description.substr(from, at - from));
+    }
+    lines.push_back(description.substr(from));
+    return lines;
+}
+
 TEST_F(GenMsg, ErrorStackTravelsBetweenThreads) {
     std::vector<unsigned char> message(GM_ERROR_STACK_MAX_SIZE);
     std::string sent;
     std::string received;
+    std::string returned;
     int32_t length = 0;
     std::thread([&] {
         err_set_log_interactive(0);
@@ -246,11 +346,20 @@ TEST_F(GenMsg, ErrorStackTravelsBetweenThreads) {
         err_set_log_interactive(0);
         EXPECT_EQ(gm_unpack_error_stack(message.data(), static_cast<uint32_t>(length)), 1);
         EXPECT_EQ(err_get_stack_depth(), 3);
-        EXPECT_EQ(err_get_error_code(0), 0x1006u);
-        EXPECT_EQ(err_get_error_code(2), 0x1001u);
+        EXPECT_EQ(err_get_error_code(0), 0x1001u);  // the sender's oldest, pushed last
+        EXPECT_EQ(err_get_error_code(2), 0x1006u);
         received = err_get_error_msg();
+        length = gm_pack_error_stack(message.data(), 1);
     }).join();
-    EXPECT_EQ(received, sent);
+    std::thread([&] {
+        err_set_log_interactive(0);
+        EXPECT_EQ(gm_unpack_error_stack(message.data(), static_cast<uint32_t>(length)), 1);
+        returned = err_get_error_msg();
+    }).join();
+    std::vector<std::string> turned = lines_of(sent);
+    std::reverse(turned.begin(), turned.end());
+    EXPECT_EQ(lines_of(received), turned);
+    EXPECT_EQ(returned, sent);
 }
 
 TEST_F(GenMsg, TimeStampsTravelAsStructs) {

@@ -63,12 +63,11 @@ struct GmThreadState {
     uint16_t struct_count = 0;
     bool struct_open = false;
     uint32_t struct_head = 0;
-    // Reading struct mode, shared by the reader and the getters: keys become
-    // struct_code << 8 | code. The reader ends it when the struct's announced
-    // members have passed (a 16-bit count, so an empty struct wraps).
+    // The getters' struct (gm_start_struct): keys become struct_code << 8 |
+    // code. Taking a message apart turns it off and never turns it on: the
+    // reader follows the message's structs on its own.
     bool reading_struct = false;
     uint8_t struct_code = 0;
-    uint16_t struct_remaining = 0;
     // The bound of the message (GM_NO_BOUND: none) and whether it was hit.
     uint32_t capacity = GM_NO_BOUND;
     bool overflowed = false;
@@ -277,6 +276,28 @@ struct Reader {
     uint32_t length;
     int32_t handle;
     bool on;
+    // The struct whose members are being read: its code and how many of the
+    // elements its head announced are still to come (0: none is open). The
+    // writer counts every element added while a struct is open, a stream's
+    // head and members included, so the reader counts them all the same way.
+    uint8_t struct_code = 0;
+    uint16_t struct_remaining = 0;
+
+    // The key an element of code is filed under; inside a struct the element
+    // is one of its members.
+    [[nodiscard]] int32_t member_key(uint8_t code) {
+        if (struct_remaining == 0) {
+            return code;
+        }
+        pass_members(1);
+        return (static_cast<int32_t>(struct_code) << 8) | code;
+    }
+
+    // Elements read past inside the open struct; more than it announced
+    // ends it.
+    void pass_members(uint32_t elements) {
+        struct_remaining = elements < struct_remaining ? static_cast<uint16_t>(struct_remaining - elements) : 0;
+    }
 
     [[nodiscard]] uint32_t left(uint32_t p) const { return p < length ? length - p : 0; }
 
@@ -297,11 +318,12 @@ uint32_t member_width(uint8_t type) { return type == kChar ? 1 : (type == kShort
 
 // Takes apart the stream whose head has the code and announces count; p is
 // the head's data byte. Files the members as one void parameter under the
-// plain code and sets *skip to the bytes from the data byte on. A stream
-// whose array would be empty files nothing and leaves *skip at 0, so the
-// caller reads the data byte as the next element's code: a quirk of the
-// format that readers on the other side share, kept as it is.
-bool disassemble_stream(const Reader &r, uint32_t p, uint8_t code, uint16_t count, uint32_t *skip) {
+// plain code, counts them as members of an open struct, and sets *skip to
+// the bytes from the data byte on. A stream whose array would be empty files
+// nothing and leaves *skip at 0, so the caller reads the data byte as the
+// next element's code: a quirk of the format that readers on the other side
+// share, kept as it is.
+bool disassemble_stream(Reader &r, uint32_t p, uint8_t code, uint16_t count, uint32_t *skip) {
     if (r.truncated(p, 1)) {
         return false;
     }
@@ -335,6 +357,7 @@ bool disassemble_stream(const Reader &r, uint32_t p, uint8_t code, uint16_t coun
     uint32_t q = p + 1;
     uint32_t taken = 0;
     uint32_t filled = 0;
+    uint32_t elements = 0;
     while (taken < count && q < r.length) {
         if (r.truncated(q, 4)) {
             return false;
@@ -371,6 +394,7 @@ bool disassemble_stream(const Reader &r, uint32_t p, uint8_t code, uint16_t coun
         filled += width;
         taken += member == kStr ? length : 1;
         q += length;
+        ++elements;
     }
     if (taken < count) {
         GM_TRACE(r.on, "gm_disassemble_stream - the message ends after %d of %d\n", static_cast<int>(taken),
@@ -379,13 +403,14 @@ bool disassemble_stream(const Reader &r, uint32_t p, uint8_t code, uint16_t coun
     }
     const int filed = api_set_void_param(r.handle, code, array.get(), static_cast<int32_t>(size));
     GM_TRACE(r.on, "exiting gm_disassemble_stream, freeing memory\n");
+    r.pass_members(elements);
     *skip = q - p;
     return filed == 1;
 }
 
 // Files one element whose data starts at p; *skip receives how far to move on.
-bool file_element(GmThreadState &st, const Reader &r, uint32_t p, uint8_t code, int32_t key, uint8_t type,
-                  uint16_t length, uint32_t *skip) {
+bool file_element(Reader &r, uint32_t p, uint8_t code, int32_t key, uint8_t type, uint16_t length,
+                  uint32_t *skip) {
     *skip = length;
     // The scalar types need their whole value inside the element.
     if (type <= kLong && length < member_width(type)) {
@@ -441,9 +466,9 @@ bool file_element(GmThreadState &st, const Reader &r, uint32_t p, uint8_t code, 
         if (r.truncated(p, 1)) {
             return false;
         }
-        st.reading_struct = true;
-        st.struct_code = code;
-        st.struct_remaining = length;
+        // A head that announces no members opens nothing.
+        r.struct_code = code;
+        r.struct_remaining = length;
         GM_TRACE(r.on, "gm_init_struct_disassembly() - struct code set to %d\n", static_cast<int>(code));
         *skip = 1;
         return true;
@@ -700,19 +725,12 @@ VQ_API int gm_disassemble_message(const unsigned char *message, uint32_t length)
         return 0;
     }
     st->parse_handle = handle;
-    const vq::gm::Reader r{message, length, handle, vq::gm::tracing()};
+    vq::gm::Reader r{message, length, handle, vq::gm::tracing()};
     uint32_t p = 0;
     while (p < length) {
         const uint8_t code = message[p];
         p += 1;
-        int32_t key = code;
-        if (st->reading_struct) {
-            key = vq::gm::key_of(*st, code);
-            st->struct_remaining = static_cast<uint16_t>(st->struct_remaining - 1);
-            if (st->struct_remaining == 0) {
-                st->reading_struct = false;
-            }
-        }
+        const int32_t key = r.member_key(code);
         if (r.truncated(p, 3)) {
             return 0;
         }
@@ -723,7 +741,7 @@ VQ_API int gm_disassemble_message(const unsigned char *message, uint32_t length)
         GM_TRACE(r.on, "gm_disassemble - code is %d , type is %d , size is %d\n", static_cast<int>(code),
                  static_cast<int>(type), static_cast<int>(element_length));
         uint32_t skip = 0;
-        if (!vq::gm::file_element(*st, r, p, code, key, type, element_length, &skip)) {
+        if (!vq::gm::file_element(r, p, code, key, type, element_length, &skip)) {
             return 0;
         }
         p += skip;
@@ -785,8 +803,9 @@ VQ_API void gm_clean(void) {
 
 // ---- the error stack ----------------------------------------------------------------------
 
-// The entries go oldest first, so that pushing them in order on the other
-// side rebuilds the same stack.
+// The entries go newest first (the raw stack holds them oldest first). The
+// receiver pushes them in the order they come, so the sender's newest entry
+// becomes the receiver's oldest.
 VQ_API int32_t gm_pack_error_stack(void *buffer, int32_t own_message) {
     GmThreadState *st = state();
     if (st == nullptr || (own_message != 0 && buffer == nullptr)) {
@@ -808,12 +827,12 @@ VQ_API int32_t gm_pack_error_stack(void *buffer, int32_t own_message) {
         // loops: they stop at once, as nothing more would be written anyway.
         const auto *entries = static_cast<const err_entry *>(raw);
         gm_init_message_stream(vq::gm::kStackCodes, vq::gm::kInt);
-        for (int32_t i = 0; i < depth && !st->overflowed; ++i) {
+        for (int32_t i = depth - 1; i >= 0 && !st->overflowed; --i) {
             gm_add_int_to_message(vq::gm::kStackCodes, static_cast<int32_t>(entries[i].code));
         }
         gm_close_stream();
         gm_init_message_stream(vq::gm::kStackTexts, vq::gm::kStr);
-        for (int32_t i = 0; i < depth && !st->overflowed; ++i) {
+        for (int32_t i = depth - 1; i >= 0 && !st->overflowed; --i) {
             gm_add_str_to_message(vq::gm::kStackTexts, entries[i].text);
         }
         gm_close_stream();

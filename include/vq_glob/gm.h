@@ -119,9 +119,10 @@ VQ_API uint32_t gm_get_message_len(void);
 /* ---- Taking apart -------------------------------------------------------------------- */
 
 /* Files every element of length bytes as a parameter of the thread's parse
- * handle, replacing the previous one. 1, or 0 at the first malformed or
- * truncated element (parameters filed before it stay). Nothing outside the
- * given bytes is read. */
+ * handle, replacing the previous one, and leaves the getters on plain codes
+ * (a struct's members end where its head says, or at the message's end). 1,
+ * or 0 at the first malformed or truncated element (parameters filed before
+ * it stay). Nothing outside the given bytes is read. */
 VQ_API int gm_disassemble_message(const unsigned char *message, uint32_t length);
 /* The element of the last message taken apart under code (inside
  * gm_start_struct: code's member of that struct) of the getter's type. 1
@@ -148,15 +149,16 @@ VQ_API void gm_clean(void);
 /* ---- Error stack transfer ---------------------------------------------------------- */
 
 /* Appends the thread's error stack: int 200 (0), int 201 (depth D), and for
- * D > 0 an int stream 202 of the codes and a str stream 203 of the texts, oldest
+ * D > 0 an int stream 202 of the codes and a str stream 203 of the texts, newest
  * first. With own_message, first starts an unbounded message in buffer and
  * returns its length at the end (0 when buffer is NULL); otherwise returns 0.
  * For a bound: gm_init_message_ex, gm_pack_error_stack(NULL, 0), gm_end_message. */
 VQ_API int32_t gm_pack_error_stack(void *buffer, int32_t own_message);
 /* Takes message apart (NULL: uses the message last taken apart), pushes the
- * packed entries oldest first with err_add_raw_error and frees the parse
- * handle. 1, or 0 (nothing pushed) for a message that does not take apart, a
- * missing element or entries that do not lie within their elements. */
+ * packed entries in the order they were packed with err_add_raw_error (the
+ * sender's newest entry becomes the oldest here) and frees the parse handle.
+ * 1, or 0 (nothing pushed) for a message that does not take apart, a missing
+ * element or entries that do not lie within their elements. */
 VQ_API int gm_unpack_error_stack(const unsigned char *message, uint32_t length);
 
 VQ_EXTERN_C_END
