@@ -7,9 +7,10 @@
  *    blank, tab, CR and LF. Letters are folded as ASCII only: bytes of 0x80
  *    and above never change case.
  *  - In-place routines take a writable NUL-terminated text and return 1, or
- *    0 with a PARAMS error (0x100E) for a NULL text or bad argument.
+ *    0 with a PARAMS error (ERR_GEN_PARAMS) for a NULL text or bad argument.
  *  - Routines returning char * hand out a new malloc'ed text that the caller
- *    releases with free(); NULL means failure (PARAMS or MEMORY 0x1001).
+ *    releases with free(); NULL means failure (PARAMS, or MEMORY:
+ *    ERR_GEN_MEMORY).
  *  - Routines returning const char * use a buffer of the calling thread that
  *    the next call of the same routine on that thread overwrites.
  *  - String lists (char **) are in the ml_ format: malloc'ed array of
@@ -132,7 +133,7 @@ VQ_API const char *str_conv_addr_to_string(uint32_t address);
 /* Reads the whole text, blanks around it allowed, as a decimal number with an
  * optional sign: str_atol into a 32-bit integer, str_atod into a double
  * (C-locale form, exponent allowed, "inf"/"nan" accepted). 1, or 0 with a
- * GENERAL error (0x1002) naming the text when it is no such number or out of
+ * GENERAL error (ERR_GEN_GENERAL) naming the text when it is no such number or out of
  * range, *value then unchanged. */
 VQ_API int str_atol(const char *text, int32_t *value);
 VQ_API int str_atod(const char *text, double *value);

@@ -31,11 +31,11 @@ char *build_text(const char *fn, Build build) {
         build(text);
         char *copy = copy_text(text.data(), text.size());
         if (copy == nullptr) {
-            no_memory(fn, __LINE__);
+            raise::memory(Report::add, fn, kModule, __LINE__);
         }
         return copy;
     } catch (...) {
-        no_memory(fn, __LINE__);
+        raise::memory(Report::add, fn, kModule, __LINE__);
         return nullptr;
     }
 }
@@ -79,7 +79,7 @@ void free_list(char **list, size_t count) {
 
 int string_to_list(const char *fn, const char *text, const char *sep, char ***list) {
     if (text == nullptr || sep == nullptr || sep[0] == '\0' || list == nullptr) {
-        return bad_param(fn, text == nullptr ? "text" : list == nullptr ? "list" : "sep");
+        return raise::params(Report::add, fn, text == nullptr ? "text" : list == nullptr ? "list" : "sep");
     }
     std::string_view rest = text;
     std::string_view separator = sep;
@@ -93,7 +93,7 @@ int string_to_list(const char *fn, const char *text, const char *sep, char ***li
     }
     auto **items = static_cast<char **>(std::calloc(count + 1, sizeof(char *)));
     if (items == nullptr) {
-        return no_memory(fn, __LINE__);
+        return raise::memory(Report::add, fn, kModule, __LINE__);
     }
     for (size_t i = 0; i < count; ++i) {
         size_t at = rest.find(separator);
@@ -101,7 +101,7 @@ int string_to_list(const char *fn, const char *text, const char *sep, char ***li
         items[i] = copy_text(item.data(), item.size());
         if (items[i] == nullptr) {
             free_list(items, i);
-            return no_memory(fn, __LINE__);
+            return raise::memory(Report::add, fn, kModule, __LINE__);
         }
         rest.remove_prefix(at == std::string_view::npos ? rest.size() : at + separator.size());
     }
@@ -111,7 +111,7 @@ int string_to_list(const char *fn, const char *text, const char *sep, char ***li
 
 char *list_to_string(const char *fn, char **list, const char *sep) {
     if (sep == nullptr) {
-        bad_param(fn, "sep");
+        raise::params(Report::add, fn, "sep");
         return nullptr;
     }
     return build_text(fn, [list, sep](std::string &text) {
@@ -155,11 +155,11 @@ void wrap_line(std::string &text, std::string_view line, size_t width) {
     size_t i = 0;
     while (i < line.size()) {
         size_t gap_start = i;
-        while (i < line.size() && is_blank(line[i])) {
+        while (i < line.size() && ascii::is_blank(line[i])) {
             ++i;
         }
         size_t word_start = i;
-        while (i < line.size() && !is_blank(line[i])) {
+        while (i < line.size() && !ascii::is_blank(line[i])) {
             ++i;
         }
         std::string_view word = line.substr(word_start, i - word_start);
@@ -196,7 +196,7 @@ extern "C" {
 VQ_API const char *str_ltoa(int32_t value) {
     StringsRecord *rec = StringsFrame::get();
     if (rec == nullptr) {
-        no_memory("str_ltoa", __LINE__);
+        VQ_NO_MEMORY(Report::add, kModule);
         return nullptr;
     }
     auto result = std::to_chars(rec->ltoa_text, rec->ltoa_text + sizeof rec->ltoa_text - 1, value);
@@ -207,7 +207,7 @@ VQ_API const char *str_ltoa(int32_t value) {
 VQ_API const char *str_dtoa(double value) {
     StringsRecord *rec = StringsFrame::get();
     if (rec == nullptr) {
-        no_memory("str_dtoa", __LINE__);
+        VQ_NO_MEMORY(Report::add, kModule);
         return nullptr;
     }
     if (std::isnan(value)) {
@@ -225,7 +225,7 @@ VQ_API const char *str_dtoa(double value) {
 VQ_API const char *str_conv_addr_to_string(uint32_t address) {
     StringsRecord *rec = StringsFrame::get();
     if (rec == nullptr) {
-        no_memory("str_conv_addr_to_string", __LINE__);
+        VQ_NO_MEMORY(Report::add, kModule);
         return nullptr;
     }
     std::snprintf(rec->addr_text, sizeof rec->addr_text, "%u.%u.%u.%u", static_cast<unsigned>(address >> 24),
@@ -236,7 +236,7 @@ VQ_API const char *str_conv_addr_to_string(uint32_t address) {
 
 VQ_API int str_atol(const char *text, int32_t *value) {
     if (text == nullptr || value == nullptr) {
-        return bad_param("str_atol", text == nullptr ? "text" : "value");
+        return VQ_PARAMS(Report::add, text == nullptr ? "text" : "value");
     }
     std::string_view digits = number_digits(text);
     int32_t number = 0;
@@ -249,7 +249,7 @@ VQ_API int str_atol(const char *text, int32_t *value) {
 
 VQ_API int str_atod(const char *text, double *value) {
     if (text == nullptr || value == nullptr) {
-        return bad_param("str_atod", text == nullptr ? "text" : "value");
+        return VQ_PARAMS(Report::add, text == nullptr ? "text" : "value");
     }
     std::string_view digits = number_digits(text);
     double number = 0;
@@ -283,12 +283,12 @@ VQ_API int str_convert_string_to_list_with_sep(const char *text, const char *sep
 VQ_API char *str_pack_command_line(int32_t argc, char *const *argv) {
     const char *fn = "str_pack_command_line";
     if (argc < 0 || (argc > 0 && argv == nullptr)) {
-        bad_param(fn, argc < 0 ? "argc" : "argv");
+        VQ_PARAMS(Report::add, argc < 0 ? "argc" : "argv");
         return nullptr;
     }
     for (int32_t i = 0; i < argc; ++i) {
         if (argv[i] == nullptr) {
-            bad_param(fn, "argv");
+            VQ_PARAMS(Report::add, "argv");
             return nullptr;
         }
     }
@@ -304,7 +304,7 @@ VQ_API char *str_pack_command_line(int32_t argc, char *const *argv) {
 
 VQ_API char *str_re_escape(const char *text) {
     if (text == nullptr) {
-        bad_param("str_re_escape", "text");
+        VQ_PARAMS(Report::add, "text");
         return nullptr;
     }
     return build_text("str_re_escape", [text](std::string &escaped) {
@@ -319,7 +319,7 @@ VQ_API char *str_re_escape(const char *text) {
 
 VQ_API char *str_wrap_for_cli(const char *text, int32_t width) {
     if (text == nullptr || width < 0) {
-        bad_param("str_wrap_for_cli", text == nullptr ? "text" : "width");
+        VQ_PARAMS(Report::add, text == nullptr ? "text" : "width");
         return nullptr;
     }
     size_t columns = width == 0 ? kDefaultWrapWidth : static_cast<size_t>(width);

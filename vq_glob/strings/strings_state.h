@@ -1,6 +1,5 @@
 // What the sources of the strings module share: the per-thread records of
-// its two slots, the error reports every routine makes, and small character
-// helpers.
+// its two slots and small text helpers.
 #pragma once
 
 #include <cstddef>
@@ -9,11 +8,15 @@
 #include <cstring>
 #include <string_view>
 
+#include "internal/ascii.h"
 #include "internal/frame.h"
+#include "internal/raise.h"
 #include "vq_glob/err.h"
 #include "vq_glob/str.h"
 
 namespace vq::strings {
+
+using raise::Report;
 
 inline constexpr const char *kModule = "strings";
 inline constexpr char kSeparator = VQ_PATH_SEPARATOR;
@@ -47,28 +50,23 @@ struct TimeFrameRecord {
 using StringsFrame = frame::ModuleFrame<StringsRecord, frame::kSlotStrings>;
 using TimeFrameFrame = frame::ModuleFrame<TimeFrameRecord, frame::kSlotTimeFrames>;
 
-// Pushes PARAMS naming the function and the argument; returns 0 for the caller.
+// The sources of this module raise parameter and memory errors through
+// internal/raise.h and read characters with internal/ascii.h. The two names
+// below stay only for the path routines, which still call them.
 inline int bad_param(const char *function, const char *argument) {
-    err_add_error(ERR_GEN_PARAMS, function, argument);
-    return 0;
+    return raise::params(raise::Report::add, function, argument);
 }
+inline char ascii_upper(char c) { return ascii::to_upper(c); }
 
-// Pushes MEMORY with the caller's function and line; returns 0.
-inline int no_memory(const char *function, int line) {
-    err_add_error(ERR_GEN_MEMORY, function, kModule, line);
-    return 0;
-}
-
-inline bool is_blank(char c) { return c == ' ' || c == '\t'; }
-inline bool is_trimmed(char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n'; }
-inline char ascii_upper(char c) { return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c; }
+// Line ends count as blanks when a text is trimmed or tested for emptiness.
+inline bool is_trimmed(char c) { return ascii::is_blank(c) || c == '\r' || c == '\n'; }
 
 // The text without the blanks and tabs at its ends.
 inline std::string_view trim_blanks(std::string_view text) {
-    while (!text.empty() && is_blank(text.front())) {
+    while (!text.empty() && ascii::is_blank(text.front())) {
         text.remove_prefix(1);
     }
-    while (!text.empty() && is_blank(text.back())) {
+    while (!text.empty() && ascii::is_blank(text.back())) {
         text.remove_suffix(1);
     }
     return text;

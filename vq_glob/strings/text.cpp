@@ -70,7 +70,7 @@ int read_line(std::FILE *stream, char *buffer, int32_t size, const char *fn) {
 }
 
 bool is_comment_or_blank(const char *line) {
-    while (is_blank(*line)) {
+    while (ascii::is_blank(*line)) {
         ++line;
     }
     return *line == '\0' || *line == '#';
@@ -87,7 +87,7 @@ extern "C" {
 
 VQ_API int str_trim(char *text) {
     if (text == nullptr) {
-        return bad_param("str_trim", "text");
+        return VQ_PARAMS(Report::add, "text");
     }
     size_t len = std::strlen(text);
     size_t start = 0;
@@ -104,7 +104,7 @@ VQ_API int str_trim(char *text) {
 
 VQ_API int str_trim_end_crlf(char *text) {
     if (text == nullptr) {
-        return bad_param("str_trim_end_crlf", "text");
+        return VQ_PARAMS(Report::add, "text");
     }
     size_t len = std::strlen(text);
     while (len > 0 && (text[len - 1] == '\r' || text[len - 1] == '\n')) {
@@ -116,7 +116,7 @@ VQ_API int str_trim_end_crlf(char *text) {
 
 VQ_API int str_remove_nl(char *text) {
     if (text == nullptr) {
-        return bad_param("str_remove_nl", "text");
+        return VQ_PARAMS(Report::add, "text");
     }
     squeeze(text, [](const char *c) { return *c == '\r' || *c == '\n'; });
     return 1;
@@ -124,7 +124,7 @@ VQ_API int str_remove_nl(char *text) {
 
 VQ_API int str_handle_double_spaces(char *text) {
     if (text == nullptr) {
-        return bad_param("str_handle_double_spaces", "text");
+        return VQ_PARAMS(Report::add, "text");
     }
     char previous = '\0';
     squeeze(text, [&previous](const char *c) {
@@ -137,20 +137,20 @@ VQ_API int str_handle_double_spaces(char *text) {
 
 VQ_API int str_up_string(char *text) {
     if (text == nullptr) {
-        return bad_param("str_up_string", "text");
+        return VQ_PARAMS(Report::add, "text");
     }
     for (; *text != '\0'; ++text) {
-        *text = ascii_upper(*text);
+        *text = vq::ascii::to_upper(*text);
     }
     return 1;
 }
 
 VQ_API int str_remove_end_sign(char *text, char sign) {
     if (text == nullptr) {
-        return bad_param("str_remove_end_sign", "text");
+        return VQ_PARAMS(Report::add, "text");
     }
     if (sign == '\0') {
-        return bad_param("str_remove_end_sign", "sign");
+        return VQ_PARAMS(Report::add, "sign");
     }
     size_t len = std::strlen(text);
     if (len > 0 && text[len - 1] == sign) {
@@ -161,10 +161,10 @@ VQ_API int str_remove_end_sign(char *text, char sign) {
 
 VQ_API int str_replace_char_in_string(char *text, char from, char to) {
     if (text == nullptr) {
-        return bad_param("str_replace_char_in_string", "text");
+        return VQ_PARAMS(Report::add, "text");
     }
     if (from == '\0') {
-        return bad_param("str_replace_char_in_string", "from");
+        return VQ_PARAMS(Report::add, "from");
     }
     if (to == '\0') {
         squeeze(text, [from](const char *c) { return *c == from; });
@@ -180,10 +180,10 @@ VQ_API int str_replace_char_in_string(char *text, char from, char to) {
 
 VQ_API int str_replace_charset_in_string(char *text, const char *charset, char to) {
     if (text == nullptr) {
-        return bad_param("str_replace_charset_in_string", "text");
+        return VQ_PARAMS(Report::add, "text");
     }
     if (charset == nullptr) {
-        return bad_param("str_replace_charset_in_string", "charset");
+        return VQ_PARAMS(Report::add, "charset");
     }
     auto in_set = [charset](char c) { return c != '\0' && std::strchr(charset, c) != nullptr; };
     if (to == '\0') {
@@ -200,16 +200,16 @@ VQ_API int str_replace_charset_in_string(char *text, const char *charset, char t
 
 VQ_API int str_cat_with_realloc(char **target, const char *text) {
     if (target == nullptr) {
-        return bad_param("str_cat_with_realloc", "target");
+        return VQ_PARAMS(Report::add, "target");
     }
     if (text == nullptr) {
-        return bad_param("str_cat_with_realloc", "text");
+        return VQ_PARAMS(Report::add, "text");
     }
     size_t old_len = *target != nullptr ? std::strlen(*target) : 0;
     size_t add = std::strlen(text);
     auto *grown = static_cast<char *>(std::realloc(*target, old_len + add + 1));
     if (grown == nullptr) {
-        return no_memory("str_cat_with_realloc", __LINE__);
+        return VQ_NO_MEMORY(Report::add, kModule);
     }
     std::memcpy(grown + old_len, text, add + 1);
     *target = grown;
@@ -232,20 +232,20 @@ VQ_API int str_is_not_empty(const char *text) { return str_is_empty(text) != 0 ?
 
 VQ_API int str_match_head(const char *text, const char *head) {
     if (text == nullptr) {
-        return bad_param("str_match_head", "text");
+        return VQ_PARAMS(Report::add, "text");
     }
     if (head == nullptr) {
-        return bad_param("str_match_head", "head");
+        return VQ_PARAMS(Report::add, "head");
     }
     return std::strncmp(text, head, std::strlen(head)) == 0 ? 1 : 0;
 }
 
 VQ_API int str_match_tail(const char *text, const char *tail) {
     if (text == nullptr) {
-        return bad_param("str_match_tail", "text");
+        return VQ_PARAMS(Report::add, "text");
     }
     if (tail == nullptr) {
-        return bad_param("str_match_tail", "tail");
+        return VQ_PARAMS(Report::add, "tail");
     }
     size_t len = std::strlen(text);
     size_t tail_len = std::strlen(tail);
@@ -254,14 +254,14 @@ VQ_API int str_match_tail(const char *text, const char *tail) {
 
 VQ_API int str_char_in_string(const char *text, char c) {
     if (text == nullptr) {
-        return bad_param("str_char_in_string", "text");
+        return VQ_PARAMS(Report::add, "text");
     }
     return c != '\0' && std::strchr(text, c) != nullptr ? 1 : 0;
 }
 
 VQ_API int32_t str_count_nl_in_string(const char *text) {
     if (text == nullptr) {
-        bad_param("str_count_nl_in_string", "text");
+        VQ_PARAMS(Report::add, "text");
         return -1;
     }
     int32_t count = 0;
@@ -274,15 +274,14 @@ VQ_API int32_t str_count_nl_in_string(const char *text) {
 // ---- Replacing ---------------------------------------------------------------------
 
 VQ_API char *str_replace_string_in_string(const char *text, const char *from, const char *to) {
-    const char *fn = "str_replace_string_in_string";
     if (text == nullptr || from == nullptr || to == nullptr) {
-        bad_param(fn, text == nullptr ? "text" : from == nullptr ? "from" : "to");
+        VQ_PARAMS(Report::add, text == nullptr ? "text" : from == nullptr ? "from" : "to");
         return nullptr;
     }
     size_t from_len = std::strlen(from);
     if (from_len == 0) {
         // Every position would match an empty text: refused, not looped on.
-        bad_param(fn, "from");
+        VQ_PARAMS(Report::add, "from");
         return nullptr;
     }
     size_t to_len = std::strlen(to);
@@ -295,12 +294,12 @@ VQ_API char *str_replace_string_in_string(const char *text, const char *from, co
     // checked all the same.
     size_t text_len = std::strlen(text);
     if (to_len != 0 && count > (SIZE_MAX - text_len - 1) / to_len) {
-        no_memory(fn, __LINE__);
+        VQ_NO_MEMORY(Report::add, kModule);
         return nullptr;
     }
     auto *result = static_cast<char *>(std::malloc(text_len - count * from_len + count * to_len + 1));
     if (result == nullptr) {
-        no_memory(fn, __LINE__);
+        VQ_NO_MEMORY(Report::add, kModule);
         return nullptr;
     }
     char *out = result;
@@ -319,25 +318,23 @@ VQ_API char *str_replace_string_in_string(const char *text, const char *from, co
 // ---- Reading lines -------------------------------------------------------------------
 
 VQ_API int str_read_next_plain_line(FILE *stream, char *buffer, int32_t size) {
-    const char *fn = "str_read_next_plain_line";
     if (stream == nullptr) {
-        return bad_param(fn, "stream");
+        return VQ_PARAMS(Report::add, "stream");
     }
     if (buffer == nullptr || size < 1) {
-        return bad_param(fn, buffer == nullptr ? "buffer" : "size");
+        return VQ_PARAMS(Report::add, buffer == nullptr ? "buffer" : "size");
     }
-    return read_line(stream, buffer, size, fn);
+    return read_line(stream, buffer, size, __func__);
 }
 
 VQ_API int str_read_next_line(FILE *stream, char *buffer, int32_t size) {
-    const char *fn = "str_read_next_line";
     if (stream == nullptr) {
-        return bad_param(fn, "stream");
+        return VQ_PARAMS(Report::add, "stream");
     }
     if (buffer == nullptr || size < 1) {
-        return bad_param(fn, buffer == nullptr ? "buffer" : "size");
+        return VQ_PARAMS(Report::add, buffer == nullptr ? "buffer" : "size");
     }
-    while (read_line(stream, buffer, size, fn) != 0) {
+    while (read_line(stream, buffer, size, __func__) != 0) {
         if (!is_comment_or_blank(buffer)) {
             return str_trim(buffer);
         }

@@ -12,8 +12,6 @@ namespace {
 constexpr int32_t kMinutesPerDay = 24 * 60;
 constexpr int64_t kSecondsPerDay = int64_t{24} * 60 * 60;
 
-bool is_digit(char c) { return c >= '0' && c <= '9'; }
-
 // Minutes of the day of "H:MM" or "HH:MM", blanks around allowed; -1 for
 // anything else. 24:00 (1440) is read only when allow_end_of_day is set.
 int32_t clock_minutes(std::string_view text, bool allow_end_of_day) {
@@ -23,7 +21,7 @@ int32_t clock_minutes(std::string_view text, bool allow_end_of_day) {
         return -1;
     }
     for (size_t i = 0; i < text.size(); ++i) {
-        if (i != colon && !is_digit(text[i])) {
+        if (i != colon && !ascii::is_digit(text[i])) {
             return -1;
         }
     }
@@ -50,7 +48,7 @@ extern "C" {
 VQ_API int tframe(const char *text) {
     TimeFrameRecord *rec = TimeFrameFrame::get();
     if (rec == nullptr) {
-        return no_memory("tframe", __LINE__);
+        return VQ_NO_MEMORY(Report::add, kModule);
     }
     if (text == nullptr) {
         *rec = TimeFrameRecord{};
@@ -59,12 +57,12 @@ VQ_API int tframe(const char *text) {
     std::string_view frame = text;
     size_t dash = frame.find('-');
     if (dash == std::string_view::npos) {
-        return bad_param("tframe", "text");
+        return VQ_PARAMS(Report::add, "text");
     }
     int32_t start = clock_minutes(frame.substr(0, dash), false);
     int32_t end = clock_minutes(frame.substr(dash + 1), true);
     if (start < 0 || end < 0) {
-        return bad_param("tframe", "text");
+        return VQ_PARAMS(Report::add, "text");
     }
     rec->set = true;
     rec->start = start;
@@ -87,12 +85,12 @@ VQ_API int tframe_time(uint32_t seconds, int32_t zone) {
 
 VQ_API int compare_two(const char *time1, const char *time2, int32_t *result) {
     if (time1 == nullptr || time2 == nullptr || result == nullptr) {
-        return bad_param("compare_two", time1 == nullptr ? "time1" : time2 == nullptr ? "time2" : "result");
+        return VQ_PARAMS(Report::add, time1 == nullptr ? "time1" : time2 == nullptr ? "time2" : "result");
     }
     int32_t a = clock_minutes(time1, false);
     int32_t b = clock_minutes(time2, false);
     if (a < 0 || b < 0) {
-        return bad_param("compare_two", a < 0 ? "time1" : "time2");
+        return VQ_PARAMS(Report::add, a < 0 ? "time1" : "time2");
     }
     TimeFrameRecord *rec = TimeFrameFrame::get();
     int32_t origin = rec != nullptr && rec->set ? rec->start : 0;

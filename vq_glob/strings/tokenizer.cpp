@@ -62,7 +62,7 @@ private:
     size_t len_ = 0;
 };
 
-bool ends_token(char c) { return is_blank(c) || c == ','; }
+bool ends_token(char c) { return ascii::is_blank(c) || c == ','; }
 
 // Copies one token from p and leaves p on the character that ended it (a
 // blank, tab, comma outside quotes, or the NUL). False when out of memory.
@@ -112,8 +112,8 @@ bool scan_token(const char *&p, TokenWriter &out, bool keep) {
 // After a token: a blank or tab ending it takes the blanks that follow and
 // then one comma with it, so "A , B", "A,B" and "A B" all read as A and B.
 const char *skip_separator(const char *p) {
-    if (is_blank(*p)) {
-        while (is_blank(*p)) {
+    if (ascii::is_blank(*p)) {
+        while (ascii::is_blank(*p)) {
             ++p;
         }
         if (*p == ',') {
@@ -135,11 +135,11 @@ extern "C" {
 VQ_API int str_init_tokens(char *text) {
     StringsRecord *rec = StringsFrame::get();
     if (rec == nullptr) {
-        return no_memory("str_init_tokens", __LINE__);
+        return VQ_NO_MEMORY(Report::add, kModule);
     }
     if (text == nullptr) {
         drop_tokens(*rec);
-        return bad_param("str_init_tokens", "text");
+        return VQ_PARAMS(Report::add, "text");
     }
     str_trim(text);
     char *start = text[0] == '(' ? text + 1 : text;
@@ -150,7 +150,7 @@ VQ_API int str_init_tokens(char *text) {
     drop_tokens(*rec);
     rec->token = static_cast<char *>(std::malloc(kTokenBufferSize));
     if (rec->token == nullptr) {
-        return no_memory("str_init_tokens", __LINE__);
+        return VQ_NO_MEMORY(Report::add, kModule);
     }
     rec->token_size = kTokenBufferSize;
     rec->token_next = start;
@@ -165,7 +165,7 @@ VQ_API char *str_get_next_token(int flag) {
         new_dbg_str(kTraceChannel, "<error - no init>\n");
         return nullptr;
     }
-    while (is_blank(*p)) {
+    while (vq::ascii::is_blank(*p)) {
         ++p;
     }
     if (*p == '\0') {
@@ -176,7 +176,7 @@ VQ_API char *str_get_next_token(int flag) {
     TokenWriter out(*rec);
     if (!scan_token(p, out, flag != 0)) {
         drop_tokens(*rec);
-        no_memory("str_get_next_token", __LINE__);
+        VQ_NO_MEMORY(Report::add, kModule);
         return nullptr;
     }
     // The position points into the caller's writable text (str_init_tokens

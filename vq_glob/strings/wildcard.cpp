@@ -21,6 +21,8 @@
 
 #include <cstring>
 
+#include "internal/ascii.h"
+#include "internal/raise.h"
 #include "vq_glob/dbg.h"
 #include "vq_glob/err.h"
 
@@ -33,11 +35,6 @@ constexpr char kSeparator = VQ_PATH_SEPARATOR;
 // its main user is the include/exclude filter.
 constexpr unsigned char kTraceChannel[8] = {0, 0, 0, 0, 0, 0, 0, 0x01};
 
-// ASCII-only upper case: the result must not depend on the process locale.
-inline unsigned char ascii_upper(unsigned char c) {
-    return c >= 'a' && c <= 'z' ? static_cast<unsigned char>(c - ('a' - 'A')) : c;
-}
-
 struct Rules {
     bool fold_case;
     bool strike;
@@ -48,7 +45,9 @@ inline bool matches_one(unsigned char p, unsigned char c, Rules rules) {
     if (p == '?') {
         return !(rules.strike && c == '*');
     }
-    return p == c || (rules.fold_case && ascii_upper(p) == ascii_upper(c));
+    // Case folds by the ASCII rules: the result must not depend on the locale.
+    return p == c || (rules.fold_case &&
+                      ascii::to_upper(static_cast<char>(p)) == ascii::to_upper(static_cast<char>(c)));
 }
 
 // The first place from n on where the pattern character p (not a star) could
@@ -60,12 +59,12 @@ const unsigned char *next_start(const unsigned char *n, unsigned char p, Rules r
     }
     const char *text = reinterpret_cast<const char *>(n);
     const char *found = nullptr;
-    if (rules.fold_case && ascii_upper(p) >= 'A' && ascii_upper(p) <= 'Z') {
-        const char either[] = {static_cast<char>(ascii_upper(p)),
-                               static_cast<char>(ascii_upper(p) + ('a' - 'A')), '\0'};
+    const char c = static_cast<char>(p);
+    if (rules.fold_case && ascii::is_alpha(c)) {
+        const char either[] = {ascii::to_upper(c), ascii::to_lower(c), '\0'};
         found = std::strpbrk(text, either);
     } else {
-        found = std::strchr(text, static_cast<char>(p));
+        found = std::strchr(text, c);
     }
     return reinterpret_cast<const unsigned char *>(found);
 }
@@ -142,18 +141,7 @@ bool match_name(const unsigned char *p, const unsigned char *n, Rules rules) {
 }
 
 bool texts_equal(const char *a, const char *b, bool fold_case) {
-    if (!fold_case) {
-        return std::strcmp(a, b) == 0;
-    }
-    for (;; ++a, ++b) {
-        unsigned char ca = ascii_upper(static_cast<unsigned char>(*a));
-        if (ca != ascii_upper(static_cast<unsigned char>(*b))) {
-            return false;
-        }
-        if (ca == '\0') {
-            return true;
-        }
-    }
+    return fold_case ? ascii::equal_nocase(a, b) : std::strcmp(a, b) == 0;
 }
 
 int match_names(const char *pattern, const char *name, int case_sensitive, int strike) {
@@ -180,7 +168,7 @@ void set_rest(char **rest, char *value) {
 int match_paths(const char *function, char *pattern, char *name, int case_sensitive, char **rest_pattern,
                 char **rest_name, int strike) {
     if (pattern == nullptr || name == nullptr) {
-        err_add_error(ERR_GEN_PARAMS, function, pattern == nullptr ? "pattern" : "name");
+        raise::params(raise::Report::add, function, pattern == nullptr ? "pattern" : "name");
         return WILDCARD_NO_MATCH;
     }
     const bool fold_case = case_sensitive == 0;
@@ -263,8 +251,7 @@ VQ_API int str_iterative_match_wildcard_with_strike(char *pattern, char *name, i
 
 VQ_API int str_contain_wildcards(const char *text) {
     if (text == nullptr) {
-        err_add_error(ERR_GEN_PARAMS, "str_contain_wildcards", "text");
-        return 0;
+        return VQ_PARAMS(vq::raise::Report::add, "text");
     }
     return std::strpbrk(text, "*?") != nullptr ? 1 : 0;
 }
