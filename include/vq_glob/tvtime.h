@@ -15,9 +15,9 @@
  *
  * Range. Stamps that these functions compute from dates, texts, time values
  * or file times lie between get_min_date (0) and 2^31 - 1 seconds (early 2038);
- * anything beyond fails with GEN ERRVAL (0x101F) or, for texts, GEN TIMEFRMT
- * (0x1028) on the error stack. A NULL argument fails with GEN PARAMS
- * (0x100E). Failures return 0 (or NULL); 1 is success.
+ * anything beyond fails with ERR_GEN_ERRVAL or, for texts, ERR_GEN_TIMEFRMT
+ * on the error stack. A NULL argument fails with ERR_GEN_PARAMS. Failures
+ * return 0 (or NULL); 1 is success.
  *
  * time_t is the C runtime's type of the library's build: 64 bits on Linux and
  * on the x86_64 DLL, 32 bits on the i686 DLL (mingw-w64's msvcrt headers), so

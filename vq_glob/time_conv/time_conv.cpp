@@ -20,7 +20,6 @@ constinit const Module kTimeModule =
 namespace vq::timeconv {
 namespace {
 
-constexpr const char *kModule = "time_conv";
 // Seconds from 1601-01-01 (file times) to 1970-01-01.
 constexpr int64_t kFileTimeEpoch = 11644473600LL;
 constexpr int64_t kFileTimeUnits = 10000000;  // 100 ns per unit
@@ -129,25 +128,15 @@ void zone_from_wire(int32_t *zone) {
 
 }  // namespace
 
-int bad_param(const char *function, const char *argument) {
-    err_add_error(ERR_GEN_PARAMS, function, argument);
-    return 0;
-}
-
 int bad_text(const char *text) {
-    err_add_error(kErrFormat, text);
+    err_add_error(ERR_GEN_TIMEFRMT, text);
     return 0;
 }
 
 int bad_value(const char *what, long long value) {
     char text[64];
     std::snprintf(text, sizeof text, "%s %lld", what, value);
-    err_add_error(kErrValue, text);
-    return 0;
-}
-
-int no_record(const char *function, int line) {
-    err_add_error(ERR_GEN_MEMORY, function, kModule, line);
+    err_add_error(ERR_GEN_ERRVAL, text);
     return 0;
 }
 
@@ -265,7 +254,7 @@ extern "C" {
 
 VQ_API int get_system_time(tvtime *t) {
     if (t == nullptr) {
-        return bad_param("get_system_time", "t");
+        return VQ_PARAMS(Report::add, "t");
     }
     t->seconds = static_cast<uint32_t>(now_seconds());
     t->zone = thread_zone();
@@ -276,7 +265,7 @@ VQ_API int32_t get_timezone(void) { return thread_zone(); }
 
 VQ_API int get_today(tvtime *t) {
     if (t == nullptr) {
-        return bad_param("get_today", "t");
+        return VQ_PARAMS(Report::add, "t");
     }
     int64_t midnight = 0;
     if (!local_midnight(now_seconds(), 0, &midnight)) {
@@ -288,7 +277,7 @@ VQ_API int get_today(tvtime *t) {
 
 VQ_API int get_ahead_time(int32_t seconds, tvtime *t) {
     if (t == nullptr) {
-        return bad_param("get_ahead_time", "t");
+        return VQ_PARAMS(Report::add, "t");
     }
     int64_t ahead = now_seconds() + seconds;
     if (!in_stamp_range(ahead)) {
@@ -300,7 +289,7 @@ VQ_API int get_ahead_time(int32_t seconds, tvtime *t) {
 
 VQ_API int get_max_date(tvtime *t) {
     if (t == nullptr) {
-        return bad_param("get_max_date", "t");
+        return VQ_PARAMS(Report::add, "t");
     }
     make_stamp(TVTIME_MAX_SECONDS, t);
     return 1;
@@ -308,7 +297,7 @@ VQ_API int get_max_date(tvtime *t) {
 
 VQ_API int get_min_date(tvtime *t) {
     if (t == nullptr) {
-        return bad_param("get_min_date", "t");
+        return VQ_PARAMS(Report::add, "t");
     }
     make_stamp(0, t);
     return 1;
@@ -318,7 +307,7 @@ VQ_API int get_min_date(tvtime *t) {
 
 VQ_API int tolv_difftime(const tvtime *a, const tvtime *b) {
     if (a == nullptr || b == nullptr) {
-        return bad_param("tolv_difftime", a == nullptr ? "a" : "b");
+        return VQ_PARAMS(Report::add, a == nullptr ? "a" : "b");
     }
     int64_t sa = signed_seconds(*a);
     int64_t sb = signed_seconds(*b);
@@ -327,14 +316,14 @@ VQ_API int tolv_difftime(const tvtime *a, const tvtime *b) {
 
 VQ_API int32_t get_tolvenar_time_diff(const tvtime *a, const tvtime *b) {
     if (a == nullptr || b == nullptr) {
-        return bad_param("get_tolvenar_time_diff", a == nullptr ? "a" : "b");
+        return VQ_PARAMS(Report::add, a == nullptr ? "a" : "b");
     }
     return static_cast<int32_t>(a->seconds - b->seconds);
 }
 
 VQ_API tvtime *min_time(tvtime *a, tvtime *b) {
     if (a == nullptr || b == nullptr) {
-        bad_param("min_time", a == nullptr ? "a" : "b");
+        VQ_PARAMS(Report::add, a == nullptr ? "a" : "b");
         return nullptr;
     }
     return signed_seconds(*a) < signed_seconds(*b) ? a : b;
@@ -342,7 +331,7 @@ VQ_API tvtime *min_time(tvtime *a, tvtime *b) {
 
 VQ_API int add_seconds_to_tolvenar(tvtime *t, int32_t n) {
     if (t == nullptr) {
-        return bad_param("add_seconds_to_tolvenar", "t");
+        return VQ_PARAMS(Report::add, "t");
     }
     t->seconds += static_cast<uint32_t>(n);
     return 1;
@@ -352,7 +341,7 @@ VQ_API int add_seconds_to_tolvenar(tvtime *t, int32_t n) {
 
 VQ_API int hton_time(tvtime *t) {
     if (t == nullptr) {
-        return bad_param("hton_time", "t");
+        return VQ_PARAMS(Report::add, "t");
     }
     to_wire(&t->seconds);
     zone_to_wire(&t->zone);
@@ -361,7 +350,7 @@ VQ_API int hton_time(tvtime *t) {
 
 VQ_API int ntoh_time(tvtime *t) {
     if (t == nullptr) {
-        return bad_param("ntoh_time", "t");
+        return VQ_PARAMS(Report::add, "t");
     }
     from_wire(&t->seconds);
     zone_from_wire(&t->zone);
@@ -372,7 +361,7 @@ VQ_API int ntoh_time(tvtime *t) {
 
 VQ_API int conv_sys_to_tolvenar(const time_t *in, tvtime *out) {
     if (in == nullptr || out == nullptr) {
-        return bad_param("conv_sys_to_tolvenar", in == nullptr ? "in" : "out");
+        return VQ_PARAMS(Report::add, in == nullptr ? "in" : "out");
     }
     auto seconds = static_cast<int64_t>(*in);
     if (!in_stamp_range(seconds)) {
@@ -384,7 +373,7 @@ VQ_API int conv_sys_to_tolvenar(const time_t *in, tvtime *out) {
 
 VQ_API int conv_sys_to_gmt_tolvenar(const time_t *in, tvtime *out) {
     if (in == nullptr || out == nullptr) {
-        return bad_param("conv_sys_to_gmt_tolvenar", in == nullptr ? "in" : "out");
+        return VQ_PARAMS(Report::add, in == nullptr ? "in" : "out");
     }
     auto seconds = static_cast<int64_t>(*in);
     if (!in_stamp_range(seconds)) {
@@ -397,14 +386,14 @@ VQ_API int conv_sys_to_gmt_tolvenar(const time_t *in, tvtime *out) {
 
 VQ_API time_t conv_tolvenar_to_sys(const tvtime *t) {
     if (t == nullptr) {
-        return bad_param("conv_tolvenar_to_sys", "t");
+        return VQ_PARAMS(Report::add, "t");
     }
     return static_cast<time_t>(signed_seconds(*t));
 }
 
 VQ_API int conv_tolvenar_to_tm(const tvtime *t, struct tm *out) {
     if (t == nullptr || out == nullptr) {
-        return bad_param("conv_tolvenar_to_tm", t == nullptr ? "t" : "out");
+        return VQ_PARAMS(Report::add, t == nullptr ? "t" : "out");
     }
     if (!plat_localtime(signed_seconds(*t), out)) {
         return bad_value("stamp seconds", static_cast<long long>(signed_seconds(*t)));
@@ -414,14 +403,14 @@ VQ_API int conv_tolvenar_to_tm(const tvtime *t, struct tm *out) {
 
 VQ_API int conv_tm_to_tolvenar(const struct tm *in, tvtime *out) {
     if (in == nullptr || out == nullptr) {
-        return bad_param("conv_tm_to_tolvenar", in == nullptr ? "in" : "out");
+        return VQ_PARAMS(Report::add, in == nullptr ? "in" : "out");
     }
     return broken_down_to_stamp(*in, "broken-down time of year", out);
 }
 
 VQ_API int conv_nttime_to_tolvenar(const tv_nttime *in, tvtime *out) {
     if (in == nullptr || out == nullptr) {
-        return bad_param("conv_nttime_to_tolvenar", in == nullptr ? "in" : "out");
+        return VQ_PARAMS(Report::add, in == nullptr ? "in" : "out");
     }
     uint64_t units = (static_cast<uint64_t>(in->high) << 32) | in->low;
     int64_t seconds = static_cast<int64_t>(units / kFileTimeUnits) - kFileTimeEpoch;
@@ -434,7 +423,7 @@ VQ_API int conv_nttime_to_tolvenar(const tv_nttime *in, tvtime *out) {
 
 VQ_API int conv_gmtime_to_nttime(const struct tm *gmt, tv_nttime *out) {
     if (gmt == nullptr || out == nullptr) {
-        return bad_param("conv_gmtime_to_nttime", gmt == nullptr ? "gmt" : "out");
+        return VQ_PARAMS(Report::add, gmt == nullptr ? "gmt" : "out");
     }
     int64_t year = static_cast<int64_t>(gmt->tm_year) + 1900;
     if (!valid_fields(*gmt) || year < 1601 || year > 9999) {
@@ -450,7 +439,7 @@ VQ_API int conv_gmtime_to_nttime(const struct tm *gmt, tv_nttime *out) {
 
 VQ_API int conv_tolvenar_old_to_new(const tvtime_old *old, tvtime *out) {
     if (old == nullptr || out == nullptr) {
-        return bad_param("conv_tolvenar_old_to_new", old == nullptr ? "old" : "out");
+        return VQ_PARAMS(Report::add, old == nullptr ? "old" : "out");
     }
     std::tm fields{};  // the C tm may hold further fields of its own
     fields.tm_sec = old->tm_sec;
@@ -467,7 +456,7 @@ VQ_API int conv_tolvenar_old_to_new(const tvtime_old *old, tvtime *out) {
 
 VQ_API int conv_tolvenar_new_to_old(const tvtime *t, tvtime_old *out) {
     if (t == nullptr || out == nullptr) {
-        return bad_param("conv_tolvenar_new_to_old", t == nullptr ? "t" : "out");
+        return VQ_PARAMS(Report::add, t == nullptr ? "t" : "out");
     }
     if (t->seconds == 0) {
         *out = tvtime_old{};
@@ -487,7 +476,7 @@ VQ_API int conv_tolvenar_new_to_old(const tvtime *t, tvtime_old *out) {
 VQ_API int start_seconds_timer(void) {
     TimeRecord *rec = Frame::get();
     if (rec == nullptr) {
-        return no_record("start_seconds_timer", __LINE__);
+        return VQ_NO_MEMORY(Report::add, kModule);
     }
     rec->timer_start = static_cast<int32_t>(now_seconds());
     return 1;
@@ -496,7 +485,7 @@ VQ_API int start_seconds_timer(void) {
 VQ_API int end_seconds_timer(void) {
     TimeRecord *rec = Frame::get();
     if (rec == nullptr) {
-        return no_record("end_seconds_timer", __LINE__);
+        return VQ_NO_MEMORY(Report::add, kModule);
     }
     rec->timer_end = static_cast<int32_t>(now_seconds());
     return 1;
@@ -505,7 +494,7 @@ VQ_API int end_seconds_timer(void) {
 VQ_API int set_delta_time(void) {
     TimeRecord *rec = Frame::get();
     if (rec == nullptr) {
-        return no_record("set_delta_time", __LINE__);
+        return VQ_NO_MEMORY(Report::add, kModule);
     }
     rec->timer_delta = static_cast<int32_t>(static_cast<int64_t>(rec->timer_end) - rec->timer_start);
     vq::debug::trace_bit(vq::debug::kChannelTime, "timer: start-%d,end-%d,delta-%d\n", static_cast<int>(rec->timer_start),

@@ -9,12 +9,14 @@
 #include <limits>
 
 #include "internal/frame.h"
+#include "internal/raise.h"
 #include "vq_glob/tvtime.h"
 
 namespace vq::timeconv {
 
-inline constexpr uint32_t kErrValue = 0x101Fu;   // GEN ERRVAL "invalid value <%s>"
-inline constexpr uint32_t kErrFormat = 0x1028u;  // GEN TIMEFRMT "invalid time format <%s>"
+using raise::Report;
+
+inline constexpr const char *kModule = "time_conv";
 
 // Stamps computed here stay where signed comparison still orders them.
 inline constexpr int64_t kMaxStamp = std::numeric_limits<int32_t>::max();
@@ -44,12 +46,13 @@ struct TimeRecord {
 
 using Frame = frame::ModuleFrame<TimeRecord, frame::kSlotTime, frame::OnDemand::yes>;
 
-// ---- errors: each pushes its entry and returns 0 ----------------------------
+// ---- errors of this module: each pushes its entry and returns 0 ----------------
+// (bad arguments and a missing thread record go through internal/raise.h)
 
-int bad_param(const char *function, const char *argument);
+// GEN TIMEFRMT naming the text that is no time.
 int bad_text(const char *text);
+// GEN ERRVAL naming what was out of range and its value.
 int bad_value(const char *what, long long value);
-int no_record(const char *function, int line);
 
 // ---- the zone and stamps ------------------------------------------------------
 

@@ -25,7 +25,7 @@ int32_t *old_field(tvtime_old *t, int i) {
 }  // namespace
 }  // namespace vq::timeconv
 
-using vq::timeconv::bad_param;
+using vq::timeconv::Report;
 
 extern "C" {
 
@@ -33,7 +33,7 @@ extern "C" {
 // does every add after it: the check at the end covers the whole struct.
 VQ_API int add_tvtime_to_message(int32_t code, const tvtime *t) {
     if (t == nullptr) {
-        return bad_param("add_tvtime_to_message", "t");
+        return VQ_PARAMS(Report::add, "t");
     }
     gm_init_struct(code, vq::timeconv::kStructValue);
     gm_add_long_to_message(0, static_cast<int32_t>(t->seconds));
@@ -44,7 +44,7 @@ VQ_API int add_tvtime_to_message(int32_t code, const tvtime *t) {
 
 VQ_API int get_tvtime_from_message(int32_t code, tvtime *t) {
     if (t == nullptr) {
-        return bad_param("get_tvtime_from_message", "t");
+        return VQ_PARAMS(Report::add, "t");
     }
     int32_t seconds = 0;
     int32_t zone = 0;
@@ -61,7 +61,7 @@ VQ_API int get_tvtime_from_message(int32_t code, tvtime *t) {
 
 VQ_API int add_tvtime_old_to_message(int32_t code, const tvtime_old *t) {
     if (t == nullptr) {
-        return bad_param("add_tvtime_old_to_message", "t");
+        return VQ_PARAMS(Report::add, "t");
     }
     tvtime_old copy = *t;
     gm_init_struct(code, vq::timeconv::kStructValue);
@@ -74,7 +74,7 @@ VQ_API int add_tvtime_old_to_message(int32_t code, const tvtime_old *t) {
 
 VQ_API int get_tvtime_old_from_message(int32_t code, tvtime_old *t) {
     if (t == nullptr) {
-        return bad_param("get_tvtime_old_from_message", "t");
+        return VQ_PARAMS(Report::add, "t");
     }
     tvtime_old read{};
     bool found = true;

@@ -10,6 +10,7 @@
 #include <cstring>
 #include <ctime>
 
+#include "internal/ascii.h"
 #include "platform/platform.h"
 #include "time_conv/time_conv.h"
 #include "vq_glob/dbg.h"
@@ -22,13 +23,11 @@ namespace {
 constexpr int64_t kMaxStoredZone = 86399;
 constexpr int64_t kMaxZoneText = 14 * 3600;
 
-bool is_digit(char c) { return c >= '0' && c <= '9'; }
-bool is_alpha(char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'); }
-bool is_blank(char c) { return c == ' ' || c == '\t'; }
-char to_lower(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
+using ascii::is_alpha;
+using ascii::is_digit;
 
 void skip_blanks(const char *&p) {
-    while (is_blank(*p)) {
+    while (ascii::is_blank(*p)) {
         ++p;
     }
 }
@@ -65,15 +64,7 @@ bool read_number(const char *&p, size_t max_digits, int64_t *value) {
 }
 
 // Case-insensitive comparison of the n characters at p with a word.
-bool word_is(const char *p, size_t n, const char *word) {
-    size_t i = 0;
-    for (; i < n && word[i] != '\0'; ++i) {
-        if (to_lower(p[i]) != to_lower(word[i])) {
-            return false;
-        }
-    }
-    return i == n && word[i] == '\0';
-}
+bool word_is(const char *p, size_t n, const char *word) { return ascii::equal_nocase({p, n}, word); }
 
 // The longest word a date text may start with ("yesterday").
 constexpr size_t kLongestDayWord = 9;
@@ -490,12 +481,12 @@ extern "C" {
 
 VQ_API const char *conv_tvtime_to_string(const tvtime *t) {
     if (t == nullptr) {
-        bad_param("conv_tvtime_to_string", "t");
+        VQ_PARAMS(Report::add, "t");
         return nullptr;
     }
     TimeRecord *rec = Frame::get();
     if (rec == nullptr) {
-        no_record("conv_tvtime_to_string", __LINE__);
+        VQ_NO_MEMORY(Report::add, kModule);
         return nullptr;
     }
     char *p = rec->stamp_text;
@@ -514,7 +505,7 @@ VQ_API const char *conv_tvtime_to_string(const tvtime *t) {
 
 VQ_API int conv_string_to_tvtime(const char *text, tvtime *t) {
     if (text == nullptr || t == nullptr) {
-        return bad_param("conv_string_to_tvtime", text == nullptr ? "text" : "t");
+        return VQ_PARAMS(Report::add, text == nullptr ? "text" : "t");
     }
     if (text[0] == 'G') {
         return parse_stamp_form(text, t) ? 1 : bad_text(text);
@@ -529,7 +520,7 @@ VQ_API int conv_string_to_tvtime(const char *text, tvtime *t) {
 
 VQ_API int conv_string_to_tolv(const char *text, tvtime *t) {
     if (text == nullptr || t == nullptr) {
-        return bad_param("conv_string_to_tolv", text == nullptr ? "text" : "t");
+        return VQ_PARAMS(Report::add, text == nullptr ? "text" : "t");
     }
     size_t n = run_length(text, kLongestDayWord, is_alpha);
     int64_t seconds = 0;
@@ -553,12 +544,12 @@ VQ_API int conv_string_to_tolv(const char *text, tvtime *t) {
 
 VQ_API const char *conv_tolv_to_ascii(const tvtime *t) {
     if (t == nullptr) {
-        bad_param("conv_tolv_to_ascii", "t");
+        VQ_PARAMS(Report::add, "t");
         return nullptr;
     }
     TimeRecord *rec = Frame::get();
     if (rec == nullptr) {
-        no_record("conv_tolv_to_ascii", __LINE__);
+        VQ_NO_MEMORY(Report::add, kModule);
         return nullptr;
     }
     std::tm tm{};
@@ -578,12 +569,12 @@ VQ_API const char *conv_tolv_to_ascii(const tvtime *t) {
 
 VQ_API const char *conv_tolvenar_to_ascii(const tvtime *t) {
     if (t == nullptr) {
-        bad_param("conv_tolvenar_to_ascii", "t");
+        VQ_PARAMS(Report::add, "t");
         return nullptr;
     }
     TimeRecord *rec = Frame::get();
     if (rec == nullptr) {
-        no_record("conv_tolvenar_to_ascii", __LINE__);
+        VQ_NO_MEMORY(Report::add, kModule);
         return nullptr;
     }
     if (!display_form(signed_seconds(*t), rec->display_text)) {
@@ -595,12 +586,12 @@ VQ_API const char *conv_tolvenar_to_ascii(const tvtime *t) {
 
 VQ_API const char *conv_time_to_string(const time_t *t) {
     if (t == nullptr) {
-        bad_param("conv_time_to_string", "t");
+        VQ_PARAMS(Report::add, "t");
         return nullptr;
     }
     TimeRecord *rec = Frame::get();
     if (rec == nullptr) {
-        no_record("conv_time_to_string", __LINE__);
+        VQ_NO_MEMORY(Report::add, kModule);
         return nullptr;
     }
     if (!display_form(static_cast<int64_t>(*t), rec->time_text)) {
@@ -612,12 +603,12 @@ VQ_API const char *conv_time_to_string(const time_t *t) {
 
 VQ_API const char *conv_time_to_vms_string(const time_t *t) {
     if (t == nullptr) {
-        bad_param("conv_time_to_vms_string", "t");
+        VQ_PARAMS(Report::add, "t");
         return nullptr;
     }
     TimeRecord *rec = Frame::get();
     if (rec == nullptr) {
-        no_record("conv_time_to_vms_string", __LINE__);
+        VQ_NO_MEMORY(Report::add, kModule);
         return nullptr;
     }
     std::tm tm{};
@@ -632,7 +623,7 @@ VQ_API const char *conv_time_to_vms_string(const time_t *t) {
 
 VQ_API int conv_vms_string_to_time_t(const char *text, time_t *out) {
     if (text == nullptr || out == nullptr) {
-        return bad_param("conv_vms_string_to_time_t", text == nullptr ? "text" : "out");
+        return VQ_PARAMS(Report::add, text == nullptr ? "text" : "out");
     }
     // Two digits, three letters, eight digits, and the end.
     const char *p = text;
@@ -659,14 +650,14 @@ VQ_API int conv_vms_string_to_time_t(const char *text, time_t *out) {
 
 VQ_API int conv_string_to_timezone(const char *text, int32_t *zone) {
     if (text == nullptr || zone == nullptr) {
-        return bad_param("conv_string_to_timezone", text == nullptr ? "text" : "zone");
+        return VQ_PARAMS(Report::add, text == nullptr ? "text" : "zone");
     }
     return parse_zone(text, zone) ? 1 : bad_text(text);
 }
 
 VQ_API int conv_string_to_seconds(const char *text, int32_t *seconds) {
     if (text == nullptr || seconds == nullptr) {
-        return bad_param("conv_string_to_seconds", text == nullptr ? "text" : "seconds");
+        return VQ_PARAMS(Report::add, text == nullptr ? "text" : "seconds");
     }
     int64_t total = 0;
     if (!parse_period(text, &total)) {
@@ -679,7 +670,7 @@ VQ_API int conv_string_to_seconds(const char *text, int32_t *seconds) {
 
 VQ_API int check_time_string_format(const char *text) {
     if (text == nullptr) {
-        return bad_param("check_time_string_format", "text");
+        return VQ_PARAMS(Report::add, "text");
     }
     const char *p = text;
     Clock clock;
@@ -692,7 +683,7 @@ VQ_API int check_time_string_format(const char *text) {
 
 VQ_API int compute_relative_date_with_base(const char *text, const tvtime *base, tvtime *out) {
     if (text == nullptr || out == nullptr) {
-        return bad_param("compute_relative_date_with_base", text == nullptr ? "text" : "out");
+        return VQ_PARAMS(Report::add, text == nullptr ? "text" : "out");
     }
     int64_t start = base != nullptr ? signed_seconds(*base) : now_seconds();
     if (!in_stamp_range(start)) {
