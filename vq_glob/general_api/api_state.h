@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "general_api/param_store.h"
+#include "internal/raise.h"
 #include "platform/platform.h"
 #include "vq_glob/api.h"
 #include "vq_glob/err.h"
@@ -21,14 +22,6 @@ namespace vq::api {
 // Trace lines of this module go to the API channel.
 inline constexpr int32_t kTraceChannel = 64;
 inline constexpr const char *kModule = "general_api";
-
-inline constexpr uint32_t kErrGeneral = ERR_EXE_GENERAL;
-inline constexpr uint32_t kErrPipeCreate = ERR_EXE_PIPECREAT;
-inline constexpr uint32_t kErrPipeRead = ERR_EXE_PIPEREAD;
-inline constexpr uint32_t kErrPipeWrite = ERR_EXE_PIPEWRITE;
-inline constexpr uint32_t kErrInconsistency = ERR_EXE_INCNSNCY;
-inline constexpr uint32_t kErrNotActive = ERR_EXE_NOTACTIVE;
-inline constexpr uint32_t kErrBadParam = ERR_EXE_BADPAR;
 
 inline constexpr int32_t kNoHandle = -1;
 inline constexpr int32_t kTableGrowth = 5;
@@ -231,7 +224,7 @@ void raise(int32_t handle, uint32_t code, Args... args) {
 // Pushes the system's text for an error number, then the module's message.
 template <typename... Args>
 void raise_system(int32_t handle, int32_t system_error, uint32_t code, Args... args) {
-    err_add_system_error(system_error);
+    vq::raise::system(vq::raise::Report::add, system_error);
     err_add_error(code, args...);
     note_last_error(handle, code, system_error);
 }
@@ -248,7 +241,7 @@ int guarded(const char *function, Body &&body, int line = __builtin_LINE()) {
     } catch (const std::bad_alloc &) {
         raise_memory(function, line);
     } catch (...) {
-        raise(kNoHandle, kErrGeneral, "unexpected failure in the process-handle module");
+        raise(kNoHandle, ERR_EXE_GENERAL, "unexpected failure in the process-handle module");
     }
     return 0;
 }

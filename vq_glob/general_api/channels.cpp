@@ -37,7 +37,7 @@ bool create_pipes(int32_t handle, EntryHandles &handles) {
                 plat_handle_close(end);
             }
         }
-        raise_system(handle, error, kErrPipeCreate);
+        raise_system(handle, error, ERR_EXE_PIPECREAT);
         return false;
     }
     handles.pipe1_0.handle = ends[0];
@@ -56,7 +56,8 @@ bool copy_end(int32_t channel, const PipeEnd &from, PipeEnd &to) {
     }
     if (!plat_handle_duplicate(from.handle, &to.handle)) {
         to.handle = kPlatNoHandle;
-        raise_system(channel, plat_last_error(), kErrGeneral, "error duplicating a pipe end for a channel");
+        raise_system(channel, plat_last_error(), ERR_EXE_GENERAL,
+                     "error duplicating a pipe end for a channel");
         return false;
     }
     return true;
@@ -103,11 +104,11 @@ int write_to_channel(int32_t channel, const void *data, int32_t size) {
         return 0;
     }
     if (entry->handles.pipe1_1.handle == kPlatNoHandle) {
-        raise(channel, kErrGeneral, "channel has no pipe to write to");
+        raise(channel, ERR_EXE_GENERAL, "channel has no pipe to write to");
         return 0;
     }
     if (size > 0 && !plat_pipe_write(entry->handles.pipe1_1.handle, data, static_cast<size_t>(size))) {
-        raise_system(channel, plat_last_error(), kErrPipeWrite);
+        raise_system(channel, plat_last_error(), ERR_EXE_PIPEWRITE);
         return 0;
     }
     new_dbg_str(kTraceChannel, "api_write_to_channel() - channel %d , %d bytes written\n", channel, size);
@@ -127,7 +128,7 @@ int listen_on_channel(int32_t channel, void *buffer, int32_t size, int32_t *rece
     }
     *received = 0;
     if (entry->handles.pipe2_0.handle == kPlatNoHandle) {
-        raise(channel, kErrGeneral, "channel has no pipe to listen on");
+        raise(channel, ERR_EXE_GENERAL, "channel has no pipe to listen on");
         return 0;
     }
     size_t got = 0;
@@ -141,12 +142,12 @@ int listen_on_channel(int32_t channel, void *buffer, int32_t size, int32_t *rece
                         channel, timeout_ms);
             return 1;
         case PlatWait::closed:
-            raise(channel, kErrPipeRead);
+            raise(channel, ERR_EXE_PIPEREAD);
             return 0;
         case PlatWait::failed:
             break;
     }
-    raise_system(channel, plat_last_error(), kErrPipeRead);
+    raise_system(channel, plat_last_error(), ERR_EXE_PIPEREAD);
     return 0;
 }
 
@@ -163,7 +164,7 @@ int clean_channel(int32_t channel) {
     for (;;) {
         PlatWait wait = plat_pipe_read(entry->handles.pipe2_0.handle, scratch, sizeof scratch, 0, &got);
         if (wait == PlatWait::failed) {
-            raise_system(channel, plat_last_error(), kErrPipeRead);
+            raise_system(channel, plat_last_error(), ERR_EXE_PIPEREAD);
             return 0;
         }
         if (wait != PlatWait::ready) {

@@ -86,10 +86,10 @@ void note_last_error(int32_t handle, uint32_t code, int32_t system_error) {
     }
 }
 
-void raise_bad_param(int32_t handle, const char *what) { raise(handle, kErrBadParam, what); }
+void raise_bad_param(int32_t handle, const char *what) { raise(handle, ERR_EXE_BADPAR, what); }
 
 void raise_memory(const char *function, int line) {
-    err_add_error(ERR_GEN_MEMORY, function, kModule, line);
+    raise::memory(raise::Report::add, function, kModule, line);
     note_last_error(kNoHandle, ERR_GEN_MEMORY);
 }
 
@@ -212,7 +212,7 @@ Entry *checked_entry(const char *function, int32_t handle, Table **table) {
     }
     Entry *entry = r->table.entries[static_cast<size_t>(handle)].get();
     if (entry == nullptr) {
-        raise(handle, kErrNotActive);
+        raise(handle, ERR_EXE_NOTACTIVE);
     } else if (table != nullptr) {
         *table = &r->table;
     }
@@ -231,7 +231,7 @@ int32_t allocate_entry(const char *function, int32_t kind) {
         handle = first_free(*table, old_size);
     }
     if (handle == kNoHandle) {
-        raise(kNoHandle, kErrInconsistency);
+        raise(kNoHandle, ERR_EXE_INCNSNCY);
         return kNoHandle;
     }
     table->entries[static_cast<size_t>(handle)] = std::make_unique<Entry>(kind);

@@ -74,7 +74,7 @@ bool creation_time(int32_t handle, uint32_t pid, uint64_t *created) {
     char what[96];
     std::snprintf(what, sizeof what, "cannot find the creation time of process %u",
                   static_cast<unsigned>(pid));
-    raise_system(handle, plat_last_error(), kErrGeneral, what);
+    raise_system(handle, plat_last_error(), ERR_EXE_GENERAL, what);
     return false;
 }
 
@@ -112,7 +112,7 @@ int get_unique_id(int32_t h, char *buffer) {
         return 0;
     }
     if (entry->pid == 0) {
-        raise(h, kErrNotActive);
+        raise(h, ERR_EXE_NOTACTIVE);
         return 0;
     }
     uint64_t created = 0;
@@ -142,7 +142,7 @@ int create_from_unique_id(const char *text, int32_t *handle) {
         std::snprintf(what, sizeof what,
                       "process %u is not the process of unique id %.32s (started at another time)",
                       static_cast<unsigned>(id.pid), text);
-        raise(kNoHandle, kErrGeneral, what);
+        raise(kNoHandle, ERR_EXE_GENERAL, what);
         return 0;
     }
     *handle = attach_handle("api_create_handle_from_unique_id", id.pid);
