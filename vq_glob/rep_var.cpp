@@ -7,10 +7,15 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "internal/raise.h"
 #include "vq_glob/err.h"
 
 namespace vq::variables {
 namespace {
+
+using raise::Report;
+
+constexpr const char *kModule = "rep_var";
 
 // The output buffer starts at 255 bytes and always keeps 10 bytes spare at
 // its end; it grows by 100 bytes for plain characters and by three times a
@@ -99,22 +104,19 @@ KeyIndex index_table(const rep_var *table, int32_t count) {
 // the cause on the error stack; fn names the exported caller.
 char *expand(const char *fn, const char *template_text, const rep_var *table, int32_t count, size_t *length) {
     if (template_text == nullptr || count < 0 || (table == nullptr && count > 0)) {
-        err_add_error(ERR_GEN_PARAMS, fn,
-                      template_text == nullptr ? "template"
-                      : count < 0              ? "count"
-                                               : "table");
+        raise::params(Report::add, fn, template_text == nullptr ? "template" : count < 0 ? "count" : "table");
         return nullptr;
     }
     const KeyIndex index = index_table(table, count);
     Output out;
     if (!out.start()) {
-        err_add_error(ERR_GEN_MEMORY, fn, "rep_var", __LINE__);
+        raise::memory(Report::add, fn, kModule, __LINE__);
         return nullptr;
     }
     for (const char *p = template_text; *p != '\0'; ++p) {
         // Room for the two characters of an unknown "%x" and the NUL.
         if (!out.reserve(2, kCharGrowth)) {
-            err_add_error(ERR_GEN_MEMORY, fn, "rep_var", __LINE__);
+            raise::memory(Report::add, fn, kModule, __LINE__);
             return nullptr;
         }
         if (*p != '%' || p[1] == '\0') {  // a lone "%" at the end stays literal
@@ -134,7 +136,7 @@ char *expand(const char *fn, const char *template_text, const rep_var *table, in
         }
         const char *value = table[pair].value;
         if (value == nullptr) {
-            err_add_error(ERR_GEN_PARAMS, fn, "table value");
+            raise::params(Report::add, fn, "table value");
             return nullptr;
         }
         size_t value_length = std::strlen(value);
@@ -143,7 +145,7 @@ char *expand(const char *fn, const char *template_text, const rep_var *table, in
             step = 0;  // reserve() then grows to exactly what is needed
         }
         if (!out.reserve(value_length, step)) {
-            err_add_error(ERR_GEN_MEMORY, fn, "rep_var", __LINE__);
+            raise::memory(Report::add, fn, kModule, __LINE__);
             return nullptr;
         }
         out.put(value, value_length);
@@ -166,8 +168,7 @@ VQ_API char *dyn_replace_variables(const char *template_text, const rep_var *tab
 
 VQ_API int replace_variables(char *target, const char *template_text, const rep_var *table, int32_t count) {
     if (target == nullptr) {
-        err_add_error(ERR_GEN_PARAMS, "replace_variables", "target");
-        return 0;
+        return VQ_PARAMS(vq::raise::Report::add, "target");
     }
     size_t length = 0;
     char *text = expand("replace_variables", template_text, table, count, &length);
@@ -185,8 +186,7 @@ VQ_API int replace_variables_n(char *target, size_t size, const char *template_t
         *needed = 0;
     }
     if (target == nullptr) {
-        err_add_error(ERR_GEN_PARAMS, "replace_variables_n", "target");
-        return 0;
+        return VQ_PARAMS(vq::raise::Report::add, "target");
     }
     size_t length = 0;
     char *text = expand("replace_variables_n", template_text, table, count, &length);

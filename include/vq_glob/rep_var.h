@@ -7,7 +7,7 @@
  * lone "%" ending the template stays a "%". Values are inserted as they are
  * and never expanded again. A table may be NULL when count is 0; a negative
  * count, a NULL template or a NULL table with a positive count is a PARAMS
- * error (0x100E), and so is a NULL value when its pair is the one used. */
+ * error (ERR_GEN_PARAMS), and so is a NULL value when its pair is the one used. */
 #ifndef VQ_GLOB_REP_VAR_H
 #define VQ_GLOB_REP_VAR_H
 
@@ -22,7 +22,7 @@ typedef struct {
 } rep_var;
 
 /* The expansion as a new text that the caller releases with free(); an empty
- * template gives "". NULL on failure: PARAMS, or MEMORY (0x1001). */
+ * template gives "". NULL on failure: PARAMS, or MEMORY (ERR_GEN_MEMORY). */
 VQ_API char *dyn_replace_variables(const char *template_text, const rep_var *table, int32_t count);
 /* Writes the expansion with its NUL into target, which must hold at least
  * strlen(expansion) + 1 bytes: at most strlen(template) + 1 plus the length of
@@ -31,9 +31,9 @@ VQ_API char *dyn_replace_variables(const char *template_text, const rep_var *tab
 VQ_API int replace_variables(char *target, const char *template_text, const rep_var *table, int32_t count);
 /* As replace_variables, but never writes past target[size - 1]: an expansion
  * that needs more than size bytes (its NUL included) fails with a GENERAL
- * error (0x1002) naming both sizes and leaves target untouched. When needed is not NULL it receives the size
- * the expansion needs, NUL included, whether it fitted or not (0 when the
- * expansion itself failed). */
+ * error (ERR_GEN_GENERAL) naming both sizes and leaves target untouched. When
+ * needed is not NULL it receives the size the expansion needs, NUL included,
+ * whether it fitted or not (0 when the expansion itself failed). */
 VQ_API int replace_variables_n(char *target, size_t size, const char *template_text, const rep_var *table,
                                int32_t count, size_t *needed);
 
