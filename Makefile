@@ -1,12 +1,17 @@
 # The two commands of the README, and the builds they are made of.
 #   make demo   set up, build the library and run the demo program
-#   make test   set up, build and test natively, under wine64, and the i686 DLL
+#   make test   set up, build and test natively, fuzz briefly, test under wine64,
+#               and build the i686 DLL
 # Further: make asan | tsan | fuzz | bench | install-check
 
 CMAKE ?= cmake
 CTEST ?= ctest
 
-.PHONY: setup demo test native-test mingw64-test mingw32-build asan tsan fuzz bench install-check clean
+# Seconds per fuzz target: short in the test run, longer for make fuzz.
+FUZZ_TEST_SECONDS ?= 20
+FUZZ_SECONDS ?= 120
+
+.PHONY: setup demo test native-test fuzz-build fuzz-test mingw64-test mingw32-build asan tsan fuzz bench install-check clean
 
 setup:
 	@./scripts/setup.sh
@@ -24,14 +29,18 @@ demo: setup
 	./build/demo/bin/vqglob errors -facility=cnf
 	./build/demo/bin/vqglob conf -help
 
-test: setup native-test mingw64-test mingw32-build
+test: setup native-test fuzz-test mingw64-test mingw32-build
 
 native-test:
 	$(CMAKE) --preset default
 	$(CMAKE) --build --preset default
 	$(CTEST) --preset default
 	./scripts/check_exports.sh build/default/lib/libvq_glob.so
-	./scripts/install_check.sh
+	./scripts/install_check.sh build/default
+
+# Every fuzz target over a scratch copy of its corpus; a finding fails the run.
+fuzz-test: fuzz-build
+	./scripts/fuzz_run.sh build/fuzz $(FUZZ_TEST_SECONDS)
 
 mingw64-test:
 	$(CMAKE) --preset mingw64
@@ -56,9 +65,13 @@ tsan: setup
 	$(CMAKE) --build --preset tsan
 	$(CTEST) --preset tsan
 
-fuzz: setup
+fuzz-build:
 	$(CMAKE) --preset fuzz
 	$(CMAKE) --build --preset fuzz
+
+# A longer run that adds the inputs reaching new code to fuzz/corpus/<target>.
+fuzz: setup fuzz-build
+	./scripts/fuzz_run.sh build/fuzz $(FUZZ_SECONDS) --merge
 
 bench: setup
 	$(CMAKE) --preset default
