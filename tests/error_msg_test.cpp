@@ -4,12 +4,15 @@
 
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <sstream>
 #include <string>
 #include <thread>
 
 #include "vq_glob/err.h"
+#include "vq_glob/gf.h"
+#include "vq_glob/gf_path.h"
 
 namespace {
 
@@ -229,6 +232,12 @@ TEST_F(ErrorStack, FacilityRenamesArePerThreadAndBounded) {
     err_set_error(0x1f01, "f");
     EXPECT_STREQ(err_get_error_msg(), "REG-E-OPEN, error opening registry file <f>");
     err_change_facility(0x1000, nullptr);
+    // A long name prints whole.
+    std::string long_name(120, 'L');
+    err_shutdown();
+    err_change_facility(0x1000, long_name.c_str());
+    err_set_error(ERR_GEN_GENERAL, "x");
+    EXPECT_EQ(err_get_error_msg(), long_name + "-E-GENERAL, x");
     err_shutdown();  // renames go with the stack
     err_set_error(ERR_GEN_GENERAL, "x");
     EXPECT_STREQ(err_get_error_msg(), "GEN-E-GENERAL, x");
@@ -334,6 +343,49 @@ TEST_F(ErrorStack, PrintingAppendsToTheLogFile) {
     err_set_log_file((::testing::TempDir() + "no/such/dir/x.log").c_str());
     EXPECT_EQ(err_print_error_msg(), 1);
     err_set_log_file(nullptr);
+}
+
+// Reads a file through the library's own file layer, which takes names of
+// any length on every platform.
+std::string read_long_named(const std::string &path) {
+    int32_t h = -1;
+    std::string text;
+    if (gf_allocate_handle(&h) != 1) {
+        return text;
+    }
+    gf_set_file_name(h, path.c_str());
+    gf_set_file_open_flags(h, GF_READ);
+    if (gf_open_file(h) == 1) {
+        char buffer[4096];
+        int32_t n = 0;
+        while (gf_read_file(h, buffer, sizeof buffer, &n) == 1 && n > 0) {
+            text.append(buffer, static_cast<size_t>(n));
+        }
+        gf_close_file(h);
+    }
+    gf_free_handle(h);
+    return text;
+}
+
+// A log name is used whole, however long: a name cut short would send the
+// log to another file.
+TEST_F(ErrorStack, LongLogFileNameIsUsedWhole) {
+    std::string top = ::testing::TempDir() + "vq_err_long";
+    std::string dir = top;
+    for (int i = 0; i < 5; ++i) {
+        dir += VQ_PATH_SEPARATOR_TEXT + std::string(200, 'd');
+    }
+    ASSERT_EQ(gf_make_path(dir.c_str()), 1) << err_get_error_msg();
+    std::string path = dir + VQ_PATH_SEPARATOR_TEXT + "x.log";
+    ASSERT_GT(path.size(), 1024u);
+    ASSERT_EQ(err_set_log_file(path.c_str()), 1);
+    err_set_error(ERR_GEN_GENERAL, "long");
+    err_print_error_msg();
+    err_set_log_file(nullptr);
+    std::string logged = read_long_named(path);
+    EXPECT_NE(logged.find("GEN-E-GENERAL, long"), std::string::npos) << logged;
+    std::error_code ec;
+    std::filesystem::remove_all(top, ec);
 }
 
 TEST_F(ErrorStack, ConsolePrintingChoosesTheStreamBySeverity) {

@@ -478,18 +478,44 @@ TEST_F(GfVl, DamagedRecordsFailCleanly) {
     EXPECT_EQ(err_get_error_code(0), 0x203u);
     EXPECT_NE(std::strstr(err_get_error_text(0), "65535 bytes cut short"), nullptr);
 
-    // A zero-length record is written but does not read back.
-    std::string name = path("records_empty");
-    std::FILE *out = std::fopen(name.c_str(), "wb");
-    uint16_t zero = 0;
-    ASSERT_EQ(gf_write_vl_line(out, "", &zero), 1);
-    std::fclose(out);
-    std::FILE *in = stream("records_empty_in", read_all(name));
+    // A zero-length record from elsewhere is refused.
+    std::FILE *in = stream("records_empty_in", Bytes{0, 0, 0, 1, 'x'});
     EXPECT_EQ(gf_read_vl_line(in, &line, &n), 0);
     EXPECT_EQ(line, nullptr);
 
     EXPECT_EQ(gf_read_vl_line(nullptr, &line, &n), 0);
     EXPECT_EQ(err_get_error_code(0), 0x1727u);
+}
+
+// The reader refuses a zero-length record, so the writer must not make one:
+// the records around a refused empty one all read back.
+TEST_F(GfVl, EmptyRecordIsNotWrittenAndLaterRecordsStayReachable) {
+    std::string name = path("records_around_empty");
+    std::FILE *out = std::fopen(name.c_str(), "wb");
+    ASSERT_NE(out, nullptr);
+    uint16_t two = 2;
+    uint16_t zero = 0;
+    ASSERT_EQ(gf_write_vl_line(out, "ab", &two), 1);
+    EXPECT_EQ(gf_write_vl_line(out, "", &zero), 0);
+    EXPECT_EQ(err_get_error_code(0), 0x1728u);
+    EXPECT_EQ(gf_write_vl_line(out, nullptr, &zero), 0);
+    ASSERT_EQ(gf_write_vl_line(out, "cd", &two), 1);
+    std::fclose(out);
+    EXPECT_EQ(read_all(name), (Bytes{0, 2, 'a', 'b', 0, 2, 'c', 'd'}));
+
+    std::FILE *in = stream("records_around_empty_in", read_all(name));
+    std::vector<std::string> lines;
+    for (;;) {
+        char *line = nullptr;
+        uint16_t n = 0;
+        ASSERT_EQ(gf_read_vl_line(in, &line, &n), 1) << err_get_error_msg();
+        if (line == nullptr) {
+            break;
+        }
+        lines.emplace_back(line, n);
+        std::free(line);
+    }
+    EXPECT_EQ(lines, (std::vector<std::string>{"ab", "cd"}));
 }
 
 // ---- The CRC of a file -----------------------------------------------------------------------------------
@@ -586,6 +612,35 @@ TEST_P(GfTypes, TemporaryFilesAreNewAndDistinct) {
     ASSERT_EQ(gf_allocate_handle(&h), 1);
     EXPECT_EQ(gf_create_temp(h, (dir + "vq_gf_no_such_dir").c_str(), nullptr), 0);
     EXPECT_EQ(gf_get_last_error(h), 0x1710);
+}
+
+// A prefix is part of one name: with a separator in it the file would land
+// in another directory, so it is refused before anything is created.
+TEST_F(Gf, TemporaryFilePrefixWithSeparatorIsRefused) {
+    std::string top = ::testing::TempDir() + "vq_gf_temp_top";
+    std::string inner = top + VQ_PATH_SEPARATOR_TEXT + "inner";
+    std::error_code ec;
+    fs::remove_all(top, ec);
+    fs::create_directories(inner);
+    int32_t h = -1;
+    ASSERT_EQ(gf_allocate_handle(&h), 1);
+    ASSERT_EQ(gf_set_file_name(h, "kept"), 1);
+    for (const char *prefix : {"../esc", "..\\esc", "a/b", "a\\b", "/esc", "\\esc"}) {
+        EXPECT_EQ(gf_create_temp(h, inner.c_str(), prefix), 0) << prefix;
+        EXPECT_EQ(err_get_error_code(0), 0x1728u) << prefix;
+        EXPECT_EQ(gf_get_last_error(h), 0x1728) << prefix;
+        EXPECT_EQ(gf_is_file_opened(h), 0) << prefix;
+    }
+    char *name = nullptr;
+    ASSERT_EQ(gf_get_file_name(h, &name), 1);
+    EXPECT_STREQ(name, "kept");
+    EXPECT_TRUE(fs::is_empty(inner));
+    size_t entries = 0;
+    for ([[maybe_unused]] const auto &e : fs::directory_iterator(top)) {
+        ++entries;
+    }
+    EXPECT_EQ(entries, 1u);  // inner alone
+    fs::remove_all(top, ec);
 }
 
 TEST_F(Gf, HandleTypeQueries) {

@@ -9,6 +9,8 @@
 #include <cstdio>
 #include <cstring>
 #include <iterator>
+#include <new>
+#include <string>
 
 #include "internal/error_table.h"
 #include "internal/frame.h"
@@ -23,17 +25,16 @@ constexpr size_t kEntryText = sizeof(err_entry::text);
 constexpr size_t kDescriptionSize = 5376;
 constexpr size_t kScratchSize = 64000;
 constexpr int kMaxRenames = 100;
-constexpr size_t kRenameName = 56;
-constexpr size_t kLogNameSize = 1024;
 constexpr uint32_t kFreeText = 0xFFFFFFFFu;
 constexpr const char *kSeverityLetters[] = {"S", "I", "W", "E", "F"};
 constexpr const char *kEventSource = "Velquist";
 
 static_assert(sizeof(err_entry) == 5124, "entries travel between processes byte for byte");
 
+// Names are kept whole: a facility prints under exactly the name given.
 struct Rename {
-    uint32_t facility;
-    char name[kRenameName];
+    uint32_t facility = 0;
+    std::string name;
 };
 
 struct ErrorRecord {
@@ -53,7 +54,8 @@ struct ErrorRecord {
     char scratch[kScratchSize] = {0};
     int32_t rename_count = 0;
     Rename renames[kMaxRenames] = {};
-    char log_file[kLogNameSize] = {0};
+    // Used whole: a name cut short would send the log to another file.
+    std::string log_file;
     char saved[kDescriptionSize] = {0};
 
     ~ErrorRecord() { delete[] stack; }
@@ -151,7 +153,7 @@ const char *table_facility_name(uint32_t facility) {
 const char *facility_name(const ErrorRecord &rec, uint32_t facility) {
     for (int i = rec.rename_count - 1; i >= 0; --i) {
         if (rec.renames[i].facility == facility) {
-            return rec.renames[i].name;
+            return rec.renames[i].name.c_str();
         }
     }
     return table_facility_name(facility);
@@ -340,10 +342,16 @@ int push_system_text(int32_t sys_errno, bool empty_first) {
     return 1;
 }
 
+// MEMORY naming the function, this module and the line; 0 for the caller.
+int push_memory_error(const char *function, int line) {
+    err_add_error(ERR_GEN_MEMORY, function, "error_msg", line);
+    return 0;
+}
+
 void write_log_file(ErrorRecord &rec) {
     uint32_t mask = plat_set_log_file_mask();
-    std::FILE *log = std::fopen(rec.log_file, "a");
-    if (log != nullptr) {
+    std::FILE *log = nullptr;
+    if (plat_open_log_file(rec.log_file.c_str(), &log) == 0) {
         std::fputs("-------------------------------------------------------------------------------\n", log);
         std::fprintf(log, "\n%s\n\n", description(rec));
         std::fclose(log);
@@ -367,8 +375,8 @@ int report_event(ErrorRecord &rec, int32_t job_kind, int32_t status) {
     std::snprintf(rec.scratch, sizeof rec.scratch, "%s %s: %s", kJobNames[job_kind], kStatusNames[status],
                   description(rec));
     auto event_id = static_cast<uint32_t>(1000 + status);
-    if (!plat_event_report(kEventSource, kStatusTypes[status], event_id, rec.scratch)) {
-        push_system_text(plat_last_error(), false);
+    if (int32_t error = plat_event_report(kEventSource, kStatusTypes[status], event_id, rec.scratch); error != 0) {
+        push_system_text(error, false);
         return 0;
     }
     return 1;
@@ -603,9 +611,14 @@ VQ_API int err_change_facility(uint32_t facility, const char *name) {
     if (rec == nullptr || rec->rename_count >= kMaxRenames) {
         return rec != nullptr ? 1 : 0;
     }
-    Rename &r = rec->renames[rec->rename_count++];
+    Rename &r = rec->renames[rec->rename_count];
+    try {
+        r.name = name != nullptr ? name : "";
+    } catch (const std::bad_alloc &) {
+        return push_memory_error("err_change_facility", __LINE__);
+    }
     r.facility = facility;
-    std::snprintf(r.name, sizeof r.name, "%s", name != nullptr ? name : "");
+    ++rec->rename_count;
     rec->description_stale = true;
     return 1;
 }
@@ -655,7 +668,11 @@ VQ_API int err_set_log_file(const char *name) {
         rec->log_to_file = 0;
         return 1;
     }
-    std::snprintf(rec->log_file, sizeof rec->log_file, "%s", name);
+    try {
+        rec->log_file = name;
+    } catch (const std::bad_alloc &) {
+        return push_memory_error("err_set_log_file", __LINE__);  // the previous setting stays
+    }
     rec->log_to_file = 1;
     return 1;
 }

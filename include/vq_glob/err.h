@@ -91,7 +91,9 @@ VQ_API const char *err_get_saved_error(void);
 /* Prints the description to the console (stderr for W/E/F, else stdout) and
  * appends it to the log file when file logging is on. */
 VQ_API int err_print_error_msg(void);
-/* NULL switches file logging off; a name switches it on (copied). */
+/* NULL switches file logging off; a name (UTF-8, any length, copied whole)
+ * switches it on. 0 with MEMORY on the stack, and the previous setting kept,
+ * when the copy cannot be made. */
 VQ_API int err_set_log_file(const char *name);
 /* Console printing on (non-zero) or off. */
 VQ_API int err_set_log_interactive(int32_t flag);

@@ -141,7 +141,8 @@ VQ_API int gf_create_file(int32_t h);
 /* Creates and opens a new file of a unique name "<directory>/<prefix>XXXXXXXX"
  * (prefix "vq" when NULL) that did not exist before, for data received from
  * elsewhere such as message attachments; the name becomes the handle's file
- * name. The handle's I/O type, protection and inherit mode apply. */
+ * name. The handle's I/O type, protection and inherit mode apply. A prefix
+ * holding "/" or "\" fails with BADPAR (0x1728) before anything is created. */
 VQ_API int gf_create_temp(int32_t h, const char *directory, const char *prefix);
 /* Closes the file if open (a handle that is not open succeeds at once). The
  * handle is marked closed even when the system reports an error. */
@@ -215,7 +216,9 @@ VQ_API int gf_is_handle_regular(int32_t h);
 
 /* ---- Records and whole files --------------------------------------------------------------- */
 
-/* Writes one record: *length as 16-bit big-endian, then *length bytes of line. */
+/* Writes one record: *length as 16-bit big-endian, then *length bytes of line.
+ * A length of 0 is refused with BADPAR (0x1728) and nothing is written, since
+ * gf_read_vl_line refuses such a record; NULL arguments fail with 0x1727. */
 VQ_API int gf_write_vl_line(FILE *stream, const char *line, uint16_t *length);
 /* Reads one record into *line (malloc'ed, free() it; n + 3 bytes, the body
  * followed by NUL bytes) and *length. At a clean end of file, or one inside

@@ -265,17 +265,17 @@ std::string random_suffix() {
     return out;
 }
 
-bool ends_with_separator(const std::string &dir) {
-    if (dir.empty()) {
-        return true;  // the current directory
-    }
-    char last = dir.back();
-#if defined(_WIN32)
-    return last == '\\' || last == '/' || last == ':';
-#else
-    return last == '/';
-#endif
+// Whether a file name can follow dir as it is: the current directory (empty),
+// a name ending in a separator, or a bare drive ("C:" names the drive's
+// current directory).
+bool takes_name_as_is(const std::string &dir) {
+    return dir.empty() || plat_path_is_separator(dir.back()) || plat_path_drive_length(dir.c_str()) == dir.size();
 }
+
+// A prefix is part of one name: a separator in it would put the file into
+// another directory ("../x"). Both separators are refused on every system,
+// so that a prefix means the same wherever it is used.
+bool names_one_element(const char *prefix) { return std::strpbrk(prefix, "/\\") == nullptr; }
 
 constexpr int kTempAttempts = 100;
 
@@ -286,13 +286,16 @@ int create_temp(FilesRecord &rec, int32_t h, Entry &entry, const char *directory
     if (entry.opened != 0) {
         return raise_bad_parameter(rec, h, "gf_create_temp", 1);
     }
+    if (prefix != nullptr && !names_one_element(prefix)) {
+        return raise_bad_parameter(rec, h, "gf_create_temp", 3);
+    }
     if (!known_type(entry)) {
         return 0;
     }
     std::string base;
     try {
         base = directory;
-        if (!ends_with_separator(base)) {
+        if (!takes_name_as_is(base)) {
             base += VQ_PATH_SEPARATOR;
         }
         base += prefix != nullptr ? prefix : "vq";

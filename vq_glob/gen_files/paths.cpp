@@ -3,20 +3,12 @@
 // on the text alone; gf_extract_filename, gf_extract_file_extension,
 // gf_extract_file_no_extension and gf_extract_path first ask whether the name
 // is an existing directory, which changes what they produce.
-#include <cctype>
 #include <cstring>
 
 #include "gen_files/paths_common.h"
 
 namespace vq::gf::paths {
 namespace {
-
-#if defined(_WIN32)
-// A drive letter (by the C runtime's alphabetic test) and a colon.
-bool is_drive(const char *path) {
-    return std::isalpha(static_cast<unsigned char>(path[0])) != 0 && path[1] == ':';
-}
-#endif
 
 // The last separator among the first len bytes of path, or null.
 const char *last_sep_in(const char *path, size_t len, char separator) {
@@ -102,14 +94,7 @@ VQ_API int gf_is_full_path(const char *path) {
     if (path == nullptr) {
         return null_param("gf_is_full_path", "path");
     }
-#if defined(_WIN32)
-    if (is_drive(path) && path[2] == '\\') {
-        return 1;
-    }
-    return path[0] == '\\' && path[1] == '\\' ? 1 : 0;
-#else
-    return path[0] == '/' ? 1 : 0;
-#endif
+    return plat_path_is_full(path) ? 1 : 0;
 }
 
 VQ_API int gf_is_windows_filename_valid(const char *name) {
@@ -234,12 +219,8 @@ VQ_API int gf_extract_device_name(const char *path, char *out) {
     if (path == nullptr || out == nullptr) {
         return null_param("gf_extract_device_name", path == nullptr ? "path" : "out");
     }
-#if defined(_WIN32)
-    if (is_drive(path)) {
-        return put(out, path, 2);
-    }
-#endif
-    return put(out, path, remote_root_length(path));
+    size_t drive = plat_path_drive_length(path);
+    return put(out, path, drive > 0 ? drive : remote_root_length(path));
 }
 
 VQ_API int gf_extract_remote_filespec(const char *spec, char *out) {

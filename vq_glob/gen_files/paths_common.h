@@ -46,12 +46,6 @@ inline int no_memory(const char *function, int line) {
     return 0;
 }
 
-// The operating system's text for its last error; 0.
-inline int system_error() {
-    err_add_system_error(plat_last_error());
-    return 0;
-}
-
 // out becomes the len bytes at text and a terminator. The two may overlap:
 // results are often written over the path they come from.
 inline int put(char *out, const char *text, size_t len) {

@@ -2,7 +2,6 @@
 // full-path expansion and the comparison built on it, short names, creating
 // the directories of a path, and the conversion of names to and from the wide
 // form the OS calls take.
-#include <cctype>
 #include <climits>
 #include <cstdio>
 #include <cstdlib>
@@ -43,12 +42,7 @@ int query(const char *fn, const char *name, bool PlatFsStatus::*what) {
 // drive ("X:") or the "node" and "share" of a remote specification, neither
 // of which can be made.
 size_t creatable_start(const std::string &path) {
-    size_t i = 0;
-#if defined(_WIN32)
-    if (std::isalpha(static_cast<unsigned char>(path[0])) != 0 && path[1] == ':') {
-        i = 2;
-    }
-#endif
+    size_t i = plat_path_drive_length(path.c_str());
     if (i == 0 && path.size() > 2 && path[0] == kSep && path[1] == kSep && path[2] != kSep) {
         size_t node_end = path.find(kSep, 2);
         size_t share_end = node_end == std::string::npos ? node_end : path.find(kSep, node_end + 1);
@@ -67,10 +61,10 @@ bool ensure_dir(const std::string &name) {
         err_add_error(kErrFileInWay, name.c_str());
         return false;
     }
-    if (plat_fs_make_dir(name.c_str())) {
+    int32_t code = plat_fs_make_dir(name.c_str());
+    if (code == 0) {
         return true;
     }
-    int32_t code = plat_last_error();
     // Another process may have made it between the look and the attempt.
     if (plat_fs_is_exists_error(code) && plat_fs_status(name.c_str(), &status) && status.is_dir) {
         return true;
@@ -131,8 +125,7 @@ VQ_API int gf_expand_full_path(const char *path, char **buffer, int32_t *size) {
         return bad_value("gf_expand_full_path", 3);
     }
     std::string full;
-    if (!plat_fs_full_path(path, &full)) {
-        int32_t code = plat_last_error();
+    if (int32_t code = plat_fs_full_path(path, &full); code != 0) {
         err_add_system_error(code);
         err_add_error(kErrExpand, path);
         mark_thread(kErrExpand, code);
@@ -208,8 +201,8 @@ VQ_API int gf_get_short_path(const char *path, char *out, int32_t size) {
         return 0;
     }
     std::string short_path;
-    if (!plat_fs_short_path(path, &short_path)) {
-        system_error();
+    if (int32_t code = plat_fs_short_path(path, &short_path); code != 0) {
+        err_add_system_error(code);
         err_add_error(kErrGetInfo, path);
         return 0;
     }
@@ -261,21 +254,14 @@ VQ_API int gf_path_to_wpath(const char *path, wchar_t *out) {
         err_add_error(kErrLongName, path);
         return 0;
     }
-#if defined(_WIN32)
-    // The prefix takes the name past the MAX_PATH limit and past the name
-    // parsing of the Win32 layer; a UNC name drops its own two backslashes.
-    char prefixed[GF_MAX_PATH_LENGTH + 9];
-    if (len > 1 && path[0] == '\\' && path[1] == '\\') {
-        std::snprintf(prefixed, sizeof prefixed, "\\\\?\\UNC\\%s", path + 2);
-    } else {
-        std::snprintf(prefixed, sizeof prefixed, "\\\\?\\%s", path);
-    }
-    const char *text = prefixed;
-#else
-    const char *text = path;
-#endif
-    if (!plat_utf8_to_wide(text, out, GF_WPATH_SIZE)) {
-        return system_error();
+    // Formatted on the stack: the name and the longest prefix always fit.
+    size_t replaced = 0;
+    const char *prefix = plat_path_long_prefix(path, &replaced);
+    char prefixed[GF_MAX_PATH_LENGTH + 16];
+    std::snprintf(prefixed, sizeof prefixed, "%s%s", prefix, path + replaced);
+    if (int32_t code = plat_utf8_to_wide(prefixed, out, GF_WPATH_SIZE); code != 0) {
+        err_add_system_error(code);
+        return 0;
     }
     return 1;
 }
@@ -284,8 +270,7 @@ VQ_API int gf_wpath_to_path(const wchar_t *wpath, char *out) {
     if (wpath == nullptr || out == nullptr) {
         return null_param("gf_wpath_to_path", wpath == nullptr ? "wpath" : "out");
     }
-    if (!plat_wide_to_utf8(wpath, out, GF_PATH_SIZE)) {
-        int32_t code = plat_last_error();
+    if (int32_t code = plat_wide_to_utf8(wpath, out, GF_PATH_SIZE); code != 0) {
         err_add_system_error(code);
         char text[512];
         plat_system_error_text(code, text, sizeof text);

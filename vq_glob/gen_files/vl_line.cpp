@@ -34,18 +34,24 @@ using namespace vq::gf;
 extern "C" {
 
 VQ_API int gf_write_vl_line(FILE *stream, const char *line, uint16_t *length) {
-    if (stream == nullptr || length == nullptr || (line == nullptr && *length > 0)) {
+    if (stream == nullptr || length == nullptr || line == nullptr) {
         err_set_error(kErrNullArgument, "gf_write_vl_line");
         return 0;
     }
     uint16_t n = *length;
+    // The reader refuses an empty record, and every record behind it would be
+    // lost with it: such a record is never written.
+    if (n == 0) {
+        err_set_error(kErrBadParameter, "gf_write_vl_line", 3);
+        return 0;
+    }
     const unsigned char header[2] = {static_cast<unsigned char>(n >> 8),
                                      static_cast<unsigned char>(n & 0xFF)};
     errno = 0;
     if (std::fwrite(header, sizeof header, 1, stream) != 1) {
         return raise_stream_error(errno);
     }
-    if (n > 0 && std::fwrite(line, n, 1, stream) != 1) {
+    if (std::fwrite(line, n, 1, stream) != 1) {
         return raise_stream_error(errno);
     }
     return 1;

@@ -2,8 +2,9 @@
 //
 // Names are UTF-8. On Windows they reach the OS as long-path wide names
 // ("\\?\C:\..." or "\\?\UNC\node\...", made from the name's full path so that
-// relative names work too); on POSIX they go to the OS as given. Failures leave
-// the platform's error number for plat_last_error() (errno / GetLastError).
+// relative names work too); on POSIX they go to the OS as given. Operations
+// return 0 or the platform's error number (errno / GetLastError values), so
+// that callers never depend on errno or GetLastError surviving.
 #pragma once
 
 #include <cstddef>
@@ -19,36 +20,58 @@ struct PlatFsStatus {
     bool is_link = false;
 };
 
-// Fills *status for an existing name (stat/lstat, GetFileAttributesW). False
-// when the name does not exist or cannot be queried.
+// Fills *status for an existing name (stat/lstat, GetFileAttributesW). A
+// question rather than an operation: false when the name does not exist or
+// cannot be queried, with no reason given, since a name that cannot be
+// queried denotes nothing to its callers.
 bool plat_fs_status(const char *name, PlatFsStatus *status);
 
 // The process's current directory, UTF-8, without a trailing separator
-// (except for a root). False when it cannot be read.
-bool plat_fs_current_dir(std::string *out);
+// (except for a root).
+int32_t plat_fs_current_dir(std::string *out);
 
 // The absolute form of name with "." and ".." resolved by text alone, no link
 // followed, a trailing separator kept: GetFullPathNameW on Windows; on POSIX
 // the current directory joined with a relative name, then normalised, with
 // "//node/share" as the root of a remote name. An empty name is the current
 // directory.
-bool plat_fs_full_path(const char *name, std::string *out);
+int32_t plat_fs_full_path(const char *name, std::string *out);
 
 // Creates one directory whose parent exists (mode 0777 less the umask on
 // POSIX). plat_fs_is_exists_error tells a failure because the name exists.
-bool plat_fs_make_dir(const char *name);
+int32_t plat_fs_make_dir(const char *name);
 bool plat_fs_is_exists_error(int32_t code);
 
 // The short (8.3) form of an existing name (GetShortPathNameW); POSIX has no
 // short names and returns an existing name unchanged.
-bool plat_fs_short_path(const char *name, std::string *out);
+int32_t plat_fs_short_path(const char *name, std::string *out);
 
 // UTF-8 to the platform's wide characters (UTF-16 through code page 65001 on
 // Windows, UTF-32 in wchar_t on POSIX), terminator included, into at most
 // out_count wide characters. Invalid UTF-8 fails (ERROR_NO_UNICODE_TRANSLATION
 // / EILSEQ), as does a result that does not fit (ERROR_INSUFFICIENT_BUFFER /
 // ENAMETOOLONG); out then holds an empty text when out_count > 0.
-bool plat_utf8_to_wide(const char *text, wchar_t *out, size_t out_count);
+int32_t plat_utf8_to_wide(const char *text, wchar_t *out, size_t out_count);
 // The way back, into at most out_size bytes with the terminator. Unpaired
 // surrogates and values beyond U+10FFFF fail; so does a result that does not fit.
-bool plat_wide_to_utf8(const wchar_t *text, char *out, size_t out_size);
+int32_t plat_wide_to_utf8(const wchar_t *text, char *out, size_t out_size);
+
+// ---- Path rules ---------------------------------------------------------------
+//
+// Where the two systems spell names differently. The separator itself is the
+// public VQ_PATH_SEPARATOR ("\" on Windows, "/" on POSIX).
+
+// True for a character that ends a path element: "\" and "/" on Windows,
+// "/" on POSIX.
+bool plat_path_is_separator(char c);
+// Length of the drive at the start of name: 2 for a letter (by the C
+// runtime's alphabetic test) and a colon on Windows, else 0; always 0 on POSIX.
+size_t plat_path_drive_length(const char *name);
+// Whether name is a full path by its text: a drive, a colon and a backslash,
+// or two backslashes on Windows; a leading "/" on POSIX.
+bool plat_path_is_full(const char *name);
+// The text that puts name into the OS's long-path form and how many of the
+// name's leading characters it replaces: "\\?\UNC\" for two (a name
+// beginning with two backslashes) or "\\?\" for none on Windows; "" and
+// none on POSIX, whose names go to the OS as given.
+const char *plat_path_long_prefix(const char *name, size_t *replaced);

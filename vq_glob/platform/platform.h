@@ -8,6 +8,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
+#include <string>
 
 // ---- Thread-local storage -------------------------------------------------
 
@@ -72,9 +73,9 @@ bool plat_is_failure_error(int32_t code);
 enum class PlatEventType { success, information, warning, error };
 
 // Reports one text to the system event log (ReportEventA on Windows, syslog
-// on POSIX) under the given source name. False with plat_last_error() set
-// when the source cannot be registered or the report fails.
-bool plat_event_report(const char *source, PlatEventType type, uint32_t event_id, const char *text);
+// on POSIX) under the given source name. 0, or the system error number when
+// the source cannot be registered or the report fails.
+int32_t plat_event_report(const char *source, PlatEventType type, uint32_t event_id, const char *text);
 
 // ---- Process ---------------------------------------------------------------
 
@@ -84,10 +85,20 @@ uint32_t plat_process_id();
 // others only read. Returns the previous mask for plat_restore_file_mask.
 uint32_t plat_set_log_file_mask();
 void plat_restore_file_mask(uint32_t previous);
+// Opens a log file (UTF-8 name of any length) for appending in text mode.
+// 0 with *stream set, or the C runtime's error number with *stream null.
+int32_t plat_open_log_file(const char *name, std::FILE **stream);
 
 // Runs a command line through the system shell; its exit status, -1 if it
 // could not be started.
 int plat_run_shell(const char *command);
+
+// Whether the system has a shell command that lists a process's memory use
+// (ps on POSIX; Windows has none).
+bool plat_has_process_memory_command();
+// That command for process pid, appending its output to output_file, which
+// the caller has checked needs no shell quoting. Throws std::bad_alloc.
+std::string plat_process_memory_command(uint32_t pid, const std::string &output_file);
 
 // The system directory (GetSystemDirectory on Windows, "/etc" on POSIX),
 // NUL-terminated in buf; false when it cannot be read or does not fit.

@@ -2,6 +2,7 @@
 // on the file system, with the one separator of the platform.
 #include <cstring>
 
+#include "platform/platform.h"
 #include "strings/strings_state.h"
 
 namespace vq::strings {
@@ -66,14 +67,6 @@ int rank(char c) {
     return c == kSeparator ? 1 : static_cast<unsigned char>(c) + 2;
 }
 
-bool separates_elements(char c) {
-#if defined(_WIN32)
-    return c == '\\' || c == '/';
-#else
-    return c == kSeparator;
-#endif
-}
-
 }  // namespace
 }  // namespace vq::strings
 
@@ -116,7 +109,7 @@ VQ_API int str_relative_up_dir_included(const char *path) {
     }
     const char *element = path;
     for (const char *c = path;; ++c) {
-        if (*c == '\0' || separates_elements(*c)) {
+        if (*c == '\0' || plat_path_is_separator(*c)) {
             if (c - element == 2 && element[0] == '.' && element[1] == '.') {
                 return 1;
             }

@@ -168,12 +168,8 @@ void note(TrackerState &st, const char *format, ...) {  // NOLINT(cert-dcl50-cpp
 void time_text(char (&buf)[64]) {
     std::time_t now = std::time(nullptr);
     std::tm parts{};
-#ifdef _WIN32
-    bool ok = localtime_s(&parts, &now) == 0;
-#else
-    bool ok = localtime_r(&now, &parts) != nullptr;
-#endif
-    if (!ok || std::strftime(buf, sizeof(buf), "%d-%b-%Y %H:%M:%S", &parts) == 0) {
+    if (!plat_localtime(static_cast<int64_t>(now), &parts) ||
+        std::strftime(buf, sizeof(buf), "%d-%b-%Y %H:%M:%S", &parts) == 0) {
         std::snprintf(buf, sizeof(buf), "%lld", static_cast<long long>(now));
     }
 }
@@ -652,12 +648,8 @@ extern "C" VQ_API void sl_malloc_end(void) {
 }
 
 extern "C" VQ_API void sl_malloc_ps(const char *file, int32_t line) {
-#ifdef _WIN32
-    (void)file;
-    (void)line;
-#else
     TrackerState *st = active();
-    if (st == nullptr || st->file == nullptr) {
+    if (st == nullptr || st->file == nullptr || !plat_has_process_memory_command()) {
         return;
     }
     mem::note(*st, "PS - CALLED FROM : file %s line %d\n", mem::place_name(file), line);
@@ -666,16 +658,12 @@ extern "C" VQ_API void sl_malloc_ps(const char *file, int32_t line) {
         return;
     }
     try {
-        std::string command(st->file_name.size() + 64, '\0');
-        int length = std::snprintf(command.data(), command.size(), "ps axO rssize,vsize|grep %d >> %s",
-                                   static_cast<int>(plat_process_id()), st->file_name.c_str());
-        command.resize(static_cast<size_t>(length));
+        std::string command = plat_process_memory_command(plat_process_id(), st->file_name);
         mem::note(*st, "issuing: <%s>\n", command.c_str());
         plat_run_shell(command.c_str());
     } catch (...) {
         mem::note(*st, "ps not issued: out of memory\n");
     }
-#endif
 }
 
 // ---- blocks -----------------------------------------------------------------

@@ -7,6 +7,7 @@
 
 #include <cerrno>
 #include <cstdint>
+#include <cstdio>
 #include <cstring>
 #include <string>
 #include <string_view>
@@ -116,31 +117,30 @@ bool plat_fs_status(const char *name, PlatFsStatus *status) {
     return true;
 }
 
-bool plat_fs_current_dir(std::string *out) {
+int32_t plat_fs_current_dir(std::string *out) {
     try {
         std::vector<char> buffer(256);
         while (::getcwd(buffer.data(), buffer.size()) == nullptr) {
             if (errno != ERANGE) {
-                return false;
+                return errno;
             }
             buffer.resize(buffer.size() * 2);
         }
         out->assign(buffer.data());
-        return true;
+        return 0;
     } catch (...) {
-        errno = ENOMEM;
-        return false;
+        return ENOMEM;
     }
 }
 
-bool plat_fs_full_path(const char *name, std::string *out) {
+int32_t plat_fs_full_path(const char *name, std::string *out) {
     try {
         std::string absolute;
         if (name[0] == '/') {
             absolute = name;
         } else {
-            if (!plat_fs_current_dir(&absolute)) {
-                return false;
+            if (int32_t error = plat_fs_current_dir(&absolute); error != 0) {
+                return error;
             }
             if (absolute.empty() || absolute.back() != '/') {
                 absolute += '/';
@@ -175,36 +175,33 @@ bool plat_fs_full_path(const char *name, std::string *out) {
             result += '/';
         }
         *out = std::move(result);
-        return true;
+        return 0;
     } catch (...) {
-        errno = ENOMEM;
-        return false;
+        return ENOMEM;
     }
 }
 
-bool plat_fs_make_dir(const char *name) { return ::mkdir(name, 0777) == 0; }
+int32_t plat_fs_make_dir(const char *name) { return ::mkdir(name, 0777) == 0 ? 0 : errno; }
 
 bool plat_fs_is_exists_error(int32_t code) { return code == EEXIST; }
 
-bool plat_fs_short_path(const char *name, std::string *out) {
+int32_t plat_fs_short_path(const char *name, std::string *out) {
     // No short names here; the name must still exist, as on Windows.
     struct stat own {};
     if (::lstat(name, &own) != 0) {
-        return false;
+        return errno;
     }
     try {
         out->assign(name);
-        return true;
+        return 0;
     } catch (...) {
-        errno = ENOMEM;
-        return false;
+        return ENOMEM;
     }
 }
 
-bool plat_utf8_to_wide(const char *text, wchar_t *out, size_t out_count) {
+int32_t plat_utf8_to_wide(const char *text, wchar_t *out, size_t out_count) {
     if (out_count == 0) {
-        errno = ENAMETOOLONG;
-        return false;
+        return ENAMETOOLONG;
     }
     const auto *bytes = reinterpret_cast<const unsigned char *>(text);
     size_t n = 0;
@@ -212,24 +209,21 @@ bool plat_utf8_to_wide(const char *text, wchar_t *out, size_t out_count) {
         uint32_t value = 0;
         if (!decode_utf8(bytes, i, value)) {
             out[0] = L'\0';
-            errno = EILSEQ;
-            return false;
+            return EILSEQ;
         }
         if (n + 1 >= out_count) {
             out[0] = L'\0';
-            errno = ENAMETOOLONG;
-            return false;
+            return ENAMETOOLONG;
         }
         out[n++] = static_cast<wchar_t>(value);
     }
     out[n] = L'\0';
-    return true;
+    return 0;
 }
 
-bool plat_wide_to_utf8(const wchar_t *text, char *out, size_t out_size) {
+int32_t plat_wide_to_utf8(const wchar_t *text, char *out, size_t out_size) {
     if (out_size == 0) {
-        errno = ENAMETOOLONG;
-        return false;
+        return ENAMETOOLONG;
     }
     size_t n = 0;
     for (; *text != L'\0'; ++text) {
@@ -237,15 +231,31 @@ bool plat_wide_to_utf8(const wchar_t *text, char *out, size_t out_size) {
         auto value = static_cast<uint32_t>(static_cast<std::make_unsigned_t<wchar_t>>(*text));
         if (value > 0x10FFFF || (value >= 0xD800 && value <= 0xDFFF)) {
             out[0] = '\0';
-            errno = EILSEQ;
-            return false;
+            return EILSEQ;
         }
         if (!encode_utf8(value, out, out_size, n)) {
             out[0] = '\0';
-            errno = ENAMETOOLONG;
-            return false;
+            return ENAMETOOLONG;
         }
     }
     out[n] = '\0';
-    return true;
+    return 0;
+}
+
+// ---- Path rules: one separator, no drives, no long-path form ----------------
+
+bool plat_path_is_separator(char c) { return c == '/'; }
+
+size_t plat_path_drive_length(const char * /*name*/) { return 0; }
+
+bool plat_path_is_full(const char *name) { return name[0] == '/'; }
+
+const char *plat_path_long_prefix(const char * /*name*/, size_t *replaced) {
+    *replaced = 0;
+    return "";
+}
+
+int32_t plat_open_log_file(const char *name, std::FILE **stream) {
+    *stream = std::fopen(name, "a");
+    return *stream != nullptr ? 0 : errno;
 }

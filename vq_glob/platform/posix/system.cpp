@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <string>
 
 int32_t plat_last_error() { return errno; }
 
@@ -46,7 +47,7 @@ bool plat_is_failure_error(int32_t code) {
     return code != 0 && code != EAGAIN && code != EWOULDBLOCK && code != EINPROGRESS && code != EINTR;
 }
 
-bool plat_event_report(const char *source, PlatEventType type, uint32_t event_id, const char *text) {
+int32_t plat_event_report(const char *source, PlatEventType type, uint32_t event_id, const char *text) {
     int priority = LOG_INFO;
     switch (type) {
     case PlatEventType::success:
@@ -58,7 +59,7 @@ bool plat_event_report(const char *source, PlatEventType type, uint32_t event_id
     openlog(source, LOG_PID | LOG_NDELAY, LOG_USER);
     syslog(priority, "[%u] %s", static_cast<unsigned>(event_id), text != nullptr ? text : "");
     closelog();
-    return true;
+    return 0;  // syslog reports no failure
 }
 
 uint32_t plat_process_id() { return static_cast<uint32_t>(getpid()); }
@@ -73,6 +74,12 @@ int plat_run_shell(const char *command) {
         return -1;
     }
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+bool plat_has_process_memory_command() { return true; }
+
+std::string plat_process_memory_command(uint32_t pid, const std::string &output_file) {
+    return "ps axO rssize,vsize|grep " + std::to_string(static_cast<int>(pid)) + " >> " + output_file;
 }
 
 bool plat_system_directory(char *buf, size_t size) {

@@ -9,10 +9,11 @@
 // conversions themselves.
 #include "platform/platform.h"
 
+#include "platform/common/time_range.h"
+
 #include <pthread.h>
 
 #include <ctime>
-#include <limits>
 
 namespace {
 
@@ -26,27 +27,22 @@ public:
     ZoneLock &operator=(const ZoneLock &) = delete;
 };
 
-bool fits_time_t(int64_t seconds) {
-    return seconds >= std::numeric_limits<std::time_t>::min() &&
-           seconds <= std::numeric_limits<std::time_t>::max();
-}
-
 }  // namespace
 
 bool plat_localtime(int64_t seconds, struct tm *out) {
-    if (out == nullptr || !fits_time_t(seconds)) {
+    std::time_t value = 0;
+    if (out == nullptr || !plat_common::to_time_t(seconds, &value)) {
         return false;
     }
-    auto value = static_cast<std::time_t>(seconds);
     ZoneLock lock;
     return localtime_r(&value, out) != nullptr;
 }
 
 bool plat_gmtime(int64_t seconds, struct tm *out) {
-    if (out == nullptr || !fits_time_t(seconds)) {
+    std::time_t value = 0;
+    if (out == nullptr || !plat_common::to_time_t(seconds, &value)) {
         return false;
     }
-    auto value = static_cast<std::time_t>(seconds);
     ZoneLock lock;
     return gmtime_r(&value, out) != nullptr;
 }

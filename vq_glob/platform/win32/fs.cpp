@@ -6,7 +6,10 @@
 
 #include <windows.h>
 
+#include <cerrno>
+#include <cctype>
 #include <climits>
+#include <cstdio>
 #include <string>
 #include <string_view>
 
@@ -99,10 +102,8 @@ std::wstring strip_long_prefix(const std::wstring &name) {
     return name;
 }
 
-bool out_of_memory() {
-    SetLastError(ERROR_NOT_ENOUGH_MEMORY);
-    return false;
-}
+// The error number of the call that just failed.
+int32_t last_error() { return static_cast<int32_t>(GetLastError()); }
 
 }  // namespace
 
@@ -124,47 +125,47 @@ bool plat_fs_status(const char *name, PlatFsStatus *status) {
         status->is_link = (attributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0;
         return true;
     } catch (...) {
-        return out_of_memory();
+        return false;
     }
 }
 
-bool plat_fs_current_dir(std::string *out) {
+int32_t plat_fs_current_dir(std::string *out) {
     try {
         DWORD needed = GetCurrentDirectoryW(0, nullptr);
         if (needed == 0) {
-            return false;
+            return last_error();
         }
         std::wstring wide(needed, L'\0');
         DWORD written = GetCurrentDirectoryW(needed, wide.data());
-        if (written == 0 || written >= needed) {
-            if (written != 0) {
-                SetLastError(ERROR_INSUFFICIENT_BUFFER);
-            }
-            return false;
+        if (written == 0) {
+            return last_error();
+        }
+        if (written >= needed) {
+            return ERROR_INSUFFICIENT_BUFFER;  // the current directory changed between the calls
         }
         wide.resize(written);
-        return to_utf8(wide.c_str(), out);
+        return to_utf8(wide.c_str(), out) ? 0 : last_error();
     } catch (...) {
-        return out_of_memory();
+        return ERROR_NOT_ENOUGH_MEMORY;
     }
 }
 
-bool plat_fs_full_path(const char *name, std::string *out) {
+int32_t plat_fs_full_path(const char *name, std::string *out) {
     try {
         std::wstring wide;
         std::wstring full;
-        return to_wide(name, &wide) && full_wide(wide, &full) && to_utf8(full.c_str(), out);
+        return to_wide(name, &wide) && full_wide(wide, &full) && to_utf8(full.c_str(), out) ? 0 : last_error();
     } catch (...) {
-        return out_of_memory();
+        return ERROR_NOT_ENOUGH_MEMORY;
     }
 }
 
-bool plat_fs_make_dir(const char *name) {
+int32_t plat_fs_make_dir(const char *name) {
     try {
         std::wstring wide;
-        return long_name(name, &wide) && CreateDirectoryW(wide.c_str(), nullptr) != 0;
+        return long_name(name, &wide) && CreateDirectoryW(wide.c_str(), nullptr) != 0 ? 0 : last_error();
     } catch (...) {
-        return out_of_memory();
+        return ERROR_NOT_ENOUGH_MEMORY;
     }
 }
 
@@ -172,61 +173,103 @@ bool plat_fs_is_exists_error(int32_t code) {
     return code == ERROR_ALREADY_EXISTS || code == ERROR_FILE_EXISTS;
 }
 
-bool plat_fs_short_path(const char *name, std::string *out) {
+int32_t plat_fs_short_path(const char *name, std::string *out) {
     try {
         // Short names keep a relative name relative; only names too long for
         // the plain call take the long-path form.
         std::wstring wide;
         if (!to_wide(name, &wide)) {
-            return false;
+            return last_error();
         }
         bool long_form = wide.size() >= MAX_PATH;
         if (long_form && !long_name(name, &wide)) {
-            return false;
+            return last_error();
         }
         DWORD needed = GetShortPathNameW(wide.c_str(), nullptr, 0);
         if (needed == 0) {
-            return false;
+            return last_error();
         }
         std::wstring result(needed, L'\0');
         DWORD written = GetShortPathNameW(wide.c_str(), result.data(), needed);
-        if (written == 0 || written >= needed) {
-            if (written != 0) {
-                SetLastError(ERROR_INSUFFICIENT_BUFFER);
-            }
-            return false;
+        if (written == 0) {
+            return last_error();
+        }
+        if (written >= needed) {
+            return ERROR_INSUFFICIENT_BUFFER;
         }
         result.resize(written);
         if (long_form) {
             result = strip_long_prefix(result);
         }
-        return to_utf8(result.c_str(), out);
+        return to_utf8(result.c_str(), out) ? 0 : last_error();
     } catch (...) {
-        return out_of_memory();
+        return ERROR_NOT_ENOUGH_MEMORY;
     }
 }
 
-bool plat_utf8_to_wide(const char *text, wchar_t *out, size_t out_count) {
+int32_t plat_utf8_to_wide(const char *text, wchar_t *out, size_t out_count) {
     if (out_count == 0) {
-        SetLastError(ERROR_INSUFFICIENT_BUFFER);
-        return false;
+        return ERROR_INSUFFICIENT_BUFFER;
     }
     if (MultiByteToWideChar(CP_UTF8, MB_ERR_INVALID_CHARS, text, -1, out, clamp_count(out_count)) == 0) {
-        out[0] = L'\0';  // leaves the last error as the call set it
-        return false;
+        int32_t error = last_error();
+        out[0] = L'\0';
+        return error;
     }
-    return true;
+    return 0;
 }
 
-bool plat_wide_to_utf8(const wchar_t *text, char *out, size_t out_size) {
+int32_t plat_wide_to_utf8(const wchar_t *text, char *out, size_t out_size) {
     if (out_size == 0) {
-        SetLastError(ERROR_INSUFFICIENT_BUFFER);
-        return false;
+        return ERROR_INSUFFICIENT_BUFFER;
     }
     if (WideCharToMultiByte(CP_UTF8, WC_ERR_INVALID_CHARS, text, -1, out, clamp_count(out_size), nullptr,
                             nullptr) == 0) {
+        int32_t error = last_error();
         out[0] = '\0';
-        return false;
+        return error;
     }
-    return true;
+    return 0;
+}
+
+// ---- Path rules: drives, two separators, the long-path prefixes -----------------
+
+bool plat_path_is_separator(char c) { return c == '\\' || c == '/'; }
+
+size_t plat_path_drive_length(const char *name) {
+    return std::isalpha(static_cast<unsigned char>(name[0])) != 0 && name[1] == ':' ? 2 : 0;
+}
+
+bool plat_path_is_full(const char *name) {
+    if (plat_path_drive_length(name) == 2 && name[2] == '\\') {
+        return true;
+    }
+    return name[0] == '\\' && name[1] == '\\';
+}
+
+const char *plat_path_long_prefix(const char *name, size_t *replaced) {
+    // The prefix takes the name past the MAX_PATH limit and past the name
+    // parsing of the Win32 layer; a UNC name drops its own two backslashes.
+    if (name[0] == '\\' && name[1] == '\\') {
+        *replaced = 2;
+        return "\\\\?\\UNC\\";
+    }
+    *replaced = 0;
+    return "\\\\?\\";
+}
+
+int32_t plat_open_log_file(const char *name, std::FILE **stream) {
+    *stream = nullptr;
+    try {
+        // The long-path form, so that the log name may pass MAX_PATH as every
+        // other name of the library may.
+        std::wstring wide;
+        if (!long_name(name, &wide)) {
+            return GetLastError() == ERROR_NO_UNICODE_TRANSLATION ? EILSEQ : EINVAL;
+        }
+        *stream = _wfopen(wide.c_str(), L"a");
+        return *stream != nullptr ? 0 : errno;
+    } catch (...) {
+        return ENOMEM;
+    }
 }

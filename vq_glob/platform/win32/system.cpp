@@ -11,6 +11,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <string>
 
 int32_t plat_last_error() { return static_cast<int32_t>(GetLastError()); }
 
@@ -50,10 +51,10 @@ bool plat_is_failure_error(int32_t code) {
            code != ERROR_IO_PENDING && code != WSAEWOULDBLOCK;
 }
 
-bool plat_event_report(const char *source, PlatEventType type, uint32_t event_id, const char *text) {
+int32_t plat_event_report(const char *source, PlatEventType type, uint32_t event_id, const char *text) {
     HANDLE handle = RegisterEventSourceA(nullptr, source);
     if (handle == nullptr) {
-        return false;
+        return static_cast<int32_t>(GetLastError());
     }
     WORD event_type = EVENTLOG_INFORMATION_TYPE;
     switch (type) {
@@ -64,13 +65,10 @@ bool plat_event_report(const char *source, PlatEventType type, uint32_t event_id
     }
     const char *strings[1] = {text != nullptr ? text : ""};
     BOOL ok = ReportEventA(handle, event_type, 0, event_id, nullptr, 1, 0, strings, nullptr);
-    DWORD report_error = GetLastError();
+    // Taken before DeregisterEventSource can overwrite it.
+    DWORD report_error = ok ? ERROR_SUCCESS : GetLastError();
     DeregisterEventSource(handle);
-    if (!ok) {
-        SetLastError(report_error);
-        return false;
-    }
-    return true;
+    return static_cast<int32_t>(report_error);
 }
 
 uint32_t plat_process_id() { return static_cast<uint32_t>(GetCurrentProcessId()); }
@@ -80,6 +78,11 @@ uint32_t plat_set_log_file_mask() { return static_cast<uint32_t>(_umask(0)); }
 void plat_restore_file_mask(uint32_t previous) { _umask(static_cast<int>(previous)); }
 
 int plat_run_shell(const char *command) { return std::system(command); }
+
+// No ps here: the memory figures of a process are not a shell command away.
+bool plat_has_process_memory_command() { return false; }
+
+std::string plat_process_memory_command(uint32_t /*pid*/, const std::string & /*output_file*/) { return {}; }
 
 bool plat_system_directory(char *buf, size_t size) {
     if (buf == nullptr || size == 0) {

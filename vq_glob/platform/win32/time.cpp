@@ -4,31 +4,23 @@
 // its own, so nothing is serialised here.
 #include "platform/platform.h"
 
+#include "platform/common/time_range.h"
+
 #include <ctime>
-#include <limits>
-
-namespace {
-
-bool fits_time_t(int64_t seconds) {
-    return seconds >= std::numeric_limits<std::time_t>::min() &&
-           seconds <= std::numeric_limits<std::time_t>::max();
-}
-
-}  // namespace
 
 bool plat_localtime(int64_t seconds, struct tm *out) {
-    if (out == nullptr || !fits_time_t(seconds)) {
+    std::time_t value = 0;
+    if (out == nullptr || !plat_common::to_time_t(seconds, &value)) {
         return false;
     }
-    auto value = static_cast<std::time_t>(seconds);
     return localtime_s(out, &value) == 0;
 }
 
 bool plat_gmtime(int64_t seconds, struct tm *out) {
-    if (out == nullptr || !fits_time_t(seconds)) {
+    std::time_t value = 0;
+    if (out == nullptr || !plat_common::to_time_t(seconds, &value)) {
         return false;
     }
-    auto value = static_cast<std::time_t>(seconds);
     return gmtime_s(out, &value) == 0;
 }
 
