@@ -1,8 +1,9 @@
 // Fuzzes the command-line parser with random lines against a table with
 // every kind of item. The first byte chooses the settings (switch character,
-// separator, unescape, mode); the rest is the line, in which "@@" names a
+// separator, unescape, mode, and whether the rest is a line or an argument
+// vector split at 0x01 bytes); the rest is the line, in which "@@" names a
 // fixed files list. After a successful parse the canonical line must parse
-// again to the same canonical line, and the cache must serve the line back;
+// again to the same canonical line, and the cache must serve a line back;
 // after a failure the stack must hold the parse's code and no result.
 #include <cstddef>
 #include <cstdint>
@@ -10,6 +11,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <string>
+#include <vector>
 
 #include "vq_glob/cli.h"
 #include "vq_glob/err.h"
@@ -111,6 +113,26 @@ void read_everything() {
     }
 }
 
+// Parses the line's pieces between 0x01 bytes as the arguments after a
+// program's name.
+int parse_as_argv(const std::string &line) {
+    std::vector<std::string> args{"prog"};
+    size_t start = 0;
+    for (;;) {
+        size_t end = line.find('\x01', start);
+        args.push_back(line.substr(start, end == std::string::npos ? std::string::npos : end - start));
+        if (end == std::string::npos) {
+            break;
+        }
+        start = end + 1;
+    }
+    std::vector<const char *> argv;
+    for (const std::string &a : args) {
+        argv.push_back(a.c_str());
+    }
+    return cli_dcl_parse_argv(static_cast<int>(argv.size()), argv.data());
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
@@ -128,7 +150,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     cli_set_parse_mode((settings & 8) != 0 ? CLI_MODE_NO_COMMAND : CLI_MODE_COMMAND);
     cc_set_command_table_cache("fuzz", 3);
 
-    if (cc_dcl_parse(line.c_str()) == 0) {
+    bool argv_form = (settings & 16) != 0;
+    if ((argv_form ? parse_as_argv(line) : cc_dcl_parse(line.c_str())) == 0) {
         uint32_t code = cli_get_err_code();
         if (code == 0x1101 || err_get_error_code(0) != code || cli_get_current_res() != nullptr) {
             std::abort();
@@ -137,7 +160,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
         return 0;
     }
     const void *first = cli_get_current_res();
-    if (cc_dcl_parse(line.c_str()) != 1 || cli_get_current_res() != first) {
+    if (!argv_form && (cc_dcl_parse(line.c_str()) != 1 || cli_get_current_res() != first)) {
         std::abort();  // the same line again must come from the cache
     }
     read_everything();
