@@ -208,9 +208,6 @@ std::string xmllint_errors(const std::string &file) {
 #endif
 
 TEST_F(ConfXml, ControlsBadUtf8AndNonCharactersNeverReachTheDocument) {
-#if defined(_WIN32)
-    GTEST_SKIP() << "the written XML is checked with xmllint, which the Windows test runs do not have";
-#else
     ASSERT_EQ(conf_set_use_write_to_XML(h_, 1), 1);
     ASSERT_EQ(conf_set_write_XML_header(h_, 1), 1);
     // (A buffer read ends at a byte 0xFF, so none stands in the text.)
@@ -234,7 +231,6 @@ TEST_F(ConfXml, ControlsBadUtf8AndNonCharactersNeverReachTheDocument) {
     ASSERT_EQ(conf_set_string_field(h_, "sec\x02tion", "Lf", "one\ntwo"), 1) << err_get_error_msg();
     std::string file = path("hostile.xml");
     ASSERT_EQ(conf_write(h_, file.c_str()), 1) << err_get_error_msg();
-    EXPECT_WELL_FORMED(file);
 
     std::string out = written(h_);
     for (const char *expected : {
@@ -264,6 +260,11 @@ TEST_F(ConfXml, ControlsBadUtf8AndNonCharactersNeverReachTheDocument) {
     }
     // The name that needed no repair has no comment before it.
     EXPECT_EQ(out.find("[\xc3\xa9t\xc3\xa9]"), std::string::npos) << out;
+
+#if defined(_WIN32)
+    GTEST_SKIP() << "the written file is parsed with xmllint, which the Windows test runs do not have";
+#else
+    EXPECT_WELL_FORMED(file);
 #endif
 }
 

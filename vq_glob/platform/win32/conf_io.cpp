@@ -59,22 +59,32 @@ int32_t plat_conf_replace_file(const char *source, const char *target) {
 
 namespace {
 
-// Whether the file system took no allocation request at all (FAT, some
-// network redirectors), as opposed to having no room.
+// Whether the system took no allocation request at all (FAT, some network
+// redirectors, Wine), as opposed to having no room.
 bool allocation_unsupported(DWORD error) {
-    return error == ERROR_INVALID_PARAMETER || error == ERROR_NOT_SUPPORTED || error == ERROR_INVALID_FUNCTION;
+    return error == ERROR_INVALID_PARAMETER || error == ERROR_NOT_SUPPORTED || error == ERROR_INVALID_FUNCTION ||
+           error == ERROR_CALL_NOT_IMPLEMENTED;
 }
 
 // Lengthens the file to size bytes: the file system must find the clusters
 // at once, and fails with ERROR_DISK_FULL when it cannot, leaving the length
-// as it was.
+// as it was. The file pointer, which the C runtime's writes use, is put back.
 int32_t extend_end_of_file(HANDLE file, int64_t size) {
-    FILE_END_OF_FILE_INFO end{};
-    end.EndOfFile.QuadPart = size;
-    if (!SetFileInformationByHandle(file, FileEndOfFileInfo, &end, sizeof end)) {
+    LARGE_INTEGER none{};
+    LARGE_INTEGER was{};
+    if (!SetFilePointerEx(file, none, &was, FILE_CURRENT)) {
         return static_cast<int32_t>(GetLastError());
     }
-    return 0;
+    LARGE_INTEGER end{};
+    end.QuadPart = size;
+    DWORD error = 0;
+    if (!SetFilePointerEx(file, end, nullptr, FILE_BEGIN) || !SetEndOfFile(file)) {
+        error = GetLastError();
+    }
+    if (!SetFilePointerEx(file, was, nullptr, FILE_BEGIN) && error == 0) {
+        error = GetLastError();
+    }
+    return static_cast<int32_t>(error);
 }
 
 }  // namespace
