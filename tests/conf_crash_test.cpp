@@ -145,6 +145,8 @@ protected:
     // its stops-th call that changes files (the call is not made), or lets
     // it finish when it makes fewer. Signals are passed on to the child.
     void write_killed_at(Config &next, int stops, Ending *ending) {
+        // Nothing buffered for the child to write out again when it exits.
+        std::fflush(nullptr);
         pid_t child = ::fork();
         ASSERT_GE(child, 0);
         if (child == 0) {
