@@ -1,12 +1,13 @@
 // Raising the errors that every module shares: a bad parameter (0x100E), no
 // memory (0x1001) and a system error (0x203 with the system's own text).
 //
-// Every raise says whether it starts a fresh report or adds to one:
-//  - Report::fresh clears the calling thread's error stack first. An exported
-//    function uses it when it fails on its own account before calling
-//    anything that could have left lines (a null argument at the entry).
-//  - Report::add pushes on top of what is there, so that the lines a callee
-//    left explain the failure underneath the caller's own line.
+// Every raise says whether it starts a fresh report or adds to one, as the
+// calling module's functions have always behaved:
+//  - Report::fresh clears the calling thread's error stack first, so the
+//    failure is reported alone (the configuration and command-line modules
+//    do this for a bad argument at their entry points);
+//  - Report::add pushes on top of what is there, so that lines a callee left
+//    stay underneath the caller's own line (the other modules).
 // Each returns 0, the failure status, so that `return VQ_PARAMS(...)` reads
 // as the failure it is. The macros name the function from __func__: call
 // them in the exported function itself, or pass the name to the functions.
