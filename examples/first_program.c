@@ -1,4 +1,4 @@
-/* Prints one field of a configuration file:  first_program "FILE -field=NAME [-section=NAME]" */
+/* Prints one field of a configuration file:  first_program FILE -field=NAME [-section=NAME] */
 #include <stdio.h>
 #include <vq_glob.h>
 
@@ -13,7 +13,7 @@ int main(int argc, char **argv) {
     void *conf = NULL;
     char *file, *section, *field, *value = NULL;
     int ok = cli_set_parse_mode(CLI_MODE_NO_COMMAND) && cli_set_command_table(kCommands) &&
-             cli_dcl_parse(argc > 1 ? argv[1] : "") && cli_get_value("FILE", 'P', &file) &&
+             cli_dcl_parse_argv(argc, (const char *const *)argv) && cli_get_value("FILE", 'P', &file) &&
              cli_get_value("SECTION", 'Q', &section) && cli_get_value("FIELD", 'Q', &field) &&
              conf_allocate_handle(&conf) && conf_read_file_to_handle(conf, file) &&
              conf_get_string_field(conf, section, field, &value);

@@ -82,9 +82,9 @@ cc "$consumer/main.c" -o "$consumer/pc_static" \
 
 # The first program: a field read, and a failure shown as the error stack.
 printf '[Settings]\nRetries=5\n[Network]\nPort=1200\n' >"$work/first.cfg"
-out=$("$consumer/build/first_program" "$work/first.cfg -field=Port -section=Network")
+out=$("$consumer/build/first_program" "$work/first.cfg" -field=Port -section=Network)
 [ "$out" = 1200 ] || fail "first program printed '$out', not 1200"
-if out=$("$consumer/build/first_program" "$work/missing.cfg -field=Retries" 2>&1); then
+if out=$("$consumer/build/first_program" "$work/missing.cfg" -field=Retries 2>&1); then
     fail "first program succeeded on a missing file"
 fi
 case "$out" in
