@@ -9,7 +9,7 @@ namespace vq::strings {
 namespace {
 
 bool same_char(char a, char b, bool case_sensitive) {
-    return case_sensitive ? a == b : ascii_upper(a) == ascii_upper(b);
+    return case_sensitive ? a == b : ascii::to_upper(a) == ascii::to_upper(b);
 }
 
 // Where path stands relative to dir.
@@ -45,7 +45,7 @@ Relation relation(const char *dir, const char *path, bool case_sensitive) {
 
 int sub_dir(const char *fn, const char *dir, const char *path, int32_t case_sensitive, int32_t equal_counts) {
     if (dir == nullptr || path == nullptr) {
-        return bad_param(fn, dir == nullptr ? "dir" : "path");
+        return raise::params(raise::Report::add, fn, dir == nullptr ? "dir" : "path");
     }
     switch (relation(dir, path, case_sensitive != 0)) {
         case Relation::below:
@@ -87,7 +87,7 @@ VQ_API int str_is_sub_dir_with_case_sensitive_and_equal_option(const char *dir, 
 
 VQ_API int32_t str_file_name_iterative_strcmp(const char *name1, const char *name2) {
     if (name1 == nullptr || name2 == nullptr) {
-        bad_param("str_file_name_iterative_strcmp", name1 == nullptr ? "name1" : "name2");
+        VQ_PARAMS(vq::raise::Report::add, name1 == nullptr ? "name1" : "name2");
         name1 = name1 != nullptr ? name1 : "";
         name2 = name2 != nullptr ? name2 : "";
     }
@@ -105,7 +105,7 @@ VQ_API int32_t str_file_name_iterative_strcmp(const char *name1, const char *nam
 
 VQ_API int str_relative_up_dir_included(const char *path) {
     if (path == nullptr) {
-        return bad_param("str_relative_up_dir_included", "path");
+        return VQ_PARAMS(vq::raise::Report::add, "path");
     }
     const char *element = path;
     for (const char *c = path;; ++c) {
@@ -123,7 +123,7 @@ VQ_API int str_relative_up_dir_included(const char *path) {
 
 VQ_API int str_unix_to_native(char *path) {
     if (path == nullptr) {
-        return bad_param("str_unix_to_native", "path");
+        return VQ_PARAMS(vq::raise::Report::add, "path");
     }
     for (; *path != '\0'; ++path) {
         if (*path == '/') {

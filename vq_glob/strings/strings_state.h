@@ -51,12 +51,7 @@ using StringsFrame = frame::ModuleFrame<StringsRecord, frame::kSlotStrings>;
 using TimeFrameFrame = frame::ModuleFrame<TimeFrameRecord, frame::kSlotTimeFrames>;
 
 // The sources of this module raise parameter and memory errors through
-// internal/raise.h and read characters with internal/ascii.h. The two names
-// below stay only for the path routines, which still call them.
-inline int bad_param(const char *function, const char *argument) {
-    return raise::params(raise::Report::add, function, argument);
-}
-inline char ascii_upper(char c) { return ascii::to_upper(c); }
+// internal/raise.h and read characters with internal/ascii.h.
 
 // Line ends count as blanks when a text is trimmed or tested for emptiness.
 inline bool is_trimmed(char c) { return ascii::is_blank(c) || c == '\r' || c == '\n'; }
