@@ -36,9 +36,9 @@ std::string read_file(const std::string &path) {
 TEST_F(ErrorStack, CodedEntriesFormatAsFacilitySeverityIdentText) {
     err_set_error(ERR_GEN_MEMORY, "conf_read", "vq_config", 120);
     EXPECT_STREQ(err_get_error_msg(), "GEN-F-MEMORY, out of memory (conf_read at vq_config-120)");
-    EXPECT_EQ(err_get_error_code(0), 0x1001u);
+    EXPECT_EQ(err_get_error_code(0), ERR_GEN_MEMORY);
     EXPECT_EQ(err_get_error_severity(0), 4u);
-    EXPECT_EQ(err_get_error_facility(0), 0x1000u);
+    EXPECT_EQ(err_get_error_facility(0), ERR_FAC_GEN);
     EXPECT_STREQ(err_get_error_text(0), "out of memory (conf_read at vq_config-120)");
 
     // Rows of other facilities, found through the guessed index or the scan.
@@ -213,7 +213,7 @@ TEST_F(ErrorStack, TextBeforeStackPrintsAfterTheOldDescription) {
 }
 
 TEST_F(ErrorStack, FacilityRenamesArePerThreadAndBounded) {
-    err_change_facility(0x1000, "REPL");
+    err_change_facility(ERR_FAC_GEN, "REPL");
     err_set_error(ERR_GEN_GENERAL, "x");
     EXPECT_STREQ(err_get_error_msg(), "REPL-E-GENERAL, x");
     std::string other;
@@ -226,16 +226,16 @@ TEST_F(ErrorStack, FacilityRenamesArePerThreadAndBounded) {
 
     // After a hundred renames further ones are ignored.
     for (int i = 0; i < 100; ++i) {
-        err_change_facility(0x1e00, "NETX");
+        err_change_facility(ERR_FAC_NET, "NETX");
     }
-    err_change_facility(0x1f00, "IGNORED");
-    err_set_error(0x1f01, "f");
+    err_change_facility(ERR_FAC_REG, "IGNORED");
+    err_set_error(ERR_REG_OPEN, "f");
     EXPECT_STREQ(err_get_error_msg(), "REG-E-OPEN, error opening registry file <f>");
-    err_change_facility(0x1000, nullptr);
+    err_change_facility(ERR_FAC_GEN, nullptr);
     // A long name prints whole.
     std::string long_name(120, 'L');
     err_shutdown();
-    err_change_facility(0x1000, long_name.c_str());
+    err_change_facility(ERR_FAC_GEN, long_name.c_str());
     err_set_error(ERR_GEN_GENERAL, "x");
     EXPECT_EQ(err_get_error_msg(), long_name + "-E-GENERAL, x");
     err_shutdown();  // renames go with the stack
@@ -255,11 +255,11 @@ TEST_F(ErrorStack, StacksAreIndependentPerThread) {
     err_set_error(ERR_GEN_PARAMS, "main", "x");
     std::string a, b;
     std::thread ta(worker, ERR_GEN_GENERAL, 3, &a);
-    std::thread tb(worker, 0x1e01u, 5, &b);
+    std::thread tb(worker, ERR_NET_BADPTR, 5, &b);
     ta.join();
     tb.join();
     EXPECT_EQ(a, "3:" + std::to_string(ERR_GEN_GENERAL));
-    EXPECT_EQ(b, "5:" + std::to_string(0x1e01));
+    EXPECT_EQ(b, "5:" + std::to_string(ERR_NET_BADPTR));
     EXPECT_EQ(err_get_stack_depth(), 1);
     EXPECT_EQ(err_get_error_code(0), ERR_GEN_PARAMS);
 }
@@ -269,10 +269,10 @@ TEST_F(ErrorStack, StackTravelsBetweenThreadsAsRawEntries) {
     std::string description;
     std::thread([&] {
         err_set_log_interactive(0);
-        err_change_facility(0x1000, "SENDER");  // names are printed, not carried
+        err_change_facility(ERR_FAC_GEN, "SENDER");  // names are printed, not carried
         err_set_error(ERR_GEN_MEMORY, "f", "m", 1);
         err_add_text_error("free text");
-        err_add_error(0x1f01, "reg.dat");
+        err_add_error(ERR_REG_OPEN, "reg.dat");
         void *entries = nullptr;
         int32_t size = 0, depth = 0;
         ASSERT_EQ(err_get_stack_desc(&entries, &size, &depth), 1);
@@ -394,7 +394,7 @@ TEST_F(ErrorStack, ConsolePrintingChoosesTheStreamBySeverity) {
     ::testing::internal::CaptureStderr();
     err_print_error_msg();
     EXPECT_EQ(::testing::internal::GetCapturedStderr(), "GEN-E-GENERAL, to stderr\n");
-    err_set_error(0x1011, "docs");  // MORINFO: information
+    err_set_error(ERR_GEN_MORINFO, "docs");  // MORINFO: information
     ::testing::internal::CaptureStdout();
     err_print_error_msg();
     EXPECT_EQ(::testing::internal::GetCapturedStdout(), std::string(err_get_error_msg()) + "\n");

@@ -95,7 +95,7 @@ TEST_F(Gf, TableGrowsByFiveAndReusesLowestFreeNumber) {
     // 10 is beyond it.
     EXPECT_EQ(gf_free_handle(9), 1);  // a free entry only traces
     EXPECT_EQ(gf_set_file_packet_size(10, 1), 0);
-    EXPECT_EQ(err_get_error_code(0), 0x1703u);
+    EXPECT_EQ(err_get_error_code(0), ERR_FIL_NOTACTIVE);
     EXPECT_STREQ(err_get_error_text(0), "entry 10 is not active");
 
     char *name = nullptr;
@@ -121,24 +121,24 @@ TEST_F(Gf, InvalidHandlesAndLastErrors) {
     for (int32_t bad : {-1, 0, 4, 1000}) {
         err_clear_error_stack();
         EXPECT_EQ(gf_set_file_packet_size(bad, 10), 0) << bad;
-        EXPECT_EQ(err_get_error_code(0), 0x1703u);
-        EXPECT_EQ(gf_get_last_error(-1), 0x1703);
+        EXPECT_EQ(err_get_error_code(0), ERR_FIL_NOTACTIVE);
+        EXPECT_EQ(gf_get_last_error(-1), ERR_FIL_NOTACTIVE);
     }
     int32_t h = -1;
     ASSERT_EQ(gf_allocate_handle(&h), 1);
     ASSERT_EQ(gf_free_handle(h), 1);
     EXPECT_EQ(gf_is_file_opened(h), 0);
-    EXPECT_EQ(err_get_error_code(0), 0x1703u);
+    EXPECT_EQ(err_get_error_code(0), ERR_FIL_NOTACTIVE);
 
     // A failing open marks the handle and the thread.
     std::string missing = path("missing/none.bin");
     h = handle(missing, GF_READ);
     EXPECT_EQ(gf_open_file(h), 0);
-    EXPECT_EQ(err_get_error_code(0), 0x1709u);
-    EXPECT_EQ(err_get_error_code(1), 0x203u);
-    EXPECT_EQ(gf_get_last_error(h), 0x1709);
+    EXPECT_EQ(err_get_error_code(0), ERR_FIL_OPEN);
+    EXPECT_EQ(err_get_error_code(1), ERR_SYS_ERRMSG);
+    EXPECT_EQ(gf_get_last_error(h), ERR_FIL_OPEN);
     EXPECT_EQ(gf_get_last_system_error(h), ENOENT);
-    EXPECT_EQ(gf_get_last_status(h), 0x1709);
+    EXPECT_EQ(gf_get_last_status(h), ERR_FIL_OPEN);
     EXPECT_NE(std::strstr(gf_get_last_error_msg(h), ("error opening file <" + missing + ">").c_str()),
               nullptr);
     EXPECT_STREQ(gf_get_last_system_msg(h), gf_get_last_error_msg(h));
@@ -147,11 +147,11 @@ TEST_F(Gf, InvalidHandlesAndLastErrors) {
     EXPECT_EQ(os, ENOENT);
     EXPECT_EQ(gf_get_last_os_status_1(h, &os), 1);
     EXPECT_EQ(os, -1);
-    EXPECT_EQ(gf_get_last_error(-1), 0x1709);  // read without touching them
-    EXPECT_EQ(gf_get_last_error(-1), 0x1709);
+    EXPECT_EQ(gf_get_last_error(-1), ERR_FIL_OPEN);  // read without touching them
+    EXPECT_EQ(gf_get_last_error(-1), ERR_FIL_OPEN);
 
-    // Asking through a handle that is not valid records 0x1703 first.
-    EXPECT_EQ(gf_get_last_error(77), 0x1703);
+    // Asking through a handle that is not valid records NOTACTIVE first.
+    EXPECT_EQ(gf_get_last_error(77), ERR_FIL_NOTACTIVE);
     EXPECT_NE(std::strstr(gf_get_last_error_msg(77), "entry 77 is not active"), nullptr);
     EXPECT_EQ(gf_get_last_status(77), -1);
 
@@ -159,7 +159,7 @@ TEST_F(Gf, InvalidHandlesAndLastErrors) {
     std::string long_name(7801, 'n');
     ASSERT_EQ(gf_set_file_name(h, long_name.c_str()), 1);
     EXPECT_EQ(gf_open_file(h), 0);
-    EXPECT_EQ(gf_get_last_error(h), 0x172F);
+    EXPECT_EQ(gf_get_last_error(h), ERR_FIL_VLONGNAME);
     EXPECT_EQ(gf_get_last_system_error(h), -1);
     EXPECT_EQ(err_get_stack_depth(), 1);
 }
@@ -190,7 +190,7 @@ TEST_P(GfTypes, OpenFlagsMapToTheIoType) {
 
     int32_t h = handle(name, GF_READ_WRITE, type);
     EXPECT_EQ(gf_open_file(h), 0);  // no creation on open
-    EXPECT_EQ(gf_get_last_error(h), 0x1709);
+    EXPECT_EQ(gf_get_last_error(h), ERR_FIL_OPEN);
     ASSERT_EQ(gf_create_file(h), 1);
     ASSERT_EQ(gf_write_file(h, data.data(), 100), 1);
     ASSERT_EQ(gf_set_file_packet_size(h, 10), 1);
@@ -207,15 +207,15 @@ TEST_P(GfTypes, OpenFlagsMapToTheIoType) {
     int32_t r = handle(name, GF_READ, type);
     ASSERT_EQ(gf_open_file(r), 1);
     EXPECT_EQ(gf_write_file(r, data.data(), 10), 0);
-    EXPECT_EQ(err_get_error_code(0), 0x170Fu);
+    EXPECT_EQ(err_get_error_code(0), ERR_FIL_WRITE);
     EXPECT_EQ(gf_open_file(r), 0);  // already open
-    EXPECT_EQ(err_get_error_code(0), 0x1728u);
+    EXPECT_EQ(err_get_error_code(0), ERR_FIL_BADPAR);
     ASSERT_EQ(gf_close_file(r), 1);
 
     // Exclusive creation refuses an existing file.
     int32_t x = handle(name, GF_WRITE | GF_CREATE | GF_EXCLUSIVE, type);
     EXPECT_EQ(gf_create_file(x), 0);
-    EXPECT_EQ(err_get_error_code(0), 0x1710u);
+    EXPECT_EQ(err_get_error_code(0), ERR_FIL_CREATE);
     EXPECT_EQ(read_all(name), data);
 }
 
@@ -267,6 +267,39 @@ TEST_F(Gf, FlagMappingDiffersPerType) {
     EXPECT_EQ(err_get_stack_depth(), 0);
 }
 
+// Type 2 dispositions follow the flags in the order they are given: a
+// truncation or an exclusive creation replaces what was there, a plain
+// creation only fills an empty choice. A native open shares nothing, so
+// other writers wait for its close.
+TEST_F(Gf, NativeDispositionFollowsTheFlagsInOrder) {
+    Bytes data = pattern(32, 4);
+    std::string existing = file_with("disp_existing", data);
+    std::string missing = path("disp_missing");
+
+    int32_t cut = handle(existing, GF_WRITE | GF_EXCLUSIVE, GF_IO_NATIVE);
+    ASSERT_EQ(gf_add_file_open_flags(cut, GF_TRUNCATE | GF_WRITE_THROUGH), 1);
+    ASSERT_EQ(gf_create_file(cut), 1) << err_get_error_msg();
+    int32_t other_writer = handle(existing, GF_WRITE);
+    EXPECT_EQ(gf_open_file(other_writer), 0);
+    EXPECT_EQ(gf_get_last_error(other_writer), ERR_FIL_OPEN);
+    ASSERT_EQ(gf_write_file(cut, data.data(), 8), 1);
+    ASSERT_EQ(gf_close_file(cut), 1);
+    EXPECT_EQ(read_all(existing), Bytes(data.begin(), data.begin() + 8));
+    ASSERT_EQ(gf_open_file(other_writer), 1);
+    ASSERT_EQ(gf_close_file(other_writer), 1);
+
+    int32_t still_cut = handle(missing, GF_WRITE | GF_TRUNCATE, GF_IO_NATIVE);
+    ASSERT_EQ(gf_add_file_open_flags(still_cut, GF_CREATE), 1);
+    EXPECT_EQ(gf_create_file(still_cut), 0);
+    EXPECT_EQ(gf_get_last_error(still_cut), ERR_FIL_CREATE);
+
+    int32_t fresh = handle(missing, GF_WRITE | GF_TRUNCATE | GF_EXCLUSIVE, GF_IO_NATIVE);
+    ASSERT_EQ(gf_create_file(fresh), 1) << err_get_error_msg();
+    ASSERT_EQ(gf_close_file(fresh), 1);
+    EXPECT_EQ(gf_create_file(fresh), 0);  // now it exists
+    EXPECT_EQ(gf_get_last_error(fresh), ERR_FIL_CREATE);
+}
+
 TEST_F(Gf, DenyWritersRefusesWritersBothWays) {
     std::string name = file_with("deny", pattern(16, 3));
     int32_t reader = handle(name, GF_READ | GF_DENY_WRITERS);
@@ -275,7 +308,7 @@ TEST_F(Gf, DenyWritersRefusesWritersBothWays) {
 
     ASSERT_EQ(gf_open_file(reader), 1);
     EXPECT_EQ(gf_open_file(writer), 0);
-    EXPECT_EQ(gf_get_last_error(writer), 0x1709);
+    EXPECT_EQ(gf_get_last_error(writer), ERR_FIL_OPEN);
     ASSERT_EQ(gf_close_file(reader), 1);
 
     ASSERT_EQ(gf_open_file(writer), 1);
@@ -323,9 +356,9 @@ TEST_P(GfTypes, PacketsPositionsAndShortFinalPacket) {
     EXPECT_EQ(n, 100);
     EXPECT_TRUE(std::equal(buffer.begin(), buffer.end(), data.begin() + 100));
     EXPECT_EQ(gf_set_file_position(r, -1), 0);
-    EXPECT_EQ(gf_get_last_error(r), 0x1704);
+    EXPECT_EQ(gf_get_last_error(r), ERR_FIL_SEEK);
     EXPECT_EQ(gf_read_file(r, buffer.data(), -1, &n), 0);
-    EXPECT_EQ(gf_get_last_error(r), 0x1728);
+    EXPECT_EQ(gf_get_last_error(r), ERR_FIL_BADPAR);
 }
 
 INSTANTIATE_TEST_SUITE_P(IoTypes, GfTypes, ::testing::Values(GF_IO_CRT, GF_IO_NATIVE));
@@ -390,7 +423,7 @@ TEST_F(Gf, TruncateBeyondFourGiBAndBadSizes) {
     ASSERT_EQ(gf_create_file(h), 1);
     for (const char *bad : {"", "abc", "-1", "12x", "99999999999999999999"}) {
         EXPECT_EQ(gf_truncate_file(h, bad), 0) << bad;
-        EXPECT_EQ(gf_get_last_error(h), 0x1728);
+        EXPECT_EQ(gf_get_last_error(h), ERR_FIL_BADPAR);
     }
     if (gf_truncate_file(h, "4294967296") == 0) {
         GTEST_SKIP() << "this file system refuses a 4 GiB sparse file: " << err_get_error_msg();
@@ -405,7 +438,7 @@ TEST_F(Gf, TruncateBeyondFourGiBAndBadSizes) {
     EXPECT_EQ(fs::file_size(name), 10u);
     ASSERT_EQ(gf_close_file(h), 1);
     EXPECT_EQ(gf_truncate_file(h, "0"), 0);  // not open
-    EXPECT_EQ(gf_get_last_error(h), 0x172A);
+    EXPECT_EQ(gf_get_last_error(h), ERR_FIL_TRUNC);
 }
 
 // ---- Variable-length records -----------------------------------------------------------------------------
@@ -475,7 +508,7 @@ TEST_F(GfVl, DamagedRecordsFailCleanly) {
     EXPECT_EQ(gf_read_vl_line(cut, &line, &n), 0);
     EXPECT_EQ(line, nullptr);
     EXPECT_EQ(n, 0xFFFF);
-    EXPECT_EQ(err_get_error_code(0), 0x203u);
+    EXPECT_EQ(err_get_error_code(0), ERR_SYS_ERRMSG);
     EXPECT_NE(std::strstr(err_get_error_text(0), "65535 bytes cut short"), nullptr);
 
     // A zero-length record from elsewhere is refused.
@@ -484,7 +517,7 @@ TEST_F(GfVl, DamagedRecordsFailCleanly) {
     EXPECT_EQ(line, nullptr);
 
     EXPECT_EQ(gf_read_vl_line(nullptr, &line, &n), 0);
-    EXPECT_EQ(err_get_error_code(0), 0x1727u);
+    EXPECT_EQ(err_get_error_code(0), ERR_FIL_MEMORY_1727);
 }
 
 // The reader refuses a zero-length record, so the writer must not make one:
@@ -497,7 +530,7 @@ TEST_F(GfVl, EmptyRecordIsNotWrittenAndLaterRecordsStayReachable) {
     uint16_t zero = 0;
     ASSERT_EQ(gf_write_vl_line(out, "ab", &two), 1);
     EXPECT_EQ(gf_write_vl_line(out, "", &zero), 0);
-    EXPECT_EQ(err_get_error_code(0), 0x1728u);
+    EXPECT_EQ(err_get_error_code(0), ERR_FIL_BADPAR);
     EXPECT_EQ(gf_write_vl_line(out, nullptr, &zero), 0);
     ASSERT_EQ(gf_write_vl_line(out, "cd", &two), 1);
     std::fclose(out);
@@ -560,7 +593,7 @@ TEST_F(Gf, FileCrcMatchesReferenceAndEmptyFileLeavesOutput) {
 
     ASSERT_EQ(gf_set_file_name(empty, path("crc_missing").c_str()), 1);
     EXPECT_EQ(gf_calc_file_crc(empty, &crc), 0);
-    EXPECT_EQ(gf_get_last_error(empty), 0x1709);
+    EXPECT_EQ(gf_get_last_error(empty), ERR_FIL_OPEN);
 }
 
 // ---- Lock files and temporary files ---------------------------------------------------------------------
@@ -570,8 +603,8 @@ TEST_F(Gf, LockWaitTimesOutUntilUnlocked) {
     ASSERT_EQ(gf_lock_wait_file(lock.c_str(), 0), 1);
     EXPECT_TRUE(fs::exists(lock));
     EXPECT_EQ(gf_lock_wait_file(lock.c_str(), 50), 0);
-    EXPECT_EQ(err_get_error_code(0), 0x1729u);
-    EXPECT_EQ(gf_get_last_error(-1), 0x1729);
+    EXPECT_EQ(err_get_error_code(0), ERR_FIL_LOCK);
+    EXPECT_EQ(gf_get_last_error(-1), ERR_FIL_LOCK);
 
     // A waiter on another thread gets the lock once it is released.
     int taken = -1;
@@ -583,10 +616,10 @@ TEST_F(Gf, LockWaitTimesOutUntilUnlocked) {
     ASSERT_EQ(gf_unlock_file(lock.c_str()), 1);
     EXPECT_FALSE(fs::exists(lock));
     EXPECT_EQ(gf_unlock_file(lock.c_str()), 0);
-    EXPECT_EQ(err_get_error_code(0), 0x170Bu);
+    EXPECT_EQ(err_get_error_code(0), ERR_FIL_DELETE_170B);
 
     EXPECT_EQ(gf_lock_wait_file(path("no/such/dir.lock").c_str(), 1000), 0);  // fails at once
-    EXPECT_EQ(err_get_error_code(0), 0x1729u);
+    EXPECT_EQ(err_get_error_code(0), ERR_FIL_LOCK);
 }
 
 TEST_P(GfTypes, TemporaryFilesAreNewAndDistinct) {
@@ -611,7 +644,7 @@ TEST_P(GfTypes, TemporaryFilesAreNewAndDistinct) {
     int32_t h = -1;
     ASSERT_EQ(gf_allocate_handle(&h), 1);
     EXPECT_EQ(gf_create_temp(h, (dir + "vq_gf_no_such_dir").c_str(), nullptr), 0);
-    EXPECT_EQ(gf_get_last_error(h), 0x1710);
+    EXPECT_EQ(gf_get_last_error(h), ERR_FIL_CREATE);
 }
 
 // A prefix is part of one name: with a separator in it the file would land
@@ -627,8 +660,8 @@ TEST_F(Gf, TemporaryFilePrefixWithSeparatorIsRefused) {
     ASSERT_EQ(gf_set_file_name(h, "kept"), 1);
     for (const char *prefix : {"../esc", "..\\esc", "a/b", "a\\b", "/esc", "\\esc"}) {
         EXPECT_EQ(gf_create_temp(h, inner.c_str(), prefix), 0) << prefix;
-        EXPECT_EQ(err_get_error_code(0), 0x1728u) << prefix;
-        EXPECT_EQ(gf_get_last_error(h), 0x1728) << prefix;
+        EXPECT_EQ(err_get_error_code(0), ERR_FIL_BADPAR) << prefix;
+        EXPECT_EQ(gf_get_last_error(h), ERR_FIL_BADPAR) << prefix;
         EXPECT_EQ(gf_is_file_opened(h), 0) << prefix;
     }
     char *name = nullptr;
@@ -659,7 +692,7 @@ TEST_F(Gf, HandleTypeQueries) {
     EXPECT_EQ(gf_is_handle_dir(d), 1);
     ASSERT_EQ(gf_set_file_name(d, path("kind_missing").c_str()), 1);
     EXPECT_EQ(gf_is_handle_regular(d), 0);
-    EXPECT_EQ(gf_get_last_error(d), 0x1711);
+    EXPECT_EQ(gf_get_last_error(d), ERR_FIL_GETINFO);
 #ifndef _WIN32
     std::string link = path("kind_link");
     fs::create_symlink(name, link);

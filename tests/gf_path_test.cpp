@@ -22,10 +22,6 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr char kSep = VQ_PATH_SEPARATOR;
-constexpr uint32_t kSysErrMsg = 0x203;
-constexpr uint32_t kBadPar = 0x1728;
-constexpr uint32_t kWinInvalid = 0x172E;
-constexpr uint32_t kLongName = 0x172F;
 
 // A path written with "/" in the test, with the platform's separator.
 std::string native(std::string path) {
@@ -120,7 +116,7 @@ TEST(GfPath, TextExtractionIgnoresTheFileSystem) {
     EXPECT_STREQ(out, "|");
     err_clear_error_stack();
     EXPECT_EQ(gf_extract_text_path_with_sep("xyz", out, '\0'), 0);
-    EXPECT_EQ(err_get_error_code(0), kBadPar);
+    EXPECT_EQ(err_get_error_code(0), ERR_FIL_BADPAR);
 
     // Results may be written over their input.
     char in_place[] = "dir|name";
@@ -186,7 +182,7 @@ TEST(GfPath, FirstElementsAndNextPartialPath) {
     char out[32];
     err_clear_error_stack();
     EXPECT_EQ(gf_get_n_first_elements_str("a", 0, out), 0);
-    EXPECT_EQ(err_get_error_code(0), kBadPar);
+    EXPECT_EQ(err_get_error_code(0), ERR_FIL_BADPAR);
 
     // Walking a full path one element at a time, from its root.
     std::vector<std::string> steps;
@@ -212,7 +208,7 @@ TEST(GfPath, WindowsNameValidityIsTheSameEverywhere) {
         std::string name = std::string("a") + bad + "b";
         err_clear_error_stack();
         EXPECT_EQ(gf_is_windows_filename_valid(name.c_str()), 0) << name;
-        EXPECT_EQ(err_get_error_code(0), kWinInvalid);
+        EXPECT_EQ(err_get_error_code(0), ERR_FIL_WINVALID);
         EXPECT_NE(std::string(err_get_error_text(0)).find("<" + name + ">"), std::string::npos);
     }
     err_clear_error_stack();
@@ -279,7 +275,7 @@ TEST_F(GfPathTree, StatusQueries) {
 
     std::string too_long(GF_MAX_PATH_LENGTH + 1, 'a');
     EXPECT_EQ(gf_is_dir(too_long.c_str()), 0);
-    EXPECT_EQ(err_get_error_code(0), kLongName);
+    EXPECT_EQ(err_get_error_code(0), ERR_FIL_VLONGNAME);
 }
 
 #if !defined(_WIN32)
@@ -320,7 +316,7 @@ TEST_F(GfPathTree, ExpandAgainstTheCurrentDirectory) {
     size = -1;
     buffer = nullptr;
     EXPECT_EQ(gf_expand_full_path("a", &buffer, &size), 0);
-    EXPECT_EQ(err_get_error_code(0), kBadPar);
+    EXPECT_EQ(err_get_error_code(0), ERR_FIL_BADPAR);
 }
 
 #if !defined(_WIN32)
@@ -338,9 +334,9 @@ TEST_F(GfPathTree, ExpandFailsWithoutACurrentDirectoryOnPosix) {
     EXPECT_EQ(buffer, nullptr);
     EXPECT_EQ(compared, 0);
     EXPECT_EQ(equal, 0);
-    EXPECT_EQ(err_get_error_code(0), 0x1705u);
-    EXPECT_EQ(err_get_error_code(1), kSysErrMsg);
-    EXPECT_EQ(gf_get_last_error(-1), 0x1705);  // marked on the thread
+    EXPECT_EQ(err_get_error_code(0), ERR_FIL_EXPAND);
+    EXPECT_EQ(err_get_error_code(1), ERR_SYS_ERRMSG);
+    EXPECT_EQ(gf_get_last_error(-1), ERR_FIL_EXPAND);  // marked on the thread
 }
 #endif
 
@@ -368,9 +364,9 @@ TEST_F(GfPathTree, ShortPath) {
     EXPECT_EQ(std::string(out), at("d.dir/f.txt"));
 #endif
     EXPECT_EQ(gf_get_short_path(at("d.dir/f.txt").c_str(), out, 3), 0);
-    EXPECT_EQ(err_get_error_code(0), 0x172Bu);
+    EXPECT_EQ(err_get_error_code(0), ERR_FIL_BUF);
     EXPECT_EQ(gf_get_short_path(at("none").c_str(), out, sizeof out), 0);
-    EXPECT_EQ(err_get_error_code(0), 0x1711u);
+    EXPECT_EQ(err_get_error_code(0), ERR_FIL_GETINFO);
 }
 
 TEST_F(GfPathTree, MakePathCreatesEveryMissingDirectory) {
@@ -381,7 +377,7 @@ TEST_F(GfPathTree, MakePathCreatesEveryMissingDirectory) {
     EXPECT_TRUE(fs::is_directory(at("d.dir/sub/n1")));
 
     EXPECT_EQ(gf_make_path(at("d.dir/f.txt/below").c_str()), 0);
-    EXPECT_EQ(err_get_error_code(0), 0x173Cu);
+    EXPECT_EQ(err_get_error_code(0), ERR_FIL_MKDFEX);
     EXPECT_FALSE(fs::exists(at("d.dir/f.txt/below")));
 
     char **list = nullptr;
@@ -395,10 +391,10 @@ TEST_F(GfPathTree, MakePathCreatesEveryMissingDirectory) {
 
     char *empty[] = {nullptr};
     EXPECT_EQ(gf_make_path_from_list(empty), 0);
-    EXPECT_EQ(err_get_error_code(0), kBadPar);
+    EXPECT_EQ(err_get_error_code(0), ERR_FIL_BADPAR);
     std::string too_long = at(std::string(GF_MAX_PATH_LENGTH, 'a'));
     EXPECT_EQ(gf_make_path(too_long.c_str()), 0);
-    EXPECT_EQ(err_get_error_code(0), 0x1730u);
+    EXPECT_EQ(err_get_error_code(0), ERR_FIL_LONGCREATE_1730);
 }
 
 // ---- Wide names --------------------------------------------------------------
@@ -451,7 +447,7 @@ TEST(GfPathWide, LengthLimits) {
     EXPECT_NE(to_wide(remote), L"<failed>");
     err_clear_error_stack();
     EXPECT_EQ(to_wide(longest + "n"), L"<failed>");
-    EXPECT_EQ(err_get_error_code(0), kLongName);
+    EXPECT_EQ(err_get_error_code(0), ERR_FIL_VLONGNAME);
 
     // The narrow form holds 15,609 bytes and the terminator: 5,203 three-byte
     // characters fit, one more byte does not.
@@ -459,13 +455,13 @@ TEST(GfPathWide, LengthLimits) {
     EXPECT_EQ(to_narrow(euros).size(), 15609u);
     err_clear_error_stack();
     EXPECT_EQ(to_narrow(euros + L"x"), "<failed>");
-    EXPECT_EQ(err_get_error_code(0), kSysErrMsg);
+    EXPECT_EQ(err_get_error_code(0), ERR_SYS_ERRMSG);
 }
 
 TEST(GfPathWide, InvalidTextIsASystemError) {
     err_clear_error_stack();
     EXPECT_EQ(to_wide("bad\xC3("), L"<failed>");
-    EXPECT_EQ(err_get_error_code(0), kSysErrMsg);
+    EXPECT_EQ(err_get_error_code(0), ERR_SYS_ERRMSG);
     EXPECT_EQ(to_wide("\xED\xA0\x80"), L"<failed>");  // an encoded surrogate
 
     // An unpaired surrogate cannot become UTF-8; the failure is traced on GF.
@@ -476,7 +472,7 @@ TEST(GfPathWide, InvalidTextIsASystemError) {
     lone += static_cast<wchar_t>(0xD800);
     err_clear_error_stack();
     EXPECT_EQ(to_narrow(lone), "<failed>");
-    EXPECT_EQ(err_get_error_code(0), kSysErrMsg);
+    EXPECT_EQ(err_get_error_code(0), ERR_SYS_ERRMSG);
     dbg_close_debug_output();
     dbg_set_debug_output(nullptr);
     dbg_add_debug_mask("NOGF");

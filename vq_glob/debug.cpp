@@ -77,7 +77,7 @@ void write_line(DebugRecord &rec, const char *format, va_list args) {
     int written = std::vfprintf(rec.output, format, args);
     if (written <= 0 && format[0] != '\0') {
         std::clearerr(rec.output);
-        if (plat_truncate_stream(rec.output)) {
+        if (plat_truncate_stream(rec.output) == 0) {
             std::fputs("Failed to write to debug file - cleared all previous information in this file\n\n",
                        rec.output);
             std::vfprintf(rec.output, format, retry);
@@ -400,7 +400,7 @@ VQ_API void dbg_init_debug(const char *name) {
     // truncated name that might open some other file.
     char path[sizeof rec->path_buffer];
     char directory[sizeof rec->path_buffer];
-    int length = plat_system_directory(directory, sizeof directory)
+    int length = plat_system_directory(directory, sizeof directory) == 0
                      ? std::snprintf(path, sizeof path, "%s%s%s", directory, VQ_PATH_SEPARATOR_TEXT, name)
                      : std::snprintf(path, sizeof path, "%s", name);
     bool fits = length >= 0 && static_cast<size_t>(length) < sizeof path;

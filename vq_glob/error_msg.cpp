@@ -12,8 +12,10 @@
 #include <new>
 #include <string>
 
+#include "internal/ascii.h"
 #include "internal/error_table.h"
 #include "internal/frame.h"
+#include "internal/raise.h"
 #include "platform/platform.h"
 
 namespace vq::err {
@@ -28,6 +30,7 @@ constexpr int kMaxRenames = 100;
 constexpr uint32_t kFreeText = 0xFFFFFFFFu;
 constexpr const char *kSeverityLetters[] = {"S", "I", "W", "E", "F"};
 constexpr const char *kEventSource = "Velquist";
+constexpr const char *kModule = "error_msg";  // in out-of-memory reports
 
 static_assert(sizeof(err_entry) == 5124, "entries travel between processes byte for byte");
 
@@ -198,7 +201,10 @@ size_t tagged_word_length(const char *text) {
     if (!tagged) {
         return 0;
     }
-    size_t n = std::strcspn(text, " \t");
+    size_t n = 0;
+    while (text[n] != '\0' && !ascii::is_blank(text[n])) {
+        ++n;
+    }
     return n <= kMaxTaggedWord ? n : 0;
 }
 
@@ -340,12 +346,6 @@ int push_system_text(int32_t sys_errno, bool empty_first) {
     std::snprintf(rec->scratch, sizeof rec->scratch, "%s", text);
     push(*rec, rec->scratch, lookup(ERR_SYS_ERRMSG).code);
     return 1;
-}
-
-// MEMORY naming the function, this module and the line; 0 for the caller.
-int push_memory_error(const char *function, int line) {
-    err_add_error(ERR_GEN_MEMORY, function, "error_msg", line);
-    return 0;
 }
 
 void write_log_file(ErrorRecord &rec) {
@@ -564,8 +564,7 @@ VQ_API int err_set_stack_desc(const void *entries, int32_t size, int32_t depth) 
         return 0;
     }
     if ((entries == nullptr && depth > 0) || size < 0 || depth < 0) {
-        err_set_error(ERR_GEN_PARAMS, "err_set_stack_desc", entries == nullptr ? "entries" : "size/depth");
-        return 0;
+        return VQ_PARAMS(vq::raise::Report::fresh, entries == nullptr ? "entries" : "size/depth");
     }
     int32_t whole = size / static_cast<int32_t>(sizeof(err_entry));
     int32_t count = std::min({depth, whole, static_cast<int32_t>(kMaxDepth)});
@@ -615,7 +614,7 @@ VQ_API int err_change_facility(uint32_t facility, const char *name) {
     try {
         r.name = name != nullptr ? name : "";
     } catch (const std::bad_alloc &) {
-        return push_memory_error("err_change_facility", __LINE__);
+        return VQ_NO_MEMORY(vq::raise::Report::add, kModule);
     }
     r.facility = facility;
     ++rec->rename_count;
@@ -671,7 +670,7 @@ VQ_API int err_set_log_file(const char *name) {
     try {
         rec->log_file = name;
     } catch (const std::bad_alloc &) {
-        return push_memory_error("err_set_log_file", __LINE__);  // the previous setting stays
+        return VQ_NO_MEMORY(vq::raise::Report::add, kModule);  // the previous setting stays
     }
     rec->log_to_file = 1;
     return 1;

@@ -3,7 +3,8 @@
  * Every library function reports failure by returning 0 (or NULL) and leaving
  * coded messages on the calling thread's stack. The stack keeps the nine
  * newest entries; each entry's text is cut at 5,119 characters ending in
- * "...". Codes are facility + number (0x1001 is GEN MEMORY); an unknown code
+ * "...". Codes are facility + number (0x1001 is GEN MEMORY, ERR_GEN_MEMORY in
+ * err_codes.h, which names every code); an unknown code
  * prints as the catch-all UNKNWN entry. Severities: 0 S, 1 I, 2 W, 3 E, 4 F.
  * Texts returned by these functions belong to the thread's stack and change
  * with its next update. */
@@ -44,7 +45,7 @@ VQ_API int err_add_text_error(const char *text);
 /* Replaces the stack by two entries: text, then the previous description as
  * one free-text entry, so the old description prints first. */
 VQ_API int err_add_text_error_before_stack(const char *text);
-/* Pushes the system's text for sys_errno under SYS ERRMSG (0x203). */
+/* Pushes the system's text for sys_errno under ERR_SYS_ERRMSG. */
 VQ_API int err_add_system_error(int32_t sys_errno);
 /* Empties the stack, then as err_add_system_error. */
 VQ_API int err_set_system_error(int32_t sys_errno);

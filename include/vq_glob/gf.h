@@ -6,7 +6,7 @@
  * thread; -1 means none. The table grows by five entries whenever every entry
  * is in use, and a freed number is reused lowest first. Every function that
  * takes a handle first checks it: a number outside the table or a free entry
- * gives error 0x1703 (FIL NOTACTIVE), the thread's last status becomes 0x1703
+ * gives error ERR_FIL_NOTACTIVE, the thread's last status becomes that code
  * and the function returns 0.
  *
  * I/O types. Type 0 (GF_IO_CRT, the default) works on a C runtime descriptor;
@@ -31,15 +31,15 @@
  * held back.
  *
  * Failures of the operating system leave two entries on the error stack: the
- * system's text (SYS ERRMSG 0x203), then the module's own code with the file
- * name (0x1709 open, 0x1710 create, 0x170E read, 0x170F write, 0x1704 seek,
- * 0x172A truncate, 0x170A close, 0x171B flush). The code and the system's
+ * system's text (ERR_SYS_ERRMSG), then the module's own code with the file
+ * name (ERR_FIL_OPEN, ERR_FIL_CREATE, ERR_FIL_READ, ERR_FIL_WRITE, ERR_FIL_SEEK,
+ * ERR_FIL_TRUNC, ERR_FIL_CLOSE, ERR_FIL_FLUSH). The code and the system's
  * error number are kept on the handle (or on the thread for failures without
  * a handle) with copies of the stack's text, for the gf_get_last_ functions.
  *
  * Names are UTF-8; on Windows they reach the system in the long-path form
  * ("\\?\" or "\\?\UNC\" before the full path). Names longer than 7,800
- * bytes (GF_MAX_PATH_LENGTH of gf_path.h) fail with 0x172F (FIL VLONGNAME)
+ * bytes (GF_MAX_PATH_LENGTH of gf_path.h) fail with ERR_FIL_VLONGNAME
  * before any system call. */
 #ifndef VQ_GLOB_GF_H
 #define VQ_GLOB_GF_H
@@ -84,7 +84,8 @@ VQ_API int gf_init(void);
  * empty, set-up table. 1. */
 VQ_API int gf_clean(void);
 /* Takes the lowest free entry with its defaults into use (growing the table by
- * five when full). 1, or 0 with *handle = -1 (0x1001/0x1701 when out of memory). */
+ * five when full). 1, or 0 with *handle = -1 (ERR_GEN_MEMORY /
+ * ERR_FIL_MEMORY_1701 when out of memory). */
 VQ_API int gf_allocate_handle(int32_t *handle);
 /* Closes the handle's file if it is open, frees its names, texts and tables and
  * frees the entry. Freeing a free entry (within the table) only traces. */
@@ -131,7 +132,7 @@ VQ_API int gf_is_file_opened(int32_t h);
 /* ---- Contents ------------------------------------------------------------------------ */
 
 /* Opens the named file as the flags say (no creation unless GF_CREATE, type 0).
- * Opening an open handle fails with 0x1728. */
+ * Opening an open handle fails with ERR_FIL_BADPAR. */
 VQ_API int gf_open_file(int32_t h);
 /* Creates the named file: type 0 with the _O_* flags plus create, read-write
  * access when the flags give no write access, and truncation unless
@@ -142,7 +143,7 @@ VQ_API int gf_create_file(int32_t h);
  * (prefix "vq" when NULL) that did not exist before, for data received from
  * elsewhere such as message attachments; the name becomes the handle's file
  * name. The handle's I/O type, protection and inherit mode apply. A prefix
- * holding "/" or "\" fails with BADPAR (0x1728) before anything is created. */
+ * holding "/" or "\" fails with ERR_FIL_BADPAR before anything is created. */
 VQ_API int gf_create_temp(int32_t h, const char *directory, const char *prefix);
 /* Closes the file if open (a handle that is not open succeeds at once). The
  * handle is marked closed even when the system reports an error. */
@@ -166,7 +167,7 @@ VQ_API int gf_set_file_position(int32_t h, int32_t packets);
 VQ_API int gf_get_file_position(int32_t h, int32_t *packets);
 /* Sets the end of the open file at decimal_size bytes (a decimal text, 64-bit,
  * so sizes beyond 4 GiB work), leaving the file position there. A text that is
- * not a decimal number of 0 or more fails with 0x1728. */
+ * not a decimal number of 0 or more fails with ERR_FIL_BADPAR. */
 VQ_API int gf_truncate_file(int32_t h, const char *decimal_size);
 
 /* ---- Translation tables ---------------------------------------------------------------- */
@@ -189,7 +190,7 @@ VQ_API int gf_pre_write_operations(int32_t h, void *buffer, int32_t count);
 
 /* The handle's last error code / system error number (-1 when none); the
  * thread's for h = -1 or a handle that is not valid (after the check has
- * recorded 0x1703). */
+ * recorded ERR_FIL_NOTACTIVE). */
 VQ_API int32_t gf_get_last_error(int32_t h);
 VQ_API int32_t gf_get_last_system_error(int32_t h);
 /* The error stack's text at the handle's (or the thread's) last failure / at
@@ -208,7 +209,7 @@ VQ_API int gf_get_last_os_status_1(int32_t h, int32_t *status);
 VQ_API int gf_is_handle_link(int32_t h);
 /* 1 when the handle's open file (or, when not open, what its name leads to) is
  * a fifo or pipe / a door (never on Linux and Windows) / a directory / a
- * regular file. 0 otherwise, also on failure (with 0x1711 on the stack). */
+ * regular file. 0 otherwise, also on failure (with ERR_FIL_GETINFO on the stack). */
 VQ_API int gf_is_handle_fifo(int32_t h);
 VQ_API int gf_is_handle_door(int32_t h);
 VQ_API int gf_is_handle_dir(int32_t h);
@@ -217,8 +218,9 @@ VQ_API int gf_is_handle_regular(int32_t h);
 /* ---- Records and whole files --------------------------------------------------------------- */
 
 /* Writes one record: *length as 16-bit big-endian, then *length bytes of line.
- * A length of 0 is refused with BADPAR (0x1728) and nothing is written, since
- * gf_read_vl_line refuses such a record; NULL arguments fail with 0x1727. */
+ * A length of 0 is refused with ERR_FIL_BADPAR and nothing is written, since
+ * gf_read_vl_line refuses such a record; NULL arguments fail with
+ * ERR_FIL_MEMORY_1727. */
 VQ_API int gf_write_vl_line(FILE *stream, const char *line, uint16_t *length);
 /* Reads one record into *line (malloc'ed, free() it; n + 3 bytes, the body
  * followed by NUL bytes) and *length. At a clean end of file, or one inside
@@ -234,7 +236,7 @@ VQ_API int gf_calc_file_crc(int32_t h, uint32_t *crc);
 
 /* Takes the lock lock_name (for example "<file>.lock") by creating that file,
  * which must not exist; while it exists, retries until timeout_ms have passed
- * (0: one attempt, negative: no limit). 1 when taken; 0 with 0x1729 (FIL LOCK)
+ * (0: one attempt, negative: no limit). 1 when taken; 0 with ERR_FIL_LOCK
  * on timeout or when the file cannot be created. */
 VQ_API int gf_lock_wait_file(const char *lock_name, int32_t timeout_ms);
 /* Releases a lock taken with gf_lock_wait_file by removing the file. */

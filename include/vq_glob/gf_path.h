@@ -7,9 +7,9 @@
  *    on Windows; on POSIX it begins with "/" (or "//"). A remote specification
  *    is "\\node\rest" on Windows and "//node/rest" on POSIX.
  *  - Functions return 1 for success and 0 for failure with the cause on the
- *    error stack: a NULL argument is PARAMS (0x100E), a bad value is FIL
- *    BADPAR (0x1728), a path beyond GF_MAX_PATH_LENGTH bytes given to the OS
- *    is FIL VLONGNAME (0x172F) or, when creating, LONGCREATE (0x1730).
+ *    error stack: a NULL argument is ERR_GEN_PARAMS, a bad value is
+ *    ERR_FIL_BADPAR, a path beyond GF_MAX_PATH_LENGTH bytes given to the OS
+ *    is ERR_FIL_VLONGNAME or, when creating, ERR_FIL_LONGCREATE_1730.
  *  - Output buffers are the caller's. "out: n bytes" is the least size the
  *    caller must supply; no function writes more. The result may be written
  *    over the input (out == path).
@@ -38,7 +38,7 @@ VQ_EXTERN_C_BEGIN
 VQ_API int gf_is_full_path(const char *path);
 /* 1 when name holds none of \ / : * ? " < > | (identical on every platform:
  * the test is for one element of a Windows name; reserved device names and
- * trailing dots or blanks pass). Otherwise 0 with WINVALID (0x172E). */
+ * trailing dots or blanks pass). Otherwise 0 with ERR_FIL_WINVALID. */
 VQ_API int gf_is_windows_filename_valid(const char *name);
 /* 1 when name is an existing directory / regular file / symbolic link, else 0
  * without an error. Directory and regular file describe what a link points
@@ -102,19 +102,19 @@ VQ_API int gf_get_next_partial_path(const char *base, const char *full, char *ou
 /* The absolute form of path ("." and ".." resolved by text) into *buffer, a
  * malloc'ed block of *size bytes or NULL, grown with realloc when too short
  * (*size then tells the new size; free the block with free()). On failure
- * *buffer stays valid: EXPAND (0x1705), or MEMORY with FIL MEMORY (0x1701). */
+ * *buffer stays valid: ERR_FIL_EXPAND, or MEMORY with ERR_FIL_MEMORY_1701. */
 VQ_API int gf_expand_full_path(const char *path, char **buffer, int32_t *size);
 /* *equal = 1 when both names expand to the same full path (one trailing
  * separator ignored), compared exactly, letter case included; else 0. */
 VQ_API int gf_compare_file_names(const char *name1, const char *name2, int32_t *equal);
 /* The short (8.3) form of an existing path into out of size bytes (BUF,
- * 0x172B, when it does not fit); POSIX has no short names: path itself. */
+ * ERR_FIL_BUF, when it does not fit); POSIX has no short names: path itself. */
 VQ_API int gf_get_short_path(const char *path, char *out, int32_t size);
 
 /* ---- Making directories --------------------------------------------------- */
 
 /* Creates every missing directory of path (relative to the current one when
- * not full); MAKDIR (0x1723), or MKDFEX (0x173C) where a file is in the way. */
+ * not full); ERR_FIL_MAKDIR, or ERR_FIL_MKDFEX where a file is in the way. */
 VQ_API int gf_make_path(const char *path);
 /* As gf_make_path for the path made of a string list's elements, joined with
  * the separator where an element does not already end with one. */
@@ -125,10 +125,10 @@ VQ_API int gf_make_path_from_list(char **elements);
 /* Windows: "\\?\UNC\" + path from its third character when it begins with
  * "\\", else "\\?\" + path, as UTF-16; POSIX: path as wchar_t (UTF-32), no
  * prefix. path: at most GF_MAX_PATH_LENGTH bytes. out: GF_WPATH_SIZE wide
- * characters. Invalid UTF-8 is the system error 0x203. */
+ * characters. Invalid UTF-8 is the system error ERR_SYS_ERRMSG. */
 VQ_API int gf_path_to_wpath(const char *path, wchar_t *out);
 /* The UTF-8 form of wpath, prefix unchanged. out: GF_PATH_SIZE bytes; a
- * result that does not fit or an unpaired surrogate is the system error 0x203. */
+ * result that does not fit or an unpaired surrogate is the system error ERR_SYS_ERRMSG. */
 VQ_API int gf_wpath_to_path(const wchar_t *wpath, char *out);
 
 VQ_EXTERN_C_END

@@ -10,6 +10,7 @@
 #include "internal/frame.h"
 #include "internal/trace.h"
 #include "platform/platform.h"
+#include "vq_glob/err.h"
 #include "vq_glob/gf.h"
 
 namespace vq::gf {
@@ -17,41 +18,14 @@ namespace vq::gf {
 // This module's trace lines go to channel GF.
 inline constexpr int kTraceBit = debug::kChannelGf;
 
-// Codes of the FIL facility used here.
-inline constexpr uint32_t kErrMemory = 0x1701;
-inline constexpr uint32_t kErrInconsistency = 0x1702;
-inline constexpr uint32_t kErrNotActive = 0x1703;
-inline constexpr uint32_t kErrSeek = 0x1704;
-inline constexpr uint32_t kErrOpen = 0x1709;
-inline constexpr uint32_t kErrClose = 0x170A;
-inline constexpr uint32_t kErrDelete = 0x170B;
-inline constexpr uint32_t kErrRead = 0x170E;
-inline constexpr uint32_t kErrWrite = 0x170F;
-inline constexpr uint32_t kErrCreate = 0x1710;
-inline constexpr uint32_t kErrGetInfo = 0x1711;
-inline constexpr uint32_t kErrFlush = 0x171B;
-inline constexpr uint32_t kErrNullArgument = 0x1727;
-inline constexpr uint32_t kErrBadParameter = 0x1728;
-inline constexpr uint32_t kErrLock = 0x1729;
-inline constexpr uint32_t kErrTruncate = 0x172A;
-inline constexpr uint32_t kErrLongName = 0x172F;
+// The module's name in out-of-memory reports.
+inline constexpr const char *kModule = "gen_files";
 
 inline constexpr int32_t kNoOsError = -1;
 inline constexpr int32_t kNoHandle = -1;
 
 // Permission of created files when the handle's protection is 0.
 inline constexpr int kDefaultProtection = 0666;
-
-// The CreateFileW values the open flags map to (used on every platform: the
-// POSIX backend maps them onto open()).
-inline constexpr uint32_t kGenericRead = 0x80000000u;
-inline constexpr uint32_t kGenericWrite = 0x40000000u;
-inline constexpr uint32_t kCreateNew = 1;
-inline constexpr uint32_t kCreateAlways = 2;
-inline constexpr uint32_t kOpenExisting = 3;
-inline constexpr uint32_t kOpenAlways = 4;
-inline constexpr uint32_t kTruncateExisting = 5;
-inline constexpr uint32_t kFileFlagWriteThrough = 0x80000000u;
 
 struct FreeDeleter {
     void operator()(void *p) const { std::free(p); }
@@ -91,7 +65,7 @@ struct Entry {
     int32_t protection = 0;
     int32_t real_open_flags = 0;  // type 0: the C runtime's flags
     intptr_t os_handle = kPlatNoFile;
-    PlatNativeOpen native{};  // type 2: the CreateFileW fields
+    PlatNativeOpen native{};  // type 2: the open flags in the platform's terms
     OwnedText table_name;     // set when the handle made its own tables
     std::shared_ptr<const Tables> tables;
 };
@@ -118,7 +92,7 @@ using Frame = frame::ModuleFrame<FilesRecord, frame::kSlotFiles, frame::OnDemand
 // The thread's table; null when the thread has no state.
 FilesRecord *state();
 
-// The active entry h of the thread's table, or null after recording 0x1703
+// The active entry h of the thread's table, or null after recording ERR_FIL_NOTACTIVE
 // (also when the thread has no state).
 Entry *checked_entry(int32_t h);
 
@@ -136,16 +110,18 @@ int with_entry(int32_t h, Body body) {
 // when h is not -1, and copies of the error stack's text.
 void mark_error(FilesRecord &rec, int32_t h, uint32_t code, int32_t os_error);
 
-// The system's text for error under 0x203, code with name after it, marked.
+// The system's text for error under ERR_SYS_ERRMSG, code with name after it, marked.
 // Returns 0 so that callers can return it.
 int raise_os_error(FilesRecord &rec, int32_t h, PlatIo io, int32_t error, uint32_t code, const char *name);
+// The same on the stack alone, for a thread without the module's state. 0.
+int push_os_error(PlatIo io, int32_t error, uint32_t code, const char *name);
 // code alone (already pushed by the caller with its arguments), marked. 0.
 int raise_marked(FilesRecord &rec, int32_t h, uint32_t code);
-// 0x1001 with function and line, marked 0x1701. 0.
+// ERR_GEN_MEMORY with function and line, marked ERR_FIL_MEMORY_1701. 0.
 int raise_memory(FilesRecord &rec, int32_t h, const char *function, int line);
-// 0x1727 for a NULL argument of function, marked. 0.
+// ERR_FIL_MEMORY_1727 for a NULL argument of function, marked. 0.
 int raise_null_argument(FilesRecord &rec, int32_t h, const char *function);
-// 0x1728 for a bad argument (1-based) of function, marked. 0.
+// ERR_FIL_BADPAR for a bad argument (1-based) of function, marked. 0.
 int raise_bad_parameter(FilesRecord &rec, int32_t h, const char *function, int32_t argument);
 
 // A name for messages: the text, or "" for NULL.

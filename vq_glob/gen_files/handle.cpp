@@ -4,6 +4,7 @@
 #include <new>
 
 #include "gen_files/gf_state.h"
+#include "internal/raise.h"
 #include "vq_glob/err.h"
 
 namespace vq::gf {
@@ -37,30 +38,32 @@ int crt_flags_of(uint32_t flags) {
     return real;
 }
 
-// Ors the open flags into the native fields, in the order of the bits: a
-// truncation (5) ored with a creation (1) stays 5, an exclusive creation
-// assigns CREATE_NEW (1).
+// Adds the open flags to a native open, in the order of the bits. Access
+// accumulates, read-and-write setting both. A truncation replaces any
+// disposition, an exclusive creation makes it create_new, and a plain creation
+// applies only while none is chosen: a truncation keeps a later GF_CREATE
+// from turning it back into a creation.
 void add_native_flags(PlatNativeOpen &native, uint32_t flags) {
     if ((flags & GF_READ) != 0) {
-        native.access |= kGenericRead;
+        native.access |= kPlatAccessRead;
     }
     if ((flags & GF_WRITE) != 0) {
-        native.access |= kGenericWrite;
+        native.access |= kPlatAccessWrite;
     }
     if ((flags & GF_READ_WRITE) != 0) {
-        native.access = kGenericRead | kGenericWrite;
+        native.access = kPlatAccessRead | kPlatAccessWrite;
     }
     if ((flags & GF_TRUNCATE) != 0) {
-        native.disposition |= kTruncateExisting;
+        native.disposition = PlatDisposition::truncate_existing;
     }
     if ((flags & GF_EXCLUSIVE) != 0) {
-        native.disposition = kCreateNew;
+        native.disposition = PlatDisposition::create_new;
     }
-    if ((flags & GF_CREATE) != 0) {
-        native.disposition |= kCreateNew;
+    if ((flags & GF_CREATE) != 0 && native.disposition == PlatDisposition::none) {
+        native.disposition = PlatDisposition::create_new;
     }
     if ((flags & GF_WRITE_THROUGH) != 0) {
-        native.flags |= kFileFlagWriteThrough;
+        native.write_through = true;
     }
 }
 
@@ -157,15 +160,15 @@ bool code_page_932() {
 Entry *checked_entry(int32_t h) {
     FilesRecord *rec = state();
     if (rec == nullptr) {
-        err_set_error(kErrNotActive, static_cast<int>(h));
+        err_set_error(ERR_FIL_NOTACTIVE, static_cast<int>(h));
         return nullptr;
     }
     if (h >= 0 && static_cast<size_t>(h) < rec->entries.size() &&
         rec->entries[static_cast<size_t>(h)].active != 0) {
         return &rec->entries[static_cast<size_t>(h)];
     }
-    err_set_error(kErrNotActive, static_cast<int>(h));
-    mark_error(*rec, kNoHandle, kErrNotActive, kNoOsError);
+    err_set_error(ERR_FIL_NOTACTIVE, static_cast<int>(h));
+    mark_error(*rec, kNoHandle, ERR_FIL_NOTACTIVE, kNoOsError);
     return nullptr;
 }
 
@@ -192,11 +195,16 @@ void mark_error(FilesRecord &rec, int32_t h, uint32_t code, int32_t os_error) {
     }
 }
 
-int raise_os_error(FilesRecord &rec, int32_t h, PlatIo io, int32_t error, uint32_t code, const char *name) {
+int push_os_error(PlatIo io, int32_t error, uint32_t code, const char *name) {
     char text[1024];
     plat_file_error_text(io, error, text, sizeof text);
     err_set_error(ERR_SYS_ERRMSG, text);
     err_add_error(code, printable(name));
+    return 0;
+}
+
+int raise_os_error(FilesRecord &rec, int32_t h, PlatIo io, int32_t error, uint32_t code, const char *name) {
+    push_os_error(io, error, code, name);
     mark_error(rec, h, code, error);
     return 0;
 }
@@ -207,19 +215,19 @@ int raise_marked(FilesRecord &rec, int32_t h, uint32_t code) {
 }
 
 int raise_memory(FilesRecord &rec, int32_t h, const char *function, int line) {
-    err_set_error(ERR_GEN_MEMORY, function, "gen_files", line);
-    mark_error(rec, h, kErrMemory, kNoOsError);
+    vq::raise::memory(vq::raise::Report::fresh, function, kModule, line);
+    mark_error(rec, h, ERR_FIL_MEMORY_1701, kNoOsError);
     return 0;
 }
 
 int raise_null_argument(FilesRecord &rec, int32_t h, const char *function) {
-    err_set_error(kErrNullArgument, function);
-    return raise_marked(rec, h, kErrNullArgument);
+    err_set_error(ERR_FIL_MEMORY_1727, function);
+    return raise_marked(rec, h, ERR_FIL_MEMORY_1727);
 }
 
 int raise_bad_parameter(FilesRecord &rec, int32_t h, const char *function, int32_t argument) {
-    err_set_error(kErrBadParameter, function, static_cast<int>(argument));
-    return raise_marked(rec, h, kErrBadParameter);
+    err_set_error(ERR_FIL_BADPAR, function, static_cast<int>(argument));
+    return raise_marked(rec, h, ERR_FIL_BADPAR);
 }
 
 }  // namespace vq::gf
@@ -293,8 +301,7 @@ VQ_API int gf_allocate_handle(int32_t *handle) {
     }
     FilesRecord *rec = state_for_allocation();
     if (rec == nullptr) {
-        err_set_error(ERR_GEN_MEMORY, "gf_allocate_handle", "gen_files", __LINE__);
-        return 0;
+        return VQ_NO_MEMORY(vq::raise::Report::fresh, kModule);
     }
     initialise(*rec);
     if (handle == nullptr) {
@@ -319,8 +326,8 @@ VQ_API int gf_allocate_handle(int32_t *handle) {
         }
     }
     // The count said there was room, the entries say otherwise.
-    err_set_error(kErrInconsistency);
-    return raise_marked(*rec, kNoHandle, kErrInconsistency);
+    err_set_error(ERR_FIL_INCNSNCY);
+    return raise_marked(*rec, kNoHandle, ERR_FIL_INCNSNCY);
 }
 
 VQ_API int gf_free_handle(int32_t h) {
@@ -442,7 +449,7 @@ VQ_API int32_t gf_get_last_error(int32_t h) {
     }
     FilesRecord *rec = state();
     if (rec == nullptr) {
-        return h == kNoHandle ? 0 : static_cast<int32_t>(kErrNotActive);
+        return h == kNoHandle ? 0 : static_cast<int32_t>(ERR_FIL_NOTACTIVE);
     }
     return rec->last_status;
 }

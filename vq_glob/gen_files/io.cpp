@@ -3,7 +3,7 @@
 //
 // I/O type 0 works on a C runtime descriptor, type 2 on the native handle;
 // any other type makes these operations return 0 without an error. Every
-// failure of the system leaves its text (0x203) and the operation's own code
+// failure of the system leaves its text (ERR_SYS_ERRMSG) and the operation's own code
 // with the file name on the error stack, and is marked on the handle.
 #include <chrono>
 #include <cstdint>
@@ -11,6 +11,7 @@
 #include <string>
 
 #include "gen_files/gf_state.h"
+#include "internal/ascii.h"
 #include "vq_glob/err.h"
 
 namespace vq::gf {
@@ -52,23 +53,24 @@ int crt_flags_for(const Entry &entry, OpenKind kind) {
     return flags;
 }
 
-// The CreateFileW fields of an open or create of type 2. Opening always
-// takes an existing file; a create without a disposition replaces the file,
-// or keeps its contents with GF_KEEP_CONTENTS.
-PlatNativeOpen native_fields_for(const Entry &entry, OpenKind kind) {
+// The native open of an open or create of type 2. Opening always takes an
+// existing file; a create without a disposition replaces the file, or keeps
+// its contents with GF_KEEP_CONTENTS.
+PlatNativeOpen native_open_for(const Entry &entry, OpenKind kind) {
     PlatNativeOpen how = entry.native;
     switch (kind) {
         case OpenKind::open:
-            how.disposition = kOpenExisting;
+            how.disposition = PlatDisposition::open_existing;
             break;
         case OpenKind::create:
-            if (how.disposition == 0) {
-                how.disposition = (entry.open_flags & GF_KEEP_CONTENTS) != 0 ? kOpenAlways : kCreateAlways;
+            if (how.disposition == PlatDisposition::none) {
+                how.disposition = (entry.open_flags & GF_KEEP_CONTENTS) != 0 ? PlatDisposition::open_always
+                                                                             : PlatDisposition::create_always;
             }
             break;
         case OpenKind::create_new:
-            how.access = kGenericRead | kGenericWrite;
-            how.disposition = kCreateNew;
+            how.access = kPlatAccessRead | kPlatAccessWrite;
+            how.disposition = PlatDisposition::create_new;
             break;
     }
     return how;
@@ -86,10 +88,10 @@ int open_entry(FilesRecord &rec, int32_t h, Entry &entry, OpenKind kind, int32_t
         return raise_bad_parameter(rec, h, function_of(kind), 1);
     }
     if (std::strlen(name) > kPlatMaxFileName) {
-        err_set_error(kErrLongName, name);
-        return raise_marked(rec, h, kErrLongName);
+        err_set_error(ERR_FIL_VLONGNAME, name);
+        return raise_marked(rec, h, ERR_FIL_VLONGNAME);
     }
-    uint32_t code = kind == OpenKind::open ? kErrOpen : kErrCreate;
+    uint32_t code = kind == OpenKind::open ? ERR_FIL_OPEN : ERR_FIL_CREATE;
     int mode = entry.protection != 0 ? entry.protection : kDefaultProtection;
     PlatIo io = io_of(entry);
     int32_t error = 0;
@@ -105,7 +107,7 @@ int open_entry(FilesRecord &rec, int32_t h, Entry &entry, OpenKind kind, int32_t
             native = plat_crt_file_native(fd);
         }
     } else {
-        error = plat_native_file_open(name, native_fields_for(entry, kind), mode, &native);
+        error = plat_native_file_open(name, native_open_for(entry, kind), mode, &native);
     }
     if (error != 0) {
         if (exists_error != nullptr && plat_file_is_exists_error(io, error)) {
@@ -161,7 +163,7 @@ int read_entry(FilesRecord &rec, int32_t h, Entry &entry, void *buffer, int32_t 
                             : plat_crt_file_read(entry.descriptor, bytes + total, wanted - total, &n);
         if (error != 0) {
             *bytes_read = static_cast<int32_t>(total);
-            return raise_os_error(rec, h, io, error, kErrRead, entry.file_name.get());
+            return raise_os_error(rec, h, io, error, ERR_FIL_READ, entry.file_name.get());
         }
         if (n == 0) {
             break;
@@ -202,14 +204,14 @@ int write_entry(FilesRecord &rec, int32_t h, Entry &entry, void *buffer, int32_t
             error = plat_file_no_space(io);  // a write that moves nothing and reports nothing
         }
         if (error != 0) {
-            return raise_os_error(rec, h, io, error, kErrWrite, entry.file_name.get());
+            return raise_os_error(rec, h, io, error, ERR_FIL_WRITE, entry.file_name.get());
         }
         total += n;
     }
     if (io == PlatIo::crt && (entry.open_flags & GF_WRITE_THROUGH) != 0) {
         int32_t error = plat_crt_file_commit(entry.descriptor);
         if (error != 0) {
-            return raise_os_error(rec, h, io, error, kErrFlush, entry.file_name.get());
+            return raise_os_error(rec, h, io, error, ERR_FIL_FLUSH, entry.file_name.get());
         }
     }
     return 1;
@@ -218,24 +220,24 @@ int write_entry(FilesRecord &rec, int32_t h, Entry &entry, void *buffer, int32_t
 // A decimal size of 0 or more: blanks around it and a "+" are allowed.
 bool parse_size(const char *text, int64_t *size) {
     const char *p = text;
-    while (*p == ' ' || *p == '\t') {
+    while (ascii::is_blank(*p)) {
         ++p;
     }
     if (*p == '+') {
         ++p;
     }
-    if (*p < '0' || *p > '9') {
+    if (!ascii::is_digit(*p)) {
         return false;
     }
     int64_t value = 0;
-    for (; *p >= '0' && *p <= '9'; ++p) {
+    for (; ascii::is_digit(*p); ++p) {
         int digit = *p - '0';
         if (value > (INT64_MAX - digit) / 10) {
             return false;
         }
         value = value * 10 + digit;
     }
-    while (*p == ' ' || *p == '\t' || *p == '\n' || *p == '\r') {
+    while (ascii::is_blank(*p) || *p == '\n' || *p == '\r') {
         ++p;
     }
     if (*p != '\0') {
@@ -328,7 +330,7 @@ int create_temp(FilesRecord &rec, int32_t h, Entry &entry, const char *directory
     // Every name tried was taken: the directory is full of our names, or
     // something refuses every create without saying why.
     entry.file_name = std::move(previous);
-    return raise_os_error(rec, h, io_of(entry), exists_error, kErrCreate, name.c_str());
+    return raise_os_error(rec, h, io_of(entry), exists_error, ERR_FIL_CREATE, name.c_str());
 }
 
 }  // namespace
@@ -351,7 +353,7 @@ int close_entry(FilesRecord &rec, int32_t h, Entry &entry) {
     entry.descriptor = -1;
     entry.os_handle = kPlatNoFile;
     if (error != 0) {
-        return raise_os_error(rec, h, io, error, kErrClose, entry.file_name.get());
+        return raise_os_error(rec, h, io, error, ERR_FIL_CLOSE, entry.file_name.get());
     }
     return 1;
 }
@@ -397,7 +399,7 @@ VQ_API int gf_flush_file(int32_t h) {
         PlatIo io = io_of(entry);
         int32_t error = io == PlatIo::native ? plat_native_file_flush(entry.os_handle)
                                              : plat_crt_file_commit(entry.descriptor);
-        return error == 0 ? 1 : raise_os_error(rec, h, io, error, kErrFlush, entry.file_name.get());
+        return error == 0 ? 1 : raise_os_error(rec, h, io, error, ERR_FIL_FLUSH, entry.file_name.get());
     });
 }
 
@@ -435,7 +437,7 @@ VQ_API int gf_set_file_position(int32_t h, int32_t packets) {
         int32_t error = io == PlatIo::native ? plat_native_file_seek(entry.os_handle, offset)
                                              : plat_crt_file_seek(entry.descriptor, offset);
         if (error != 0) {
-            return raise_os_error(rec, h, io, error, kErrSeek, entry.file_name.get());
+            return raise_os_error(rec, h, io, error, ERR_FIL_SEEK, entry.file_name.get());
         }
         entry.position = packets;
         return 1;
@@ -465,7 +467,7 @@ VQ_API int gf_truncate_file(int32_t h, const char *decimal_size) {
         int32_t error = native == kPlatNoFile ? plat_file_invalid_argument(PlatIo::native)
                                               : plat_file_truncate(native, size);
         if (error != 0) {
-            return raise_os_error(rec, h, PlatIo::native, error, kErrTruncate, entry.file_name.get());
+            return raise_os_error(rec, h, PlatIo::native, error, ERR_FIL_TRUNC, entry.file_name.get());
         }
         return 1;
     });

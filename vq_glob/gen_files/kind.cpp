@@ -27,7 +27,7 @@ int is_kind(int32_t h, PlatFileKind wanted, const char *function) {
         return raise_null_argument(rec, h, function);
     }
     if (error != 0) {
-        return raise_os_error(rec, h, PlatIo::native, error, kErrGetInfo, entry->file_name.get());
+        return raise_os_error(rec, h, PlatIo::native, error, ERR_FIL_GETINFO, entry->file_name.get());
     }
     return kind == wanted ? 1 : 0;
 }

@@ -20,16 +20,16 @@ constexpr int32_t kLongestPauseMs = 100;
 
 bool valid_name(FilesRecord *rec, const char *name, const char *function) {
     if (name == nullptr) {
-        err_set_error(kErrNullArgument, function);
+        err_set_error(ERR_FIL_MEMORY_1727, function);
         if (rec != nullptr) {
-            mark_error(*rec, kNoHandle, kErrNullArgument, kNoOsError);
+            mark_error(*rec, kNoHandle, ERR_FIL_MEMORY_1727, kNoOsError);
         }
         return false;
     }
     if (std::strlen(name) > kPlatMaxFileName) {
-        err_set_error(kErrLongName, name);
+        err_set_error(ERR_FIL_VLONGNAME, name);
         if (rec != nullptr) {
-            mark_error(*rec, kNoHandle, kErrLongName, kNoOsError);
+            mark_error(*rec, kNoHandle, ERR_FIL_VLONGNAME, kNoOsError);
         }
         return false;
     }
@@ -41,11 +41,7 @@ int fail(FilesRecord *rec, PlatIo io, int32_t error, uint32_t code, const char *
     if (rec != nullptr) {
         return raise_os_error(*rec, kNoHandle, io, error, code, name);
     }
-    char text[512];
-    plat_file_error_text(io, error, text, sizeof text);
-    err_set_error(ERR_SYS_ERRMSG, text);
-    err_add_error(code, name);
-    return 0;
+    return push_os_error(io, error, code, name);
 }
 
 }  // namespace
@@ -74,13 +70,13 @@ VQ_API int gf_lock_wait_file(const char *lock_name, int32_t timeout_ms) {
             return 1;
         }
         if (!plat_file_is_exists_error(PlatIo::crt, error)) {
-            return fail(rec, PlatIo::crt, error, kErrLock, lock_name);
+            return fail(rec, PlatIo::crt, error, ERR_FIL_LOCK, lock_name);
         }
         Clock::time_point now = Clock::now();
         if (timeout_ms >= 0 && now >= deadline) {
             vq::debug::trace_bit(kTraceBit, "gf_lock_wait_file: lock <%s> still held after %d ms\n",
                                  lock_name, static_cast<int>(timeout_ms));
-            return fail(rec, PlatIo::crt, error, kErrLock, lock_name);
+            return fail(rec, PlatIo::crt, error, ERR_FIL_LOCK, lock_name);
         }
         auto wait = std::chrono::milliseconds(pause);
         if (timeout_ms >= 0) {
@@ -99,7 +95,7 @@ VQ_API int gf_unlock_file(const char *lock_name) {
     }
     int32_t error = plat_file_remove(lock_name);
     if (error != 0) {
-        return fail(rec, PlatIo::native, error, kErrDelete, lock_name);
+        return fail(rec, PlatIo::native, error, ERR_FIL_DELETE_170B, lock_name);
     }
     vq::debug::trace_bit(kTraceBit, "gf_unlock_file: released lock <%s>\n", lock_name);
     return 1;

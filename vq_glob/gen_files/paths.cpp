@@ -53,7 +53,7 @@ size_t remote_root_length(const char *path) {
 
 int text_filename(const char *fn, const char *path, char *out, char separator) {
     if (path == nullptr || out == nullptr) {
-        return null_param(fn, path == nullptr ? "path" : "out");
+        return vq::raise::params(Report::add, fn, path == nullptr ? "path" : "out");
     }
     if (separator == '\0') {
         return bad_value(fn, 3);
@@ -69,7 +69,7 @@ int text_filename(const char *fn, const char *path, char *out, char separator) {
 
 int text_path(const char *fn, const char *path, char *out, char separator) {
     if (path == nullptr || out == nullptr) {
-        return null_param(fn, path == nullptr ? "path" : "out");
+        return vq::raise::params(Report::add, fn, path == nullptr ? "path" : "out");
     }
     if (separator == '\0') {
         return bad_value(fn, 3);
@@ -92,17 +92,17 @@ extern "C" {
 
 VQ_API int gf_is_full_path(const char *path) {
     if (path == nullptr) {
-        return null_param("gf_is_full_path", "path");
+        return vq::raise::params(Report::add, "gf_is_full_path", "path");
     }
     return plat_path_is_full(path) ? 1 : 0;
 }
 
 VQ_API int gf_is_windows_filename_valid(const char *name) {
     if (name == nullptr) {
-        return null_param("gf_is_windows_filename_valid", "name");
+        return vq::raise::params(Report::add, "gf_is_windows_filename_valid", "name");
     }
     if (name[std::strcspn(name, "\\/:*?\"<>|")] != '\0') {
-        err_add_error(kErrWinInvalid, name);
+        err_add_error(ERR_FIL_WINVALID, name);
         return 0;
     }
     return 1;
@@ -110,7 +110,7 @@ VQ_API int gf_is_windows_filename_valid(const char *name) {
 
 VQ_API char *gf_extract_first_element_ptr(const char *text, char separator) {
     if (text == nullptr) {
-        null_param("gf_extract_first_element_ptr", "text");
+        vq::raise::params(Report::add, "gf_extract_first_element_ptr", "text");
         return nullptr;
     }
     if (separator == '\0') {
@@ -122,7 +122,7 @@ VQ_API char *gf_extract_first_element_ptr(const char *text, char separator) {
 
 VQ_API char *gf_extract_last_element_ptr(const char *text, char separator) {
     if (text == nullptr) {
-        null_param("gf_extract_last_element_ptr", "text");
+        vq::raise::params(Report::add, "gf_extract_last_element_ptr", "text");
         return nullptr;
     }
     if (separator == '\0') {
@@ -151,7 +151,7 @@ VQ_API int gf_extract_text_path_with_sep(const char *path, char *out, char separ
 
 VQ_API int gf_extract_filename(const char *path, char *out) {
     if (path == nullptr || out == nullptr) {
-        return null_param("gf_extract_filename", path == nullptr ? "path" : "out");
+        return vq::raise::params(Report::add, "gf_extract_filename", path == nullptr ? "path" : "out");
     }
     if (existing_dir(path)) {
         return put(out, "", 0);
@@ -162,7 +162,7 @@ VQ_API int gf_extract_filename(const char *path, char *out) {
 
 VQ_API int gf_extract_file_extension(const char *path, char *out) {
     if (path == nullptr || out == nullptr) {
-        return null_param("gf_extract_file_extension", path == nullptr ? "path" : "out");
+        return vq::raise::params(Report::add, "gf_extract_file_extension", path == nullptr ? "path" : "out");
     }
     const char *ext = extension_start(path);
     return put(out, ext, std::strlen(ext));
@@ -170,14 +170,15 @@ VQ_API int gf_extract_file_extension(const char *path, char *out) {
 
 VQ_API int gf_extract_file_no_extension(const char *path, char *out) {
     if (path == nullptr || out == nullptr) {
-        return null_param("gf_extract_file_no_extension", path == nullptr ? "path" : "out");
+        return vq::raise::params(Report::add, "gf_extract_file_no_extension",
+                                 path == nullptr ? "path" : "out");
     }
     return put(out, path, static_cast<size_t>(extension_start(path) - path));
 }
 
 VQ_API int gf_extract_path(const char *path, char *out) {
     if (path == nullptr || out == nullptr) {
-        return null_param("gf_extract_path", path == nullptr ? "path" : "out");
+        return vq::raise::params(Report::add, "gf_extract_path", path == nullptr ? "path" : "out");
     }
     if (existing_dir(path)) {
         return put(out, path, std::strlen(path));
@@ -188,7 +189,7 @@ VQ_API int gf_extract_path(const char *path, char *out) {
 
 VQ_API int gf_extract_dir_name(const char *path, char *out) {
     if (path == nullptr || out == nullptr) {
-        return null_param("gf_extract_dir_name", path == nullptr ? "path" : "out");
+        return vq::raise::params(Report::add, "gf_extract_dir_name", path == nullptr ? "path" : "out");
     }
     size_t len = std::strlen(path);
     while (len > 0 && path[len - 1] == kSep) {
@@ -201,7 +202,7 @@ VQ_API int gf_extract_dir_name(const char *path, char *out) {
 
 VQ_API int gf_extract_prev_dir(const char *path, char *out) {
     if (path == nullptr || out == nullptr) {
-        return null_param("gf_extract_prev_dir", path == nullptr ? "path" : "out");
+        return vq::raise::params(Report::add, "gf_extract_prev_dir", path == nullptr ? "path" : "out");
     }
     size_t len = std::strlen(path);
     if (len > 1 && path[len - 1] == kSep) {
@@ -217,7 +218,7 @@ VQ_API int gf_extract_prev_dir(const char *path, char *out) {
 
 VQ_API int gf_extract_device_name(const char *path, char *out) {
     if (path == nullptr || out == nullptr) {
-        return null_param("gf_extract_device_name", path == nullptr ? "path" : "out");
+        return vq::raise::params(Report::add, "gf_extract_device_name", path == nullptr ? "path" : "out");
     }
     size_t drive = plat_path_drive_length(path);
     return put(out, path, drive > 0 ? drive : remote_root_length(path));
@@ -225,7 +226,7 @@ VQ_API int gf_extract_device_name(const char *path, char *out) {
 
 VQ_API int gf_extract_remote_filespec(const char *spec, char *out) {
     if (spec == nullptr || out == nullptr) {
-        return null_param("gf_extract_remote_filespec", spec == nullptr ? "spec" : "out");
+        return vq::raise::params(Report::add, "gf_extract_remote_filespec", spec == nullptr ? "spec" : "out");
     }
     const char doubled[] = {kSep, kSep, '\0'};
     const char *start = std::strstr(spec, doubled);
@@ -238,7 +239,8 @@ VQ_API int gf_extract_remote_filespec(const char *spec, char *out) {
 
 VQ_API int gf_extract_remote_node_name(const char *spec, char *out) {
     if (spec == nullptr || out == nullptr) {
-        return null_param("gf_extract_remote_node_name", spec == nullptr ? "spec" : "out");
+        return vq::raise::params(Report::add, "gf_extract_remote_node_name",
+                                 spec == nullptr ? "spec" : "out");
     }
     if (spec[0] == kSep && spec[1] == kSep) {
         const char *node = spec + 2;
@@ -253,7 +255,8 @@ VQ_API int gf_extract_remote_node_name(const char *spec, char *out) {
 
 VQ_API int gf_get_n_first_elements_str(const char *path, int32_t n, char *out) {
     if (path == nullptr || out == nullptr) {
-        return null_param("gf_get_n_first_elements_str", path == nullptr ? "path" : "out");
+        return vq::raise::params(Report::add, "gf_get_n_first_elements_str",
+                                 path == nullptr ? "path" : "out");
     }
     if (n < 1) {
         return bad_value("gf_get_n_first_elements_str", 2);
@@ -278,9 +281,10 @@ VQ_API int gf_get_n_first_elements_str(const char *path, int32_t n, char *out) {
 
 VQ_API int gf_get_next_partial_path(const char *base, const char *full, char *out, char separator) {
     if (base == nullptr || full == nullptr || out == nullptr) {
-        return null_param("gf_get_next_partial_path", base == nullptr   ? "base"
-                                                      : full == nullptr ? "full"
-                                                                        : "out");
+        return vq::raise::params(Report::add, "gf_get_next_partial_path",
+                                 base == nullptr   ? "base"
+                                 : full == nullptr ? "full"
+                                                   : "out");
     }
     if (separator == '\0') {
         return bad_value("gf_get_next_partial_path", 4);

@@ -28,14 +28,14 @@ void mark_thread(uint32_t code, int32_t os_error) {
 
 int query(const char *fn, const char *name, bool PlatFsStatus::*what) {
     if (name == nullptr) {
-        return null_param(fn, "name");
+        return vq::raise::params(Report::add, fn, "name");
     }
     if (too_long(name)) {
-        err_add_error(kErrLongName, name);
+        err_add_error(ERR_FIL_VLONGNAME, name);
         return 0;
     }
     PlatFsStatus status;
-    return plat_fs_status(name, &status) && status.*what ? 1 : 0;
+    return plat_fs_status(name, &status) == 0 && status.*what ? 1 : 0;
 }
 
 // Where the elements that gf_make_path may have to create begin: behind a
@@ -54,11 +54,11 @@ size_t creatable_start(const std::string &path) {
 // One directory: present already, or made now.
 bool ensure_dir(const std::string &name) {
     PlatFsStatus status;
-    if (plat_fs_status(name.c_str(), &status)) {
+    if (plat_fs_status(name.c_str(), &status) == 0) {
         if (status.is_dir) {
             return true;
         }
-        err_add_error(kErrFileInWay, name.c_str());
+        err_add_error(ERR_FIL_MKDFEX, name.c_str());
         return false;
     }
     int32_t code = plat_fs_make_dir(name.c_str());
@@ -66,11 +66,11 @@ bool ensure_dir(const std::string &name) {
         return true;
     }
     // Another process may have made it between the look and the attempt.
-    if (plat_fs_is_exists_error(code) && plat_fs_status(name.c_str(), &status) && status.is_dir) {
+    if (plat_fs_is_exists_error(code) && plat_fs_status(name.c_str(), &status) == 0 && status.is_dir) {
         return true;
     }
-    err_add_system_error(code);
-    err_add_error(kErrMakeDir, name.c_str());
+    vq::raise::system(Report::add, code);
+    err_add_error(ERR_FIL_MAKDIR, name.c_str());
     return false;
 }
 
@@ -79,7 +79,7 @@ int make_path(const char *fn, const std::string &path) {
         return bad_value(fn, 1);
     }
     if (path.size() > GF_MAX_PATH_LENGTH) {
-        err_add_error(kErrLongCreate, path.c_str());
+        err_add_error(ERR_FIL_LONGCREATE_1730, path.c_str());
         return 0;
     }
     try {
@@ -117,23 +117,24 @@ VQ_API int gf_is_link(const char *name) { return query("gf_is_link", name, &Plat
 
 VQ_API int gf_expand_full_path(const char *path, char **buffer, int32_t *size) {
     if (path == nullptr || buffer == nullptr || size == nullptr) {
-        return null_param("gf_expand_full_path", path == nullptr     ? "path"
-                                                 : buffer == nullptr ? "buffer"
-                                                                     : "size");
+        return vq::raise::params(Report::add, "gf_expand_full_path",
+                                 path == nullptr     ? "path"
+                                 : buffer == nullptr ? "buffer"
+                                                     : "size");
     }
     if (*size < 0) {
         return bad_value("gf_expand_full_path", 3);
     }
     std::string full;
     if (int32_t code = plat_fs_full_path(path, &full); code != 0) {
-        err_add_system_error(code);
-        err_add_error(kErrExpand, path);
-        mark_thread(kErrExpand, code);
+        vq::raise::system(Report::add, code);
+        err_add_error(ERR_FIL_EXPAND, path);
+        mark_thread(ERR_FIL_EXPAND, code);
         return 0;
     }
     if (full.size() >= INT32_MAX) {
-        err_add_error(kErrExpand, path);
-        mark_thread(kErrExpand, vq::gf::kNoOsError);
+        err_add_error(ERR_FIL_EXPAND, path);
+        mark_thread(ERR_FIL_EXPAND, vq::gf::kNoOsError);
         return 0;
     }
     size_t needed = full.size() + 1;
@@ -141,7 +142,7 @@ VQ_API int gf_expand_full_path(const char *path, char **buffer, int32_t *size) {
         auto *grown = static_cast<char *>(std::realloc(*buffer, needed));
         if (grown == nullptr) {
             no_memory("gf_expand_full_path", __LINE__);
-            mark_thread(kErrFilMemory, vq::gf::kNoOsError);
+            mark_thread(ERR_FIL_MEMORY_1701, vq::gf::kNoOsError);
             return 0;
         }
         *buffer = grown;
@@ -154,7 +155,10 @@ VQ_API int gf_expand_full_path(const char *path, char **buffer, int32_t *size) {
 VQ_API int gf_compare_file_names(const char *name1, const char *name2, int32_t *equal) {
     constexpr const char *fn = "gf_compare_file_names";
     if (name1 == nullptr || name2 == nullptr || equal == nullptr) {
-        return null_param(fn, name1 == nullptr ? "name1" : name2 == nullptr ? "name2" : "equal");
+        return vq::raise::params(Report::add, fn,
+                                 name1 == nullptr   ? "name1"
+                                 : name2 == nullptr ? "name2"
+                                                    : "equal");
     }
     *equal = 0;
     const char *names[2] = {name1, name2};
@@ -191,23 +195,23 @@ VQ_API int gf_compare_file_names(const char *name1, const char *name2, int32_t *
 
 VQ_API int gf_get_short_path(const char *path, char *out, int32_t size) {
     if (path == nullptr || out == nullptr) {
-        return null_param("gf_get_short_path", path == nullptr ? "path" : "out");
+        return vq::raise::params(Report::add, "gf_get_short_path", path == nullptr ? "path" : "out");
     }
     if (size < 1) {
         return bad_value("gf_get_short_path", 3);
     }
     if (too_long(path)) {
-        err_add_error(kErrLongName, path);
+        err_add_error(ERR_FIL_VLONGNAME, path);
         return 0;
     }
     std::string short_path;
     if (int32_t code = plat_fs_short_path(path, &short_path); code != 0) {
-        err_add_system_error(code);
-        err_add_error(kErrGetInfo, path);
+        vq::raise::system(Report::add, code);
+        err_add_error(ERR_FIL_GETINFO, path);
         return 0;
     }
     if (short_path.size() >= static_cast<size_t>(size)) {
-        err_add_error(kErrBuffer, "gf_get_short_path");
+        err_add_error(ERR_FIL_BUF, "gf_get_short_path");
         return 0;
     }
     return put(out, short_path.c_str(), short_path.size());
@@ -215,7 +219,7 @@ VQ_API int gf_get_short_path(const char *path, char *out, int32_t size) {
 
 VQ_API int gf_make_path(const char *path) {
     if (path == nullptr) {
-        return null_param("gf_make_path", "path");
+        return vq::raise::params(Report::add, "gf_make_path", "path");
     }
     try {
         return make_path("gf_make_path", path);
@@ -227,7 +231,7 @@ VQ_API int gf_make_path(const char *path) {
 VQ_API int gf_make_path_from_list(char **elements) {
     constexpr const char *fn = "gf_make_path_from_list";
     if (elements == nullptr) {
-        return null_param(fn, "elements");
+        return vq::raise::params(Report::add, fn, "elements");
     }
     try {
         std::string path;
@@ -246,12 +250,12 @@ VQ_API int gf_make_path_from_list(char **elements) {
 
 VQ_API int gf_path_to_wpath(const char *path, wchar_t *out) {
     if (path == nullptr || out == nullptr) {
-        return null_param("gf_path_to_wpath", path == nullptr ? "path" : "out");
+        return vq::raise::params(Report::add, "gf_path_to_wpath", path == nullptr ? "path" : "out");
     }
     size_t len = std::strlen(path);
     if (len > GF_MAX_PATH_LENGTH) {
         out[0] = L'\0';
-        err_add_error(kErrLongName, path);
+        err_add_error(ERR_FIL_VLONGNAME, path);
         return 0;
     }
     // Formatted on the stack: the name and the longest prefix always fit.
@@ -260,7 +264,7 @@ VQ_API int gf_path_to_wpath(const char *path, wchar_t *out) {
     char prefixed[GF_MAX_PATH_LENGTH + 16];
     std::snprintf(prefixed, sizeof prefixed, "%s%s", prefix, path + replaced);
     if (int32_t code = plat_utf8_to_wide(prefixed, out, GF_WPATH_SIZE); code != 0) {
-        err_add_system_error(code);
+        vq::raise::system(Report::add, code);
         return 0;
     }
     return 1;
@@ -268,10 +272,10 @@ VQ_API int gf_path_to_wpath(const char *path, wchar_t *out) {
 
 VQ_API int gf_wpath_to_path(const wchar_t *wpath, char *out) {
     if (wpath == nullptr || out == nullptr) {
-        return null_param("gf_wpath_to_path", wpath == nullptr ? "wpath" : "out");
+        return vq::raise::params(Report::add, "gf_wpath_to_path", wpath == nullptr ? "wpath" : "out");
     }
     if (int32_t code = plat_wide_to_utf8(wpath, out, GF_PATH_SIZE); code != 0) {
-        err_add_system_error(code);
+        vq::raise::system(Report::add, code);
         char text[512];
         plat_system_error_text(code, text, sizeof text);
         large_dbg_str(kTraceGf, "convertWchar2Char: Failed in WideCharToMultiByte, error: <%s>\n", text);

@@ -9,6 +9,7 @@
 #include <cstdlib>
 
 #include "gen_files/gf_state.h"
+#include "internal/raise.h"
 #include "vq_glob/err.h"
 
 namespace vq::gf {
@@ -18,7 +19,7 @@ namespace {
 // used as a string.
 constexpr size_t kSpareBytes = 3;
 
-// errno's text under 0x203 (the stream's own failure).
+// errno's text under ERR_SYS_ERRMSG (the stream's own failure).
 int raise_stream_error(int error) {
     char text[512];
     plat_file_error_text(PlatIo::crt, error, text, sizeof text);
@@ -35,14 +36,14 @@ extern "C" {
 
 VQ_API int gf_write_vl_line(FILE *stream, const char *line, uint16_t *length) {
     if (stream == nullptr || length == nullptr || line == nullptr) {
-        err_set_error(kErrNullArgument, "gf_write_vl_line");
+        err_set_error(ERR_FIL_MEMORY_1727, "gf_write_vl_line");
         return 0;
     }
     uint16_t n = *length;
     // The reader refuses an empty record, and every record behind it would be
     // lost with it: such a record is never written.
     if (n == 0) {
-        err_set_error(kErrBadParameter, "gf_write_vl_line", 3);
+        err_set_error(ERR_FIL_BADPAR, "gf_write_vl_line", 3);
         return 0;
     }
     const unsigned char header[2] = {static_cast<unsigned char>(n >> 8),
@@ -62,7 +63,7 @@ VQ_API int gf_read_vl_line(FILE *stream, char **line, uint16_t *length) {
         *line = nullptr;
     }
     if (stream == nullptr || line == nullptr || length == nullptr) {
-        err_set_error(kErrNullArgument, "gf_read_vl_line");
+        err_set_error(ERR_FIL_MEMORY_1727, "gf_read_vl_line");
         return 0;
     }
     unsigned char header[2];
@@ -78,8 +79,7 @@ VQ_API int gf_read_vl_line(FILE *stream, char **line, uint16_t *length) {
     *length = n;
     auto *body = static_cast<char *>(std::calloc(size_t{n} + kSpareBytes, 1));
     if (body == nullptr) {
-        err_set_error(ERR_GEN_MEMORY, "gf_read_vl_line", "gen_files", __LINE__);
-        return 0;
+        return VQ_NO_MEMORY(vq::raise::Report::fresh, kModule);
     }
     if (n == 0 || std::fread(body, n, 1, stream) != 1) {
         std::free(body);

@@ -1,6 +1,6 @@
 // Per-thread state of the allocation tracker. It lives inside the debug
 // module's record (the tracker shares the tracing module's slot) and is owned
-// by vq_memory.cpp: no other module reads its fields.
+// by vq_memory/tracker.cpp: no other module reads its fields.
 #pragma once
 
 #include <cstdint>
@@ -9,7 +9,7 @@
 
 namespace vq::memory {
 
-struct TrackRecord;  // one tracked object; defined in vq_memory.cpp
+struct TrackRecord;  // one tracked object; defined in vq_memory/tracker.cpp
 
 struct TrackerState {
     int32_t tracking = 0;                // 0 off, 1 on

@@ -16,12 +16,15 @@
 // converted to UTF-16 in a stack buffer. On POSIX they go to the OS as given.
 //
 // Every operation returns 0 on success or the platform's error number of its
-// kind, so that callers never depend on errno or GetLastError surviving.
+// kind, so that callers never depend on errno or GetLastError surviving; the
+// C runtime calls behind the allocation tracker, at the end, are the one
+// exception and say why.
 // Interrupted system calls are restarted here.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
+#include <cstdio>
 #include <string>
 
 inline constexpr intptr_t kPlatNoFile = -1;
@@ -73,13 +76,38 @@ int32_t plat_crt_file_make_writable(const char *name);
 
 // ---- Native handles ----------------------------------------------------------
 
-// How a native handle is opened: the CreateFileW fields with their Windows
-// values. POSIX maps them onto open() as posix/file.cpp documents.
+// How a native handle is opened, in the platform layer's own terms; each
+// backend maps them onto its system (CreateFileW's access, share, disposition
+// and flag values on Windows; open() flags and the deny-writer lock on POSIX,
+// as posix/file.cpp documents).
+
+// What the open itself may do (bits of PlatNativeOpen::access). An open with
+// neither reads on POSIX and may only query the file on Windows.
+inline constexpr uint32_t kPlatAccessRead = 1u << 0;
+inline constexpr uint32_t kPlatAccessWrite = 1u << 1;
+
+// What other opens may do while this one is in place (bits of
+// PlatNativeOpen::share); 0 shares nothing. POSIX honours only the absence of
+// kPlatShareWrite, which refuses other writers of the library.
+inline constexpr uint32_t kPlatShareRead = 1u << 0;
+inline constexpr uint32_t kPlatShareWrite = 1u << 1;
+inline constexpr uint32_t kPlatShareDelete = 1u << 2;
+
+// What happens to a name that exists, or does not.
+enum class PlatDisposition : uint8_t {
+    none,               // not chosen: the open fails as an invalid argument
+    create_new,         // create; fail when the name exists
+    create_always,      // create, or empty an existing file
+    open_existing,      // open; fail when the name does not exist
+    open_always,        // open, or create a missing file
+    truncate_existing,  // open and empty; fail when the name does not exist
+};
+
 struct PlatNativeOpen {
-    uint32_t access;       // GENERIC_READ 0x80000000, GENERIC_WRITE 0x40000000
-    uint32_t share;        // FILE_SHARE_READ 1, FILE_SHARE_WRITE 2, FILE_SHARE_DELETE 4
-    uint32_t disposition;  // CREATE_NEW 1 ... TRUNCATE_EXISTING 5
-    uint32_t flags;        // FILE_FLAG_* and FILE_ATTRIBUTE_*
+    uint32_t access = 0;  // kPlatAccess* bits
+    uint32_t share = 0;   // kPlatShare* bits
+    PlatDisposition disposition = PlatDisposition::none;
+    bool write_through = false;  // every write reaches the device before it returns
 };
 
 // Opens or creates name as how says; mode is the POSIX permission of a
@@ -114,6 +142,29 @@ int32_t plat_file_remove(const char *name);
 // The system's default ANSI code page as its number in text ("932" on a
 // Japanese Windows); "65001" on POSIX, whose names are UTF-8. Native errors.
 int32_t plat_default_ansi_code_page(char *buf, size_t size);
+
+// ---- C runtime calls behind the allocation tracker ---------------------------
+//
+// The exception to this interface's error convention. The tracker's
+// sl_debug_open, sl_debug_fdopen, sl_debug_wfopen... are drop-in replacements
+// of the C calls: they must return exactly what the C call returns (a
+// descriptor or -1, a stream or null) with the cause in errno, as their
+// callers test it. These wrappers therefore keep the C runtime's own
+// results and leave errno as the call set it.
+
+// True when open() with these flags takes a third (mode) argument.
+bool plat_crt_open_needs_mode(int flags);
+int plat_crt_open(const char *name, int flags, int mode);
+int plat_crt_close(int fd);
+std::FILE *plat_crt_fdopen(int fd, const char *mode);
+// Wide names: native on Windows; converted to UTF-8 on POSIX (EILSEQ when
+// the name holds a value that is not a Unicode character).
+int plat_crt_wopen(const wchar_t *name, int flags, int mode);
+std::FILE *plat_crt_wfopen(const wchar_t *name, const wchar_t *mode);
+// _fsopen's share flag is honoured on Windows and ignored on POSIX.
+std::FILE *plat_crt_fsopen(const char *name, const char *mode, int share);
+// A temporary file name in malloc'ed memory (the caller frees it), or null.
+char *plat_crt_tempnam(const char *dir, const char *prefix);
 
 // ---- Whole-file reads ---------------------------------------------------------
 

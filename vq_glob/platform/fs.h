@@ -20,11 +20,11 @@ struct PlatFsStatus {
     bool is_link = false;
 };
 
-// Fills *status for an existing name (stat/lstat, GetFileAttributesW). A
-// question rather than an operation: false when the name does not exist or
-// cannot be queried, with no reason given, since a name that cannot be
-// queried denotes nothing to its callers.
-bool plat_fs_status(const char *name, PlatFsStatus *status);
+// Fills *status for an existing name (stat/lstat, GetFileAttributesW): 0, or
+// the error number of the query (a missing name, no access, a name that
+// cannot be converted...). Callers asking whether a name denotes something
+// take any error for "no".
+int32_t plat_fs_status(const char *name, PlatFsStatus *status);
 
 // The process's current directory, UTF-8, without a trailing separator
 // (except for a root).
@@ -64,8 +64,8 @@ int32_t plat_wide_to_utf8(const wchar_t *text, char *out, size_t out_size);
 // True for a character that ends a path element: "\" and "/" on Windows,
 // "/" on POSIX.
 bool plat_path_is_separator(char c);
-// Length of the drive at the start of name: 2 for a letter (by the C
-// runtime's alphabetic test) and a colon on Windows, else 0; always 0 on POSIX.
+// Length of the drive at the start of name: 2 for an ASCII letter and a
+// colon on Windows, else 0; always 0 on POSIX.
 size_t plat_path_drive_length(const char *name);
 // Whether name is a full path by its text: a drive, a colon and a backslash,
 // or two backslashes on Windows; a leading "/" on POSIX.

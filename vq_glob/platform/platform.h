@@ -57,9 +57,9 @@ int32_t plat_last_error();
 int32_t plat_last_socket_error();
 
 // Writes the system's text for an error number into buf (always
-// NUL-terminated, trailing line ends removed). Returns false when the system
-// has no text for it; buf then holds a generic "system error N" text.
-bool plat_system_error_text(int32_t code, char *buf, size_t size);
+// NUL-terminated when size > 0, trailing line ends removed); a number the
+// system has no text for gets a generic "system error N" text.
+void plat_system_error_text(int32_t code, char *buf, size_t size);
 
 // Classifiers over the platform's own error numbers.
 bool plat_is_access_error(int32_t code);
@@ -89,9 +89,10 @@ void plat_restore_file_mask(uint32_t previous);
 // 0 with *stream set, or the C runtime's error number with *stream null.
 int32_t plat_open_log_file(const char *name, std::FILE **stream);
 
-// Runs a command line through the system shell; its exit status, -1 if it
-// could not be started.
-int plat_run_shell(const char *command);
+// Runs a command line through the system shell and waits for it: 0 with
+// *exit_status set (-1 for a shell that did not exit normally), or the C
+// runtime's error number when the shell could not be started.
+int32_t plat_run_shell(const char *command, int *exit_status);
 
 // Whether the system has a shell command that lists a process's memory use
 // (ps on POSIX; Windows has none).
@@ -101,27 +102,13 @@ bool plat_has_process_memory_command();
 std::string plat_process_memory_command(uint32_t pid, const std::string &output_file);
 
 // The system directory (GetSystemDirectory on Windows, "/etc" on POSIX),
-// NUL-terminated in buf; false when it cannot be read or does not fit.
-bool plat_system_directory(char *buf, size_t size);
+// NUL-terminated in buf: 0, or the system's error number when it cannot be
+// read or does not fit (ERROR_INSUFFICIENT_BUFFER / ENAMETOOLONG).
+int32_t plat_system_directory(char *buf, size_t size);
 
-// Truncates an open stream's file to length 0 and rewinds the stream.
-bool plat_truncate_stream(std::FILE *stream);
-
-// ---- C runtime opens (wrapped by the allocation tracker) -------------------
-
-// True when open() with these flags takes a third (mode) argument.
-bool plat_crt_open_needs_mode(int flags);
-int plat_crt_open(const char *name, int flags, int mode);
-int plat_crt_close(int fd);
-std::FILE *plat_crt_fdopen(int fd, const char *mode);
-// Wide names: native on Windows; converted to UTF-8 on POSIX (EILSEQ when
-// the name holds a value that is not a Unicode character).
-int plat_crt_wopen(const wchar_t *name, int flags, int mode);
-std::FILE *plat_crt_wfopen(const wchar_t *name, const wchar_t *mode);
-// _fsopen's share flag is honoured on Windows and ignored on POSIX.
-std::FILE *plat_crt_fsopen(const char *name, const char *mode, int share);
-// A temporary file name in malloc'ed memory (the caller frees it), or null.
-char *plat_crt_tempnam(const char *dir, const char *prefix);
+// Truncates an open stream's file to length 0 and rewinds the stream: 0, or
+// the C runtime's error number (EINVAL for a null stream).
+int32_t plat_truncate_stream(std::FILE *stream);
 
 // ---- Time ------------------------------------------------------------------
 

@@ -124,7 +124,7 @@ VQ_API int conf_delete_lock_file(const char *file_name) {
     }
     std::string lock = std::string(file_name) + ".lock";
     PlatFsStatus status;
-    if (!plat_fs_status(lock.c_str(), &status)) {
+    if (plat_fs_status(lock.c_str(), &status) != 0) {
         return 1;
     }
     return gf_unlock_file(lock.c_str());

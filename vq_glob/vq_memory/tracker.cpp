@@ -32,7 +32,8 @@
 
 namespace vq::memory {
 
-// Field order and types are the design's; check covers every byte before it.
+// One tracked object. check is the XOR of the fields before it, so that a
+// record overwritten by a stray write is told from an intact one.
 struct TrackRecord {
     int32_t line;
     char file[256];
@@ -660,7 +661,9 @@ extern "C" VQ_API void sl_malloc_ps(const char *file, int32_t line) {
     try {
         std::string command = plat_process_memory_command(plat_process_id(), st->file_name);
         mem::note(*st, "issuing: <%s>\n", command.c_str());
-        plat_run_shell(command.c_str());
+        // The command appends to the file itself; whether it ran shows there.
+        int exit_status = 0;
+        plat_run_shell(command.c_str(), &exit_status);
     } catch (...) {
         mem::note(*st, "ps not issued: out of memory\n");
     }

@@ -1,20 +1,18 @@
 // POSIX backend of the file part: descriptors for both kinds of open file,
-// the Windows share and disposition fields mapped onto open(), and the
-// advisory lock that stands in for a deny-write share mode.
+// the platform layer's access, share and disposition values mapped onto
+// open(), and the advisory lock that stands in for a deny-write share mode.
 //
-// Native opens (the files module's I/O type 2) take the CreateFileW fields:
-//   access       GENERIC_READ -> O_RDONLY, GENERIC_WRITE -> O_WRONLY, both ->
-//                O_RDWR; no access bit -> O_RDONLY (reads work, writes fail
-//                with EBADF).
-//   disposition  CREATE_NEW (1) -> O_CREAT|O_EXCL, CREATE_ALWAYS (2) ->
-//                O_CREAT|O_TRUNC, OPEN_EXISTING (3) -> nothing, OPEN_ALWAYS (4)
-//                -> O_CREAT, TRUNCATE_EXISTING (5) -> O_TRUNC; any other value
-//                fails with EINVAL, as CreateFileW does.
-//   share        without FILE_SHARE_WRITE the open denies writers, exactly as a
-//                crt open with deny_writers; FILE_SHARE_READ is not mapped:
-//                readers are never refused.
-//   flags        FILE_FLAG_WRITE_THROUGH -> O_DSYNC; the others have no meaning
-//                here and are ignored.
+// Native opens (the files module's I/O type 2) map PlatNativeOpen so:
+//   access       read -> O_RDONLY, write -> O_WRONLY, both -> O_RDWR; neither
+//                -> O_RDONLY (reads work, writes fail with EBADF).
+//   disposition  create_new -> O_CREAT|O_EXCL, create_always ->
+//                O_CREAT|O_TRUNC, open_existing -> nothing, open_always ->
+//                O_CREAT, truncate_existing -> O_TRUNC; none fails with
+//                EINVAL, as CreateFileW does.
+//   share        without kPlatShareWrite the open denies writers, exactly as a
+//                crt open with deny_writers; read and delete sharing are not
+//                mapped: readers are never refused, names can always go.
+//   write_through -> O_DSYNC.
 //
 // Denying writers. Windows refuses an open that conflicts with the share modes
 // of the opens already in place; POSIX has no such thing, so the library's own
@@ -45,16 +43,6 @@
 static_assert(sizeof(off_t) == 8, "files beyond 4 GiB need a 64-bit off_t");
 
 namespace {
-
-constexpr uint32_t kGenericRead = 0x80000000u;
-constexpr uint32_t kGenericWrite = 0x40000000u;
-constexpr uint32_t kFileShareWrite = 0x2u;
-constexpr uint32_t kFileFlagWriteThrough = 0x80000000u;
-constexpr uint32_t kCreateNew = 1;
-constexpr uint32_t kCreateAlways = 2;
-constexpr uint32_t kOpenExisting = 3;
-constexpr uint32_t kOpenAlways = 4;
-constexpr uint32_t kTruncateExisting = 5;
 
 constexpr int32_t kSharingViolation = EBUSY;
 
@@ -270,40 +258,55 @@ int32_t plat_crt_file_make_writable(const char *name) {
 
 // ---- Native handles -------------------------------------------------------------------
 
-int32_t plat_native_file_open(const char *name, const PlatNativeOpen &how, int mode, intptr_t *file) {
-    int flags = 0;
-    bool reads = (how.access & kGenericRead) != 0;
-    bool writes = (how.access & kGenericWrite) != 0;
+namespace {
+
+// The access mode of a native open; no access reads.
+int access_flags(uint32_t access) {
+    bool reads = (access & kPlatAccessRead) != 0;
+    bool writes = (access & kPlatAccessWrite) != 0;
     if (reads && writes) {
-        flags = O_RDWR;
-    } else if (writes) {
-        flags = O_WRONLY;
-    } else {
-        flags = O_RDONLY;
+        return O_RDWR;
     }
-    switch (how.disposition) {
-        case kCreateNew:
-            flags |= O_CREAT | O_EXCL;
+    return writes ? O_WRONLY : O_RDONLY;
+}
+
+// The creation flags of a disposition; false for none.
+bool disposition_flags(PlatDisposition disposition, int *flags) {
+    switch (disposition) {
+        case PlatDisposition::create_new:
+            *flags = O_CREAT | O_EXCL;
+            return true;
+        case PlatDisposition::create_always:
+            *flags = O_CREAT | O_TRUNC;
+            return true;
+        case PlatDisposition::open_existing:
+            *flags = 0;
+            return true;
+        case PlatDisposition::open_always:
+            *flags = O_CREAT;
+            return true;
+        case PlatDisposition::truncate_existing:
+            *flags = O_TRUNC;
+            return true;
+        case PlatDisposition::none:
             break;
-        case kCreateAlways:
-            flags |= O_CREAT | O_TRUNC;
-            break;
-        case kOpenExisting:
-            break;
-        case kOpenAlways:
-            flags |= O_CREAT;
-            break;
-        case kTruncateExisting:
-            flags |= O_TRUNC;
-            break;
-        default:
-            return EINVAL;
     }
-    if ((how.flags & kFileFlagWriteThrough) != 0) {
+    return false;
+}
+
+}  // namespace
+
+int32_t plat_native_file_open(const char *name, const PlatNativeOpen &how, int mode, intptr_t *file) {
+    int creation = 0;
+    if (!disposition_flags(how.disposition, &creation)) {
+        return EINVAL;
+    }
+    int flags = access_flags(how.access) | creation;
+    if (how.write_through) {
         flags |= O_DSYNC;
     }
     int fd = -1;
-    int32_t error = open_shared(name, flags, mode, (how.share & kFileShareWrite) == 0, &fd);
+    int32_t error = open_shared(name, flags, mode, (how.share & kPlatShareWrite) == 0, &fd);
     if (error == 0) {
         *file = fd;
     }

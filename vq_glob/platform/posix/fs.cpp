@@ -101,20 +101,20 @@ size_t root_length(std::string_view name) {
 
 }  // namespace
 
-bool plat_fs_status(const char *name, PlatFsStatus *status) {
+int32_t plat_fs_status(const char *name, PlatFsStatus *status) {
     struct stat own {};
     if (::lstat(name, &own) != 0) {
-        return false;
+        return errno;
     }
     *status = PlatFsStatus{};
     status->is_link = S_ISLNK(own.st_mode);
     struct stat target = own;
     if (status->is_link && ::stat(name, &target) != 0) {
-        return true;  // a dangling link exists, but denotes nothing
+        return 0;  // a dangling link exists, but denotes nothing
     }
     status->is_dir = S_ISDIR(target.st_mode);
     status->is_regular = S_ISREG(target.st_mode);
-    return true;
+    return 0;
 }
 
 int32_t plat_fs_current_dir(std::string *out) {

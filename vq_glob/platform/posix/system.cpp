@@ -24,9 +24,9 @@ namespace {
 
 }  // namespace
 
-bool plat_system_error_text(int32_t code, char *buf, size_t size) {
+void plat_system_error_text(int32_t code, char *buf, size_t size) {
     if (buf == nullptr || size == 0) {
-        return false;
+        return;
     }
     char scratch[256] = {0};
     const char *text = strerror_result(strerror_r(code, scratch, sizeof scratch), scratch);
@@ -36,7 +36,6 @@ bool plat_system_error_text(int32_t code, char *buf, size_t size) {
     } else {
         std::snprintf(buf, size, "system error %d", static_cast<int>(code));
     }
-    return known;
 }
 
 bool plat_is_access_error(int32_t code) { return code == EACCES || code == EPERM || code == EROFS; }
@@ -68,12 +67,14 @@ uint32_t plat_set_log_file_mask() { return static_cast<uint32_t>(umask(S_IWOTH |
 
 void plat_restore_file_mask(uint32_t previous) { umask(static_cast<mode_t>(previous)); }
 
-int plat_run_shell(const char *command) {
+int32_t plat_run_shell(const char *command, int *exit_status) {
+    errno = 0;
     int status = std::system(command);
     if (status == -1) {
-        return -1;
+        return errno != 0 ? errno : ECHILD;
     }
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    *exit_status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    return 0;
 }
 
 bool plat_has_process_memory_command() { return true; }
@@ -82,14 +83,24 @@ std::string plat_process_memory_command(uint32_t pid, const std::string &output_
     return "ps axO rssize,vsize|grep " + std::to_string(static_cast<int>(pid)) + " >> " + output_file;
 }
 
-bool plat_system_directory(char *buf, size_t size) {
-    return buf != nullptr && std::snprintf(buf, size, "/etc") < static_cast<int>(size);
+int32_t plat_system_directory(char *buf, size_t size) {
+    if (buf == nullptr) {
+        return EINVAL;
+    }
+    return std::snprintf(buf, size, "/etc") < static_cast<int>(size) ? 0 : ENAMETOOLONG;
 }
 
-bool plat_truncate_stream(std::FILE *stream) {
-    if (stream == nullptr || std::fflush(stream) != 0) {
-        return false;
+int32_t plat_truncate_stream(std::FILE *stream) {
+    if (stream == nullptr) {
+        return EINVAL;
+    }
+    if (std::fflush(stream) != 0) {
+        return errno;
     }
     std::rewind(stream);
-    return ftruncate(fileno(stream), 0) == 0;
+    int rc = 0;
+    do {
+        rc = ftruncate(fileno(stream), 0);
+    } while (rc == -1 && errno == EINTR);
+    return rc == 0 ? 0 : errno;
 }

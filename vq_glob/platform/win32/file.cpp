@@ -173,14 +173,52 @@ int32_t plat_crt_file_make_writable(const char *name) {
 
 // ---- Native handles -------------------------------------------------------------------
 
+namespace {
+
+DWORD access_of(uint32_t access) {
+    return ((access & kPlatAccessRead) != 0 ? GENERIC_READ : 0u) |
+           ((access & kPlatAccessWrite) != 0 ? GENERIC_WRITE : 0u);
+}
+
+DWORD share_of(uint32_t share) {
+    return ((share & kPlatShareRead) != 0 ? FILE_SHARE_READ : 0u) |
+           ((share & kPlatShareWrite) != 0 ? FILE_SHARE_WRITE : 0u) |
+           ((share & kPlatShareDelete) != 0 ? FILE_SHARE_DELETE : 0u);
+}
+
+// CreateFileW's creation disposition; 0, which it refuses, for none.
+DWORD disposition_of(PlatDisposition disposition) {
+    switch (disposition) {
+        case PlatDisposition::create_new:
+            return CREATE_NEW;
+        case PlatDisposition::create_always:
+            return CREATE_ALWAYS;
+        case PlatDisposition::open_existing:
+            return OPEN_EXISTING;
+        case PlatDisposition::open_always:
+            return OPEN_ALWAYS;
+        case PlatDisposition::truncate_existing:
+            return TRUNCATE_EXISTING;
+        case PlatDisposition::none:
+            break;
+    }
+    return 0;
+}
+
+}  // namespace
+
 int32_t plat_native_file_open(const char *name, const PlatNativeOpen &how, int /*mode*/, intptr_t *file) {
     WideName wide;
     DWORD name_error = long_name(name, wide);
     if (name_error != 0) {
         return static_cast<int32_t>(name_error);
     }
-    HANDLE handle =
-        CreateFileW(wide.text, how.access, how.share, nullptr, how.disposition, how.flags, nullptr);
+    DWORD disposition = disposition_of(how.disposition);
+    if (disposition == 0) {
+        return ERROR_INVALID_PARAMETER;
+    }
+    HANDLE handle = CreateFileW(wide.text, access_of(how.access), share_of(how.share), nullptr, disposition,
+                                how.write_through ? FILE_FLAG_WRITE_THROUGH : 0u, nullptr);
     if (handle == INVALID_HANDLE_VALUE) {
         return static_cast<int32_t>(GetLastError());
     }

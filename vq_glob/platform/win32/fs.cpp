@@ -4,10 +4,11 @@
 // form, so that names beyond MAX_PATH work.
 #include "platform/platform.h"
 
+#include "internal/ascii.h"
+
 #include <windows.h>
 
 #include <cerrno>
-#include <cctype>
 #include <climits>
 #include <cstdio>
 #include <string>
@@ -21,74 +22,78 @@ constexpr std::wstring_view kDevicePrefix = L"\\\\.\\";
 
 int clamp_count(size_t count) { return count > INT_MAX ? INT_MAX : static_cast<int>(count); }
 
-// UTF-8 to UTF-16 of any length; invalid UTF-8 fails.
-bool to_wide(const char *text, std::wstring *out) {
+// The error number of the call that just failed.
+int32_t last_error() { return static_cast<int32_t>(GetLastError()); }
+
+// UTF-8 to UTF-16 of any length: 0, or the error (invalid UTF-8 fails).
+int32_t to_wide(const char *text, std::wstring *out) {
     int n = MultiByteToWideChar(CP_UTF8, MB_ERR_INVALID_CHARS, text, -1, nullptr, 0);
     if (n <= 0) {
-        return false;
+        return last_error();
     }
     out->assign(static_cast<size_t>(n), L'\0');
     if (MultiByteToWideChar(CP_UTF8, MB_ERR_INVALID_CHARS, text, -1, out->data(), n) != n) {
-        return false;
+        return last_error();
     }
     out->resize(static_cast<size_t>(n) - 1);
-    return true;
+    return 0;
 }
 
-// UTF-16 to UTF-8 of any length; unpaired surrogates fail.
-bool to_utf8(const wchar_t *text, std::string *out) {
+// UTF-16 to UTF-8 of any length: 0, or the error (unpaired surrogates fail).
+int32_t to_utf8(const wchar_t *text, std::string *out) {
     int n = WideCharToMultiByte(CP_UTF8, WC_ERR_INVALID_CHARS, text, -1, nullptr, 0, nullptr, nullptr);
     if (n <= 0) {
-        return false;
+        return last_error();
     }
     out->assign(static_cast<size_t>(n), '\0');
     if (WideCharToMultiByte(CP_UTF8, WC_ERR_INVALID_CHARS, text, -1, out->data(), n, nullptr, nullptr) != n) {
-        return false;
+        return last_error();
     }
     out->resize(static_cast<size_t>(n) - 1);
-    return true;
+    return 0;
 }
 
-// GetFullPathNameW into a string sized by a first call.
-bool full_wide(const std::wstring &name, std::wstring *out) {
+// GetFullPathNameW into a string sized by a first call: 0, or the error.
+int32_t full_wide(const std::wstring &name, std::wstring *out) {
     const wchar_t *input = name.empty() ? L"." : name.c_str();
     DWORD needed = GetFullPathNameW(input, 0, nullptr, nullptr);
     if (needed == 0) {
-        return false;
+        return last_error();
     }
     out->assign(needed, L'\0');
     DWORD written = GetFullPathNameW(input, needed, out->data(), nullptr);
-    if (written == 0 || written >= needed) {
-        if (written != 0) {
-            SetLastError(ERROR_INSUFFICIENT_BUFFER);  // the current directory changed between the calls
-        }
-        return false;
+    if (written == 0) {
+        return last_error();
+    }
+    if (written >= needed) {
+        return ERROR_INSUFFICIENT_BUFFER;  // the current directory changed between the calls
     }
     out->resize(written);
-    return true;
+    return 0;
 }
 
 // The long-path form of a UTF-8 name: its full path behind "\\?\", or a UNC
 // name behind "\\?\UNC\". Names already in a raw form stay as they are.
-bool long_name(const char *name, std::wstring *out) {
+// 0, or the error of the conversion or the expansion.
+int32_t long_name(const char *name, std::wstring *out) {
     std::wstring wide;
-    if (!to_wide(name, &wide)) {
-        return false;
+    if (int32_t error = to_wide(name, &wide); error != 0) {
+        return error;
     }
     if (wide.starts_with(kLongPrefix) || wide.starts_with(kDevicePrefix)) {
         *out = std::move(wide);
-        return true;
+        return 0;
     }
     std::wstring full;
-    if (!full_wide(wide, &full)) {
-        return false;
+    if (int32_t error = full_wide(wide, &full); error != 0) {
+        return error;
     }
     if (full.starts_with(L"\\\\")) {
         *out = std::wstring(kLongUncPrefix) + full.substr(2);
     } else {
         *out = std::wstring(kLongPrefix) + full;
     }
-    return true;
+    return 0;
 }
 
 // The ordinary form of a long-path name.
@@ -102,20 +107,17 @@ std::wstring strip_long_prefix(const std::wstring &name) {
     return name;
 }
 
-// The error number of the call that just failed.
-int32_t last_error() { return static_cast<int32_t>(GetLastError()); }
-
 }  // namespace
 
-bool plat_fs_status(const char *name, PlatFsStatus *status) {
+int32_t plat_fs_status(const char *name, PlatFsStatus *status) {
     try {
         std::wstring wide;
-        if (!long_name(name, &wide)) {
-            return false;
+        if (int32_t error = long_name(name, &wide); error != 0) {
+            return error;
         }
         DWORD attributes = GetFileAttributesW(wide.c_str());
         if (attributes == INVALID_FILE_ATTRIBUTES) {
-            return false;
+            return last_error();
         }
         // A directory link carries the directory attribute, a file link not:
         // the attributes of the name itself already tell what it points to.
@@ -123,9 +125,9 @@ bool plat_fs_status(const char *name, PlatFsStatus *status) {
         status->is_dir = (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
         status->is_regular = (attributes & (FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_DEVICE)) == 0;
         status->is_link = (attributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0;
-        return true;
+        return 0;
     } catch (...) {
-        return false;
+        return ERROR_NOT_ENOUGH_MEMORY;
     }
 }
 
@@ -144,7 +146,7 @@ int32_t plat_fs_current_dir(std::string *out) {
             return ERROR_INSUFFICIENT_BUFFER;  // the current directory changed between the calls
         }
         wide.resize(written);
-        return to_utf8(wide.c_str(), out) ? 0 : last_error();
+        return to_utf8(wide.c_str(), out);
     } catch (...) {
         return ERROR_NOT_ENOUGH_MEMORY;
     }
@@ -154,7 +156,11 @@ int32_t plat_fs_full_path(const char *name, std::string *out) {
     try {
         std::wstring wide;
         std::wstring full;
-        return to_wide(name, &wide) && full_wide(wide, &full) && to_utf8(full.c_str(), out) ? 0 : last_error();
+        int32_t error = to_wide(name, &wide);
+        if (error == 0) {
+            error = full_wide(wide, &full);
+        }
+        return error == 0 ? to_utf8(full.c_str(), out) : error;
     } catch (...) {
         return ERROR_NOT_ENOUGH_MEMORY;
     }
@@ -163,7 +169,10 @@ int32_t plat_fs_full_path(const char *name, std::string *out) {
 int32_t plat_fs_make_dir(const char *name) {
     try {
         std::wstring wide;
-        return long_name(name, &wide) && CreateDirectoryW(wide.c_str(), nullptr) != 0 ? 0 : last_error();
+        if (int32_t error = long_name(name, &wide); error != 0) {
+            return error;
+        }
+        return CreateDirectoryW(wide.c_str(), nullptr) != 0 ? 0 : last_error();
     } catch (...) {
         return ERROR_NOT_ENOUGH_MEMORY;
     }
@@ -178,12 +187,12 @@ int32_t plat_fs_short_path(const char *name, std::string *out) {
         // Short names keep a relative name relative; only names too long for
         // the plain call take the long-path form.
         std::wstring wide;
-        if (!to_wide(name, &wide)) {
-            return last_error();
+        if (int32_t error = to_wide(name, &wide); error != 0) {
+            return error;
         }
         bool long_form = wide.size() >= MAX_PATH;
-        if (long_form && !long_name(name, &wide)) {
-            return last_error();
+        if (int32_t error = long_form ? long_name(name, &wide) : 0; error != 0) {
+            return error;
         }
         DWORD needed = GetShortPathNameW(wide.c_str(), nullptr, 0);
         if (needed == 0) {
@@ -201,7 +210,7 @@ int32_t plat_fs_short_path(const char *name, std::string *out) {
         if (long_form) {
             result = strip_long_prefix(result);
         }
-        return to_utf8(result.c_str(), out) ? 0 : last_error();
+        return to_utf8(result.c_str(), out);
     } catch (...) {
         return ERROR_NOT_ENOUGH_MEMORY;
     }
@@ -237,7 +246,7 @@ int32_t plat_wide_to_utf8(const wchar_t *text, char *out, size_t out_size) {
 bool plat_path_is_separator(char c) { return c == '\\' || c == '/'; }
 
 size_t plat_path_drive_length(const char *name) {
-    return std::isalpha(static_cast<unsigned char>(name[0])) != 0 && name[1] == ':' ? 2 : 0;
+    return vq::ascii::is_alpha(name[0]) && name[1] == ':' ? 2 : 0;
 }
 
 bool plat_path_is_full(const char *name) {
@@ -264,8 +273,8 @@ int32_t plat_open_log_file(const char *name, std::FILE **stream) {
         // The long-path form, so that the log name may pass MAX_PATH as every
         // other name of the library may.
         std::wstring wide;
-        if (!long_name(name, &wide)) {
-            return GetLastError() == ERROR_NO_UNICODE_TRANSLATION ? EILSEQ : EINVAL;
+        if (int32_t error = long_name(name, &wide); error != 0) {
+            return error == ERROR_NO_UNICODE_TRANSLATION ? EILSEQ : EINVAL;
         }
         *stream = _wfopen(wide.c_str(), L"a");
         return *stream != nullptr ? 0 : errno;

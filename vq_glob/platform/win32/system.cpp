@@ -8,6 +8,7 @@
 #include <io.h>
 #include <sys/stat.h>
 
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -17,23 +18,22 @@ int32_t plat_last_error() { return static_cast<int32_t>(GetLastError()); }
 
 int32_t plat_last_socket_error() { return static_cast<int32_t>(WSAGetLastError()); }
 
-bool plat_system_error_text(int32_t code, char *buf, size_t size) {
+void plat_system_error_text(int32_t code, char *buf, size_t size) {
     if (buf == nullptr || size == 0) {
-        return false;
+        return;
     }
     DWORD n = FormatMessageA(FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS, nullptr,
                              static_cast<DWORD>(code), MAKELANGID(LANG_NEUTRAL, SUBLANG_DEFAULT), buf,
                              static_cast<DWORD>(size), nullptr);
     if (n == 0) {
         std::snprintf(buf, size, "system error %d", static_cast<int>(code));
-        return false;
+        return;
     }
     // FormatMessage ends its texts with "\r\n"; the error stack adds its own.
     size_t len = std::strlen(buf);
     while (len > 0 && (buf[len - 1] == '\n' || buf[len - 1] == '\r' || buf[len - 1] == ' ')) {
         buf[--len] = '\0';
     }
-    return true;
 }
 
 bool plat_is_access_error(int32_t code) {
@@ -77,25 +77,39 @@ uint32_t plat_set_log_file_mask() { return static_cast<uint32_t>(_umask(0)); }
 
 void plat_restore_file_mask(uint32_t previous) { _umask(static_cast<int>(previous)); }
 
-int plat_run_shell(const char *command) { return std::system(command); }
+int32_t plat_run_shell(const char *command, int *exit_status) {
+    errno = 0;
+    int status = std::system(command);
+    if (status == -1 && errno != 0) {
+        return errno;
+    }
+    *exit_status = status;
+    return 0;
+}
 
 // No ps here: the memory figures of a process are not a shell command away.
 bool plat_has_process_memory_command() { return false; }
 
 std::string plat_process_memory_command(uint32_t /*pid*/, const std::string & /*output_file*/) { return {}; }
 
-bool plat_system_directory(char *buf, size_t size) {
+int32_t plat_system_directory(char *buf, size_t size) {
     if (buf == nullptr || size == 0) {
-        return false;
+        return ERROR_INSUFFICIENT_BUFFER;
     }
     UINT n = GetSystemDirectoryA(buf, static_cast<UINT>(size));
-    return n > 0 && n < size;
+    if (n == 0) {
+        return static_cast<int32_t>(GetLastError());
+    }
+    return n < size ? 0 : ERROR_INSUFFICIENT_BUFFER;
 }
 
-bool plat_truncate_stream(std::FILE *stream) {
-    if (stream == nullptr || std::fflush(stream) != 0) {
-        return false;
+int32_t plat_truncate_stream(std::FILE *stream) {
+    if (stream == nullptr) {
+        return EINVAL;
+    }
+    if (std::fflush(stream) != 0) {
+        return errno;
     }
     std::rewind(stream);
-    return _chsize(_fileno(stream), 0) == 0;
+    return _chsize(_fileno(stream), 0) == 0 ? 0 : errno;
 }
