@@ -21,8 +21,6 @@ namespace {
 
 using Bytes = std::vector<unsigned char>;
 
-constexpr uint32_t kErrWriteBuf = 0x101D;  // GEN ERRWRITEBUF
-
 // Builds a message with fn into a fresh unbounded buffer and returns its bytes.
 template <typename Fn>
 Bytes build(Fn fn) {
@@ -215,7 +213,7 @@ TEST_F(GenMsg, StructsEndWhereTheirMembersEnd) {
     // A packed stack followed by an open struct's head still unpacks, and
     // the getters answer plain codes.
     Bytes trailing = build([] {
-        err_set_error(0x203, "remote");
+        err_set_error(ERR_SYS_ERRMSG, "remote");
         gm_pack_error_stack(nullptr, 0);
         gm_init_struct(9, 1);
     });
@@ -294,7 +292,7 @@ TEST_F(GenMsg, EmptyErrorStackPacksToSixteenBytes) {
 // The packed stack lists the entries newest first, and the receiver pushes
 // them in that order: one hop turns the stack over, a second hop restores it.
 TEST_F(GenMsg, ErrorStackPacksNewestFirst) {
-    err_set_error(0x203, "old");
+    err_set_error(ERR_SYS_ERRMSG, "old");
     err_add_text_error("new");
     unsigned char buffer[128];
     ASSERT_EQ(gm_pack_error_stack(buffer, 1), 58);
@@ -313,7 +311,7 @@ TEST_F(GenMsg, ErrorStackPacksNewestFirst) {
     ASSERT_EQ(gm_unpack_error_stack(buffer, 58), 1);
     ASSERT_EQ(err_get_stack_depth(), 2);
     EXPECT_STREQ(err_get_error_text(0), "old");
-    EXPECT_EQ(err_get_error_code(0), 0x203u);
+    EXPECT_EQ(err_get_error_code(0), ERR_SYS_ERRMSG);
     EXPECT_STREQ(err_get_error_text(1), "new");
 }
 
@@ -335,9 +333,9 @@ TEST_F(GenMsg, ErrorStackTravelsBetweenThreads) {
     int32_t length = 0;
     std::thread([&] {
         err_set_log_interactive(0);
-        err_set_error(0x1001, "f", "module", 12);
+        err_set_error(ERR_GEN_MEMORY, "f", "module", 12);
         err_add_text_error("free text");
-        err_add_error(0x1006, std::string(6000, 'x').c_str());  // cut to 5,119 characters
+        err_add_error(ERR_GEN_ERROPEN, std::string(6000, 'x').c_str());  // cut to 5,119 characters
         sent = err_get_error_msg();
         length = gm_pack_error_stack(message.data(), 1);
     }).join();
@@ -346,8 +344,8 @@ TEST_F(GenMsg, ErrorStackTravelsBetweenThreads) {
         err_set_log_interactive(0);
         EXPECT_EQ(gm_unpack_error_stack(message.data(), static_cast<uint32_t>(length)), 1);
         EXPECT_EQ(err_get_stack_depth(), 3);
-        EXPECT_EQ(err_get_error_code(0), 0x1001u);  // the sender's oldest, pushed last
-        EXPECT_EQ(err_get_error_code(2), 0x1006u);
+        EXPECT_EQ(err_get_error_code(0), ERR_GEN_MEMORY);  // the sender's oldest, pushed last
+        EXPECT_EQ(err_get_error_code(2), ERR_GEN_ERROPEN);
         received = err_get_error_msg();
         length = gm_pack_error_stack(message.data(), 1);
     }).join();
@@ -401,7 +399,7 @@ TEST_F(GenMsg, BoundedMessageRefusesWhatDoesNotFit) {
     EXPECT_EQ(gm_get_message_len(), 13u);
     EXPECT_EQ(buffer[13], 0xAA);
     EXPECT_EQ(err_get_stack_depth(), 1);  // one error for the message, not one per add
-    EXPECT_EQ(err_get_error_code(0), kErrWriteBuf);
+    EXPECT_EQ(err_get_error_code(0), ERR_GEN_ERRWRITEBUF);
     EXPECT_EQ(gm_close_message(), 0);
     EXPECT_EQ(g_sends, 0);
     EXPECT_EQ(gm_end_message(), 0u);
@@ -484,7 +482,7 @@ TEST_F(GenMsg, MalformedErrorStacksPushNothing) {
             gm_add_int_to_message(201, depth);
             gm_init_message_stream(202, GM_TYPE_INT);
             for (int i = 0; i < codes; ++i) {
-                gm_add_int_to_message(202, 0x1001);
+                gm_add_int_to_message(202, ERR_GEN_MEMORY);
             }
             gm_close_stream();
             gm_add_void_to_message(203, texts, texts_size);

@@ -23,7 +23,7 @@
 namespace vq::gm {
 namespace {
 
-constexpr int32_t kTraceChannel = 32;  // GMS
+constexpr int32_t kTraceChannel = DBG_CHANNEL_GMS;
 
 // Element types on the wire.
 enum ElementType : uint8_t {
@@ -45,8 +45,6 @@ constexpr int32_t kStackTag = 200;
 constexpr int32_t kStackDepth = 201;
 constexpr int32_t kStackCodes = 202;
 constexpr int32_t kStackTexts = 203;
-
-constexpr uint32_t kErrWriteBuf = 0x101Du;  // GEN ERRWRITEBUF "error writing to buffer <%s>"
 
 // The thread's message state. The open stream's and struct's heads are kept
 // as offsets of their length fields in the buffer.
@@ -150,7 +148,7 @@ bool room_for(GmThreadState &st, int32_t code, uint32_t need) {
                       static_cast<unsigned long>(st.capacity), static_cast<int>(code),
                       static_cast<unsigned long>(need), static_cast<unsigned long>(st.position));
     }
-    err_add_error(kErrWriteBuf, what);
+    err_add_error(ERR_GEN_ERRWRITEBUF, what);
     return false;
 }
 
