@@ -15,7 +15,6 @@
  *
  * Files named on the command line are read only when they are regular files:
  * a fifo or a device would block the tool or never end. */
-#include <ctype.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -62,6 +61,9 @@ static const cli_command kCommands[] = {{"HELP", kHelpItems, "show the usage of 
                                         {"TRACE", kTraceItems, "set trace channels and write a trace line"},
                                         {"ERRORS", kErrorsItems, "list the message table"},
                                         {NULL, NULL, NULL}};
+
+/* c with A-Z lower-cased; unlike tolower, the same under every locale. */
+static char ascii_lower(char c) { return c >= 'A' && c <= 'Z' ? (char)(c - 'A' + 'a') : c; }
 
 static int fail(void) {
     err_print_error_msg();
@@ -134,7 +136,7 @@ static int print_usage(FILE *out, const char *command) {
             text += prefix;
             length -= prefix;
             for (; *text != '\0' && *text != ' ' && *text != '\n'; ++text, --length) {
-                fputc(tolower((unsigned char)*text), out);
+                fputc(ascii_lower(*text), out);
             }
         }
         fwrite(text, 1, length, out);
@@ -175,7 +177,7 @@ static int is_help_switch(const char *arg) {
         return 0;
     }
     for (size_t i = 1; i < n; ++i) {
-        if (tolower((unsigned char)arg[i]) != kHelp[i - 1]) {
+        if (ascii_lower(arg[i]) != kHelp[i - 1]) {
             return 0;
         }
     }
@@ -324,7 +326,7 @@ static int run_trace(void) {
 /* Whether two names are equal ignoring the case of ASCII letters. */
 static int same_name(const char *a, const char *b) {
     for (; *a != '\0' && *b != '\0'; ++a, ++b) {
-        if (toupper((unsigned char)*a) != toupper((unsigned char)*b)) {
+        if (ascii_lower(*a) != ascii_lower(*b)) {
             return 0;
         }
     }
