@@ -153,7 +153,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     bool argv_form = (settings & 16) != 0;
     if ((argv_form ? parse_as_argv(line) : cc_dcl_parse(line.c_str())) == 0) {
         uint32_t code = cli_get_err_code();
-        if (code == 0x1101 || err_get_error_code(0) != code || cli_get_current_res() != nullptr) {
+        if (code == ERR_CLI_NOERR || err_get_error_code(0) != code || cli_get_current_res() != nullptr) {
             std::abort();
         }
         cli_clean_up();

@@ -116,15 +116,15 @@ TEST_F(CliArgv, ArgumentsKeepTheirBlanksQuotesAndBackslashes) {
 
 TEST_F(CliArgv, RefusedArgumentsFailWithTheirCodes) {
     EXPECT_EQ(parse({"send", "a\nb"}), 0);
-    EXPECT_EQ(cli_get_err_code(), 0x1112u);
+    EXPECT_EQ(cli_get_err_code(), ERR_CLI_SYNERR);
     EXPECT_STREQ(err_get_error_text(0), "syntax error near 'a\nb'");
     EXPECT_EQ(parse({"send", "a", "-ta gs=x"}), 0);
-    EXPECT_EQ(cli_get_err_code(), 0x1112u);
+    EXPECT_EQ(cli_get_err_code(), ERR_CLI_SYNERR);
     EXPECT_EQ(cli_get_command(), nullptr);
     EXPECT_EQ(parse({}), 0);
-    EXPECT_EQ(cli_get_err_code(), 0x1118u);
+    EXPECT_EQ(cli_get_err_code(), ERR_CLI_EMPSTR);
     EXPECT_EQ(parse({"send", "-tags=(a,b"}), 0);
-    EXPECT_EQ(cli_get_err_code(), 0x1115u);
+    EXPECT_EQ(cli_get_err_code(), ERR_CLI_MISSPART);
 
     err_clear_error_stack();
     const char *with_null[] = {"prog", nullptr, "x"};
@@ -141,7 +141,7 @@ TEST_F(CliArgv, TheSwitchCharacterDecidesWhatIsAQualifier) {
     EXPECT_EQ(value("FILES", 'P'), "-x y");
     EXPECT_EQ(value("TAGS", 'Q'), "a b");
     EXPECT_EQ(parse({"send", "/tmp/my dir"}), 0);  // a qualifier's name holds no blank
-    EXPECT_EQ(cli_get_err_code(), 0x1112u);
+    EXPECT_EQ(cli_get_err_code(), ERR_CLI_SYNERR);
 }
 
 }  // namespace

@@ -9,9 +9,11 @@
 #include <sstream>
 #include <string>
 
+#include "support/handle_checks.h"
 #include "vq_glob/cli.h"
 #include "vq_glob/dbg.h"
 #include "vq_glob/err.h"
+#include "vq_glob/llist.h"
 #include "vq_glob/memory.h"
 
 namespace {
@@ -110,8 +112,8 @@ TEST(CliCheckers, NamedBitMasksTakeTheDefaultListThenTheValue) {
     EXPECT_EQ(cli_user_bit_mask(0, "start,bogus", &mask, &kSyncItems[4]), 0);
     EXPECT_EQ(mask, nullptr);
     EXPECT_STREQ(err_get_error_text(0), "value 'bogus' is not allowed for qualifier 'NOTIFY'");
-    char text[] = "MiXed";
-    EXPECT_STREQ(cli_to_upper(text), "MIXED");
+    char text[] = "MiXed z{\xC3\xA9}";  // UTF-8 bytes stay as they are
+    EXPECT_STREQ(cli_to_upper(text), "MIXED Z{\xC3\xA9}");
 }
 
 // ---- contexts -----------------------------------------------------------------------
@@ -167,7 +169,63 @@ TEST_F(CliContext, CurrentResultsCanBeCopiedAndFreed) {
     ASSERT_EQ(cli_free_context(), 1);
     EXPECT_EQ(cli_get_command(), nullptr);
     EXPECT_STREQ(cli_get_command_line(), "");
-    cli_free_context_handle(h);
+    // a context handle stands for its result too
+    ASSERT_EQ(cli_set_current_res(h), 1);
+    EXPECT_EQ(value("TAG"), "one");
+    EXPECT_EQ(cli_free_context_handle(h), 1);
+    EXPECT_EQ(value("TAG"), "one") << "the current result outlives the handle";
+}
+
+// Every function taking a context handle or a result, given a handle of
+// another kind: refused with PARAMS, and the current result left alone.
+TEST_F(CliContext, HandlesOfAnotherKindAreRefused) {
+    void *list = ll_init_list();
+    ASSERT_NE(list, nullptr);
+    void *context = cli_get_context_handle();
+    ASSERT_NE(context, nullptr);
+    ASSERT_EQ(cli_dcl_parse("sync a -tag=kept"), 1);
+    const void *result = cli_get_current_res();
+    vq::test::expect_refused({
+        {"cli_free_context_handle", "handle", [&] { return cli_free_context_handle(list) == 0; }},
+        {"cli_truncate_handle", "handle", [&] { return cli_truncate_handle(list) == 0; }},
+        {"cli_save_context_to_handle", "handle", [&] { return cli_save_context_to_handle(list) == 0; }},
+        {"cli_load_context_from_handle", "handle", [&] { return cli_load_context_from_handle(list) == 0; }},
+        {"cli_set_current_res", "result", [&] { return cli_set_current_res(list) == 0; }},
+        // a result is no context handle
+        {"cli_save_context_to_handle", "handle",
+         [&] { return cli_save_context_to_handle(const_cast<void *>(result)) == 0; }},
+        {"cli_free_context_handle", "handle",
+         [&] { return cli_free_context_handle(const_cast<void *>(result)) == 0; }},
+        {"sl_debug_cli_free_context_handle", "handle",
+         [&] { return sl_debug_cli_free_context_handle("ctx.c", 1, list), true; }},
+    });
+    EXPECT_EQ(cli_get_current_res(), result);
+    EXPECT_EQ(value("TAG"), "kept");
+    EXPECT_EQ(ll_get_count(list), 0) << "the list is untouched";
+    EXPECT_EQ(cli_free_context_handle(nullptr), 0);
+    EXPECT_TRUE(vq::test::refused("cli_free_context_handle", "handle"));
+    EXPECT_EQ(cli_free_context_handle(context), 1);
+    ll_dispose_list(&list);
+}
+
+TEST_F(CliContext, FreedHandlesAndResultsAreRefused) {
+    VQ_SKIP_UNDER_ASAN();
+    void *context = cli_get_context_handle();
+    ASSERT_NE(context, nullptr);
+    ASSERT_EQ(cli_free_context_handle(context), 1);
+    ASSERT_EQ(cli_dcl_parse("sync a -tag=gone"), 1);
+    const void *stale = cli_get_current_res();
+    ASSERT_EQ(cli_dcl_parse("sync b -tag=kept"), 1);  // nothing else held the first result
+    vq::test::expect_refused({
+        {"cli_free_context_handle", "handle", [&] { return cli_free_context_handle(context) == 0; }},
+        {"cli_truncate_handle", "handle", [&] { return cli_truncate_handle(context) == 0; }},
+        {"cli_save_context_to_handle", "handle", [&] { return cli_save_context_to_handle(context) == 0; }},
+        {"cli_load_context_from_handle", "handle",
+         [&] { return cli_load_context_from_handle(context) == 0; }},
+        {"cli_set_current_res", "result", [&] { return cli_set_current_res(context) == 0; }},
+        {"cli_set_current_res", "result", [&] { return cli_set_current_res(stale) == 0; }},
+    });
+    EXPECT_EQ(value("TAG"), "kept");
 }
 
 TEST_F(CliContext, TrackedHandlesShowInTheTrackerReport) {

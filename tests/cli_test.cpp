@@ -92,13 +92,13 @@ protected:
 // ---- lookup ------------------------------------------------------------------
 
 TEST_F(Cli, CommandsAbbreviateToAUniquePrefixWithoutPreferringExactNames) {
-    EXPECT_EQ(failure("COPY a"), std::make_pair(0x1103u, std::string("command COPY is ambiguous")));
+    EXPECT_EQ(failure("COPY a"), std::make_pair(ERR_CLI_AMBCOM, std::string("command COPY is ambiguous")));
     ASSERT_EQ(cli_dcl_parse("copya a"), 1);
     EXPECT_STREQ(cli_get_command(), "COPYALL");
     ASSERT_EQ(cli_dcl_parse("de x"), 1);
     EXPECT_STREQ(cli_get_command(), "DELETE");
-    EXPECT_EQ(failure("move a"), std::make_pair(0x1102u, std::string("command move is unknown")));
-    EXPECT_EQ(err_get_error_code(0), 0x1102u);
+    EXPECT_EQ(failure("move a"), std::make_pair(ERR_CLI_CNOTFOUND, std::string("command move is unknown")));
+    EXPECT_EQ(err_get_error_code(0), ERR_CLI_CNOTFOUND);
     EXPECT_STREQ(err_get_error_msg(), "CLI-E-CNOTFOUND, command move is unknown");
 }
 
@@ -107,18 +107,21 @@ TEST_F(Cli, QualifiersAndKeywordsAbbreviateAndNegate) {
     EXPECT_EQ(value("MODE"), "SAFE");
     EXPECT_EQ(value("count"), "3");
     EXPECT_EQ(cli_present_all("VERIFY", 'Q'), CLI_NEGATED);
-    EXPECT_EQ(failure("copya a -ver"), std::make_pair(0x1105u, std::string("qualifier 'ver' is ambiguous")));
-    EXPECT_EQ(failure("copya a -bogus"), std::make_pair(0x1106u, std::string("qualifier 'bogus' is not valid")));
-    EXPECT_EQ(failure("copya a -mode=s"), std::make_pair(0x1104u, std::string("keyword 's' is ambiguous")));
+    EXPECT_EQ(failure("copya a -ver"),
+              std::make_pair(ERR_CLI_AMBQUAL, std::string("qualifier 'ver' is ambiguous")));
+    EXPECT_EQ(failure("copya a -bogus"),
+              std::make_pair(ERR_CLI_QNOTFOUND, std::string("qualifier 'bogus' is not valid")));
+    EXPECT_EQ(failure("copya a -mode=s"),
+              std::make_pair(ERR_CLI_AMBKEYW, std::string("keyword 's' is ambiguous")));
     EXPECT_EQ(failure("copya a -nonotify"),
-              std::make_pair(0x1111u, std::string("qualifier 'NOTIFY' cannot be negated!")));
+              std::make_pair(ERR_CLI_QNOTNEG, std::string("qualifier 'NOTIFY' cannot be negated!")));
     // "-no" alone is the prefix of NOTIFY, not a negation
     ASSERT_EQ(cli_dcl_parse("copya a -no=start"), 1);
     EXPECT_EQ(value("NOTIFY"), "start");
 }
 
 TEST_F(Cli, SwitchCharacterSplitsNamesOnlyWhenItIsNotADash) {
-    EXPECT_EQ(failure("copya a -local-verbose").first, 0x1106u);  // one name "local-verbose"
+    EXPECT_EQ(failure("copya a -local-verbose").first, ERR_CLI_QNOTFOUND);  // one name "local-verbose"
     ASSERT_EQ(cli_set_switch_char('/'), 1);
     ASSERT_EQ(cli_dcl_parse("copya a /local/verbose /count=2"), 1);
     EXPECT_EQ(cli_present("LOCAL", 'Q'), 1);
@@ -143,17 +146,17 @@ TEST_F(Cli, QuotesParenthesesAndEscapesFollowTheUnescapeSetting) {
     ASSERT_EQ(cli_dcl_parse(R"(copya a -host=(a\)b) -password="p\"q")"), 1);
     EXPECT_EQ(value("HOST"), "a\\)b");
     EXPECT_EQ(value("PASSWORD"), "p\\\"q");
-    EXPECT_EQ(failure("copya \"a b").first, 0x1114u);
-    EXPECT_EQ(failure("copya a -host=(a,b").first, 0x1115u);
+    EXPECT_EQ(failure("copya \"a b").first, ERR_CLI_MISSQ);
+    EXPECT_EQ(failure("copya a -host=(a,b").first, ERR_CLI_MISSPART);
     EXPECT_EQ(err_get_error_text(0), std::string("unclosed parentheses"));
 }
 
 TEST_F(Cli, LineEndsAtALineFeedAndEmptyLinesFail) {
     ASSERT_EQ(cli_dcl_parse("copya a\n-bogus"), 1);
     EXPECT_STREQ(cli_get_command_line(), "copya a");
-    EXPECT_EQ(failure("   "), std::make_pair(0x1118u, std::string("empty string was passed to CLI")));
-    EXPECT_EQ(failure("").first, 0x1118u);
-    EXPECT_EQ(failure(nullptr).first, 0x1118u);
+    EXPECT_EQ(failure("   "), std::make_pair(ERR_CLI_EMPSTR, std::string("empty string was passed to CLI")));
+    EXPECT_EQ(failure("").first, ERR_CLI_EMPSTR);
+    EXPECT_EQ(failure(nullptr).first, ERR_CLI_EMPSTR);
 }
 
 TEST_F(Cli, AtFilesAreExpandedOnceAndMissingOnesFail) {
@@ -167,7 +170,7 @@ TEST_F(Cli, AtFilesAreExpandedOnceAndMissingOnesFail) {
     EXPECT_EQ(value("SOURCE", 'P'), "@no_such_file_here");
     std::string missing = ::testing::TempDir() + "vq_cli_missing.txt";
     auto [code, text] = failure(("copya @" + missing).c_str());
-    EXPECT_EQ(code, 0x1113u);
+    EXPECT_EQ(code, ERR_CLI_FILELIST);
     EXPECT_EQ(text, "error opening files list '" + missing + "'");
 
     char *out = nullptr;
@@ -175,7 +178,7 @@ TEST_F(Cli, AtFilesAreExpandedOnceAndMissingOnesFail) {
     EXPECT_STREQ(out, "x @no_such_file_here \"@not\"");
     std::free(out);
     EXPECT_EQ(cli_subst_shtrudel(("x @" + missing).c_str(), &out), 0);
-    EXPECT_EQ(err_get_error_code(0), 0x1113u);
+    EXPECT_EQ(err_get_error_code(0), ERR_CLI_FILELIST);
 }
 
 TEST_F(Cli, ParenthesisedValuesRunOverBlanksToTheClosingParenthesis) {
@@ -189,7 +192,7 @@ TEST_F(Cli, ParenthesisedValuesRunOverBlanksToTheClosingParenthesis) {
     std::string canon = cli_get_canon_command_line();
     ASSERT_EQ(cli_dcl_parse(canon.c_str()), 1) << canon;
     EXPECT_EQ(value("HOST"), "x  y");
-    EXPECT_EQ(failure("copya a -host=(b c").first, 0x1115u);
+    EXPECT_EQ(failure("copya a -host=(b c").first, ERR_CLI_MISSPART);
 }
 
 #ifndef _WIN32
@@ -200,7 +203,7 @@ TEST_F(Cli, AtFilesThatAreNoRegularFilesFailWithoutReading) {
     files_.push_back(fifo);
     for (const std::string &name : {fifo, std::string("/dev/zero"), ::testing::TempDir()}) {
         auto [code, text] = failure(("copya @" + name).c_str());
-        EXPECT_EQ(code, 0x1113u) << name;
+        EXPECT_EQ(code, ERR_CLI_FILELIST) << name;
         EXPECT_EQ(text, "error opening files list '" + name + "'");
         EXPECT_EQ(std::string(err_get_error_text(1)), name + " is not a regular file");
     }
@@ -214,7 +217,7 @@ TEST_F(Cli, AtFilesAreBoundedEachAndTogether) {
     EXPECT_EQ(value("SOURCE", 'P'), "b");
     std::string over = write_file("over.txt", blanks + "b");
     auto [code, text] = failure(("copya a @" + over).c_str());
-    EXPECT_EQ(code, 0x1113u);
+    EXPECT_EQ(code, ERR_CLI_FILELIST);
     EXPECT_EQ(text, "error opening files list '" + over + "'");
     EXPECT_EQ(std::string(err_get_error_text(1)),
               over + " is larger than " + std::to_string(CLI_MAX_FILE_LIST) + " bytes");
@@ -224,7 +227,7 @@ TEST_F(Cli, AtFilesAreBoundedEachAndTogether) {
     for (int i = 0; i < 17; ++i) {
         many += " @" + empty_list;
     }
-    EXPECT_EQ(failure(many.c_str()).first, 0x1113u);
+    EXPECT_EQ(failure(many.c_str()).first, ERR_CLI_FILELIST);
     EXPECT_EQ(std::string(err_get_error_text(1)), "the files lists of one line are larger than " +
                                                       std::to_string(16 * CLI_MAX_FILE_LIST) + " bytes together");
     ASSERT_EQ(cli_dcl_parse(("copya a @" + empty_list + " @" + empty_list).c_str()), 1);
@@ -240,45 +243,52 @@ struct CheckCase {
 
 TEST_F(Cli, EveryCheckFailsWithItsCodeAndText) {
     const CheckCase cases[] = {
-        {"copya a -mode", 0x1107, "qualifier 'MODE' must have a value!"},
-        {"copya a -count=1x", 0x1108, "value '1x' is not allowed for qualifier 'COUNT'"},
-        {"copya a -count=-", 0x1108, "value '-' is not allowed for qualifier 'COUNT'"},
-        {"copya a -since=yesterdayish", 0x1108, "value 'yesterdayish' is not allowed for qualifier 'SINCE'"},
-        {"copya a -timeout=soon", 0x1108, "value 'soon' is not allowed for qualifier 'TIMEOUT'"},
-        {"copya -count=1", 0x1109, "qualifier 'SOURCE' can not be omitted!"},
-        {"copya a -host=h -local", 0x110a, "qualifiers 'HOST' and 'LOCAL' can not be specified together"},
-        {"copya a -port=80", 0x110b,
+        {"copya a -mode", ERR_CLI_QMUSTVAL, "qualifier 'MODE' must have a value!"},
+        {"copya a -count=1x", ERR_CLI_INVVAL, "value '1x' is not allowed for qualifier 'COUNT'"},
+        {"copya a -count=-", ERR_CLI_INVVAL, "value '-' is not allowed for qualifier 'COUNT'"},
+        {"copya a -since=yesterdayish", ERR_CLI_INVVAL,
+         "value 'yesterdayish' is not allowed for qualifier 'SINCE'"},
+        {"copya a -timeout=soon", ERR_CLI_INVVAL, "value 'soon' is not allowed for qualifier 'TIMEOUT'"},
+        {"copya -count=1", ERR_CLI_QMUST, "qualifier 'SOURCE' can not be omitted!"},
+        {"copya a -host=h -local", ERR_CLI_INVQCOMB,
+         "qualifiers 'HOST' and 'LOCAL' can not be specified together"},
+        {"copya a -port=80", ERR_CLI_BQMUST,
          "qualifier 'PORT' must be specified with one of the following qualifiers 'HOST, LOCAL'"},
-        {"copya a b c", 0x110d, "too many parameters specified"},
-        {"copya a -pairs={a,b,c}", 0x110e,
-         "Too many items were specified in element no. 1, between the curly brackets. There should be maximum 2 "
-         "items in each element."},
-        {"copya a -pairs={a,b},{c,d,e}", 0x110e,
-         "Too many items were specified in element no. 2, between the curly brackets. There should be maximum 2 "
-         "items in each element."},
-        {"copya a -pairs=a,b", 0x110f, "invalid lists were specified for this qualifier. There should be 2 items in "
-                                      "each element."},
-        {"copya a -pairs={}", 0x110f, "invalid lists were specified for this qualifier. There should be 2 items in "
-                                     "each element."},
-        {"list x", 0x1110, "Parameters are not allowed in this command"},
-        {"copya a -nomode", 0x1111, "qualifier 'MODE' cannot be negated!"},
-        {"copya a -local=yes", 0x1112, "syntax error near '-local=yes'"},
-        {"copya a -count=1,", 0x1112, "syntax error near ','"},
-        {"copya a, -local", 0x1112, "syntax error near '-local'"},
-        {"copya a -=1", 0x1112, "syntax error near '-=1'"},
-        {"copya a b,c", 0x1119, "parameter number 2 can not be a list of values"},
-        {"copya a -mode=quick", 0x111b, "value 'quick' is not allowed for qualifier 'MODE'.Allowed values are: FAST, "
-                                       "SAFE, SLOW."},
-        {"copya a -host=h -port=65536", 0x111c,
+        {"copya a b c", ERR_CLI_TOOMANYP, "too many parameters specified"},
+        {"copya a -pairs={a,b,c}", ERR_CLI_INVALMML,
+         "Too many items were specified in element no. 1, between the curly brackets. There should be "
+         "maximum 2 items in each element."},
+        {"copya a -pairs={a,b},{c,d,e}", ERR_CLI_INVALMML,
+         "Too many items were specified in element no. 2, between the curly brackets. There should be "
+         "maximum 2 items in each element."},
+        {"copya a -pairs=a,b", ERR_CLI_INVASMML,
+         "invalid lists were specified for this qualifier. There should be 2 items in each element."},
+        {"copya a -pairs={}", ERR_CLI_INVASMML,
+         "invalid lists were specified for this qualifier. There should be 2 items in each element."},
+        {"list x", ERR_CLI_PARAMNOT, "Parameters are not allowed in this command"},
+        {"copya a -nomode", ERR_CLI_QNOTNEG, "qualifier 'MODE' cannot be negated!"},
+        {"copya a -local=yes", ERR_CLI_SYNERR, "syntax error near '-local=yes'"},
+        {"copya a -count=1,", ERR_CLI_SYNERR, "syntax error near ','"},
+        {"copya a, -local", ERR_CLI_SYNERR, "syntax error near '-local'"},
+        {"copya a -=1", ERR_CLI_SYNERR, "syntax error near '-=1'"},
+        {"copya a b,c", ERR_CLI_PARAMNOTLIST, "parameter number 2 can not be a list of values"},
+        {"copya a -mode=quick", ERR_CLI_INVALP,
+         "value 'quick' is not allowed for qualifier 'MODE'.Allowed values are: FAST, SAFE, SLOW."},
+        {"copya a -host=h -port=65536", ERR_CLI_NOVALPO,
          "value '65536' is not allowed port number. Allowed values are: 0 - 65535."},
-        {"copya a -host=h -port=-1", 0x111c, "value '-1' is not allowed port number. Allowed values are: 0 - 65535."},
+        {"copya a -host=h -port=-1", ERR_CLI_NOVALPO,
+         "value '-1' is not allowed port number. Allowed values are: 0 - 65535."},
         // numbers beyond 32 bits, and ports whose number would not print as typed, name the text
-        {"copya a -count=2147483648", 0x1108, "value '2147483648' is not allowed for qualifier 'COUNT'"},
-        {"copya a -count=-2147483649", 0x1108, "value '-2147483649' is not allowed for qualifier 'COUNT'"},
-        {"copya a -count=99999999999999999999999", 0x1108,
+        {"copya a -count=2147483648", ERR_CLI_INVVAL,
+         "value '2147483648' is not allowed for qualifier 'COUNT'"},
+        {"copya a -count=-2147483649", ERR_CLI_INVVAL,
+         "value '-2147483649' is not allowed for qualifier 'COUNT'"},
+        {"copya a -count=99999999999999999999999", ERR_CLI_INVVAL,
          "value '99999999999999999999999' is not allowed for qualifier 'COUNT'"},
-        {"copya a -host=h -port=4294967296", 0x1108, "value '4294967296' is not allowed for qualifier 'PORT'"},
-        {"copya a -host=h -port=070000", 0x1108, "value '070000' is not allowed for qualifier 'PORT'"},
+        {"copya a -host=h -port=4294967296", ERR_CLI_INVVAL,
+         "value '4294967296' is not allowed for qualifier 'PORT'"},
+        {"copya a -host=h -port=070000", ERR_CLI_INVVAL,
+         "value '070000' is not allowed for qualifier 'PORT'"},
     };
     for (const CheckCase &c : cases) {
         auto [code, text] = failure(c.line);
@@ -289,7 +299,7 @@ TEST_F(Cli, EveryCheckFailsWithItsCodeAndText) {
     }
     // the thread is ready for the next parse, whose code is NOERR again
     ASSERT_EQ(cli_dcl_parse("copya a -host=h -port=65535"), 1);
-    EXPECT_EQ(cli_get_err_code(), 0x1101u);
+    EXPECT_EQ(cli_get_err_code(), ERR_CLI_NOERR);
     EXPECT_EQ(value("PORT"), "65535");
     ASSERT_EQ(cli_dcl_parse("copya a -count=2147483647 -count=-2147483648 -count=-0"), 1);
     EXPECT_EQ(value("COUNT"), "2147483647,-2147483648,-0");
@@ -373,7 +383,7 @@ TEST_F(Cli, MultiListsWalkElementByElement) {
     ASSERT_EQ(cli_dcl_parse("copya a -pairs={x,y},{z,w}"), 1);
     EXPECT_EQ(value("PAIRS"), "{x,y},{z,w}");
     EXPECT_EQ(cli_init_qual_multi_list_iterator("{a},b", 2), 0);
-    EXPECT_EQ(err_get_error_code(0), 0x110fu);
+    EXPECT_EQ(err_get_error_code(0), ERR_CLI_INVASMML);
     EXPECT_EQ(cli_init_qual_multi_list_iterator("{a,b,c}", 0), 1);  // no limit
 }
 
@@ -456,7 +466,7 @@ TEST_F(Cli, OverridesReplaceOrOnlyFillIn) {
     EXPECT_EQ(value("MODE"), "SAFE");
     const cli_override bad[] = {{"COUNT", "x"}};
     EXPECT_EQ(cli_dcl_parse_intern("copya a", bad, 1, 1), 0);
-    EXPECT_EQ(cli_get_err_code(), 0x1108u);
+    EXPECT_EQ(cli_get_err_code(), ERR_CLI_INVVAL);
 
     int refused = -1;
     std::thread([&refused, &ov]() { refused = cli_dcl_parse_overridden_new("copya a", ov, 3); }).join();
@@ -497,8 +507,9 @@ TEST(CliThreads, TwoThreadsParseIndependently) {
         cli_set_switch_char(sw);
         for (int i = 0; i < 300; ++i) {
             char *v = nullptr;
-            if (cli_dcl_parse(line) != 1 || cli_get_value("COUNT", 'Q', &v) != 1 || std::strcmp(v, expected) != 0 ||
-                cli_dcl_parse("copya") != 0 || cli_get_err_code() != 0x1109u) {
+            if (cli_dcl_parse(line) != 1 || cli_get_value("COUNT", 'Q', &v) != 1 ||
+                std::strcmp(v, expected) != 0 || cli_dcl_parse("copya") != 0 ||
+                cli_get_err_code() != ERR_CLI_QMUST) {
                 ++*failures;
             }
         }

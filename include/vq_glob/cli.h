@@ -251,9 +251,13 @@ VQ_API int cli_subst_password(const char *name);
  * blanks) into *result, to free with free(). 0 with 0x1113 when a file
  * cannot be read, under the same rules as a parse. */
 VQ_API int cli_subst_shtrudel(const char *line, char **result);
-/* The current result as an opaque pointer (valid until the next parse), and
- * making a copy of such a result (or of a context handle) current. */
+/* The current result as an opaque pointer (NULL when none), valid while the
+ * result lives: until the next parse unless a context or handle keeps it. */
 VQ_API const void *cli_get_current_res(void);
+/* Makes a copy of a result from cli_get_current_res current, or the result of
+ * a context handle (as cli_load_context_from_handle); NULL empties the current
+ * result. 1; 0 with PARAMS (cli_set_current_res/result) for anything else or
+ * a result already freed (see "Handles" below). */
 VQ_API int cli_set_current_res(const void *result);
 /* Frees the current result and the kept line. 1. */
 VQ_API int cli_free_context(void);
@@ -348,6 +352,16 @@ VQ_API char *cli_to_upper(char *text);
 
 /* ---- Contexts --------------------------------------------------------------- */
 
+/* Handles. Context handles and the results of cli_get_current_res carry a
+ * type tag in their first bytes, set when they are made and overwritten when
+ * they are freed. Every function taking one checks the tag first: NULL,
+ * another kind of handle (a list, a configuration, ...) or one already freed
+ * gives 0 and PARAMS naming the function and the argument, and nothing is
+ * touched. What cannot be detected: a pointer to memory that cannot be read,
+ * or that happens to begin with a valid tag without being a handle, and a
+ * freed handle whose memory has since become a new handle of the same kind
+ * (it is then taken for that one). */
+
 /* Sets up / empties the thread's store of 32 saved results. 1. */
 VQ_API int cli_context_init(void);
 VQ_API int cli_clean_context(void);
@@ -358,7 +372,9 @@ VQ_API int cli_save_context(int32_t id);
 VQ_API int cli_load_context(int32_t id);
 VQ_API int cli_delete_context(int32_t id);
 /* A caller-owned context: a new empty one (NULL when out of memory), freed
- * with cli_free_context_handle; emptied; filled from / made current. */
+ * with cli_free_context_handle; emptied; filled from / made current. Each
+ * returns 1, or 0 with PARAMS (function/handle) for a handle that is not a
+ * live context handle (see "Handles" above). */
 VQ_API void *cli_get_context_handle(void);
 VQ_API int cli_free_context_handle(void *handle);
 VQ_API int cli_truncate_handle(void *handle);

@@ -20,7 +20,7 @@ bool plain_parenthesised(std::string_view value) {
 
 void append_argument(const CliRecord &st, std::string &line, std::string_view arg) {
     if (arg.find('\n') != std::string_view::npos) {
-        fail(kSyntax, std::string(arg).c_str());  // a line feed would end the line
+        fail(ERR_CLI_SYNERR, std::string(arg).c_str());  // a line feed would end the line
     }
     std::string_view head;
     std::string_view value = arg;
@@ -30,7 +30,7 @@ void append_argument(const CliRecord &st, std::string &line, std::string_view ar
         head = arg.substr(0, equals == std::string_view::npos ? arg.size() : equals + 1);
         value = arg.substr(head.size());
         if (has_any(head, " \t\"")) {
-            fail(kSyntax, std::string(arg).c_str());
+            fail(ERR_CLI_SYNERR, std::string(arg).c_str());
         }
     }
     line += head;

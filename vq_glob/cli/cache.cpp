@@ -12,6 +12,7 @@ namespace vq::cli {
 namespace {
 
 constexpr int32_t kMaxSlots = 65521;  // the largest prime below 2^16
+constexpr const char *kCacheModule = "cli_cache";
 
 bool is_prime(int32_t n) {
     if (n < 2) {
@@ -54,6 +55,7 @@ uint32_t word_at(const unsigned char *bytes, uint32_t n, uint32_t pos) {
 }  // namespace vq::cli
 
 using namespace vq::cli;
+using vq::raise::Report;
 
 extern "C" {
 
@@ -82,8 +84,7 @@ VQ_API uint32_t cc_hash_command_line(const char *line, int32_t length) {
 VQ_API int cc_set_command_table_cache(const char *cache_id, int32_t size) {
     CliRecord *st = initialised_record();
     if (st == nullptr || size < 0) {
-        err_set_error(ERR_GEN_PARAMS, "cc_set_command_table_cache", "size");
-        return 0;
+        return VQ_PARAMS(Report::fresh, "size");
     }
     if (size == 0) {
         st->cache.reset();
@@ -97,8 +98,7 @@ VQ_API int cc_set_command_table_cache(const char *cache_id, int32_t size) {
         st->cache = std::move(cache);
         return 1;
     } catch (const std::bad_alloc &) {
-        err_set_error(ERR_GEN_MEMORY, "cc_set_command_table_cache", "cli_cache", __LINE__);
-        return 0;
+        return VQ_NO_MEMORY(Report::fresh, kCacheModule);
     }
 }
 
@@ -118,7 +118,7 @@ VQ_API int cc_dcl_parse(const char *line) {
     if (slot.used && slot.hash == hash && slot.changes == st->changes && slot.line.size() == length &&
         std::memcmp(slot.line.data(), line, length) == 0) {
         st->current = slot.result;
-        st->err_code = kNoErr;
+        st->err_code = ERR_CLI_NOERR;
         st->reset_walks();
         ++cache.hits;
         return 1;

@@ -1,7 +1,6 @@
 // Value checkers and converters: numbers, dates, times of day, periods,
 // weekly schedules and named bit masks. Those with a leading flag double as
 // value hooks and accept at once when the flag is set.
-#include <cctype>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -26,11 +25,11 @@ bool set_bits(const char *list, char sep, const cli_bit_keyword *keywords, unsig
               const char *qualifier) {
     for (const std::string &word : split(list, sep)) {
         const cli_bit_keyword *k = keywords;
-        while (k != nullptr && k->keyword != nullptr && !equal_nocase(k->keyword, word)) {
+        while (k != nullptr && k->keyword != nullptr && !ascii::equal_nocase(k->keyword, word)) {
             ++k;
         }
         if (k == nullptr || k->keyword == nullptr || k->bit < 0 || k->bit >= kMaskBits) {
-            err_set_error(kBadValue, word.c_str(), qualifier);
+            err_set_error(ERR_CLI_INVVAL, word.c_str(), qualifier);
             return false;
         }
         mask[k->bit / 8] = static_cast<unsigned char>(mask[k->bit / 8] | (1U << (k->bit % 8)));
@@ -47,6 +46,7 @@ bool weekly_element(const char *text, const char *format, int &day, int &hour, i
 }  // namespace vq::cli
 
 using namespace vq::cli;
+using vq::raise::Report;
 
 extern "C" {
 
@@ -60,7 +60,7 @@ VQ_API int32_t cli_check_number(const char *text, int32_t length) {
     int32_t i = text[0] == '-' ? 1 : 0;
     int32_t digits = 0;
     for (; i < length; ++i) {
-        if (!std::isdigit(static_cast<unsigned char>(text[i]))) {  // the NUL stops here too
+        if (!vq::ascii::is_digit(text[i])) {  // the NUL stops here too
             return 0;
         }
         ++digits;
@@ -118,7 +118,7 @@ VQ_API int cli_conv_string_to_minutes(int32_t flag, char *text) {
     }
     bool digits = true;
     for (const char *p = text; *p != '\0'; ++p) {
-        digits = digits && std::isdigit(static_cast<unsigned char>(*p)) != 0;
+        digits = digits && vq::ascii::is_digit(*p);
     }
     if (digits) {
         return 1;
@@ -166,12 +166,11 @@ VQ_API int cli_user_bit_mask(int32_t flag, const char *value, unsigned char **ma
         return 1;
     }
     if (mask == nullptr || item == nullptr) {
-        err_set_error(ERR_GEN_PARAMS, "cli_user_bit_mask", mask == nullptr ? "mask" : "item");
-        return 0;
+        return VQ_PARAMS(Report::fresh, mask == nullptr ? "mask" : "item");
     }
     *mask = static_cast<unsigned char *>(std::calloc(1, kMaskBytes));
     if (*mask == nullptr) {
-        err_set_error(kMalloc, "cli_user_bit_mask", __LINE__);
+        err_set_error(ERR_CLI_MALLOCF, "cli_user_bit_mask", __LINE__);
         return 0;
     }
     try {
@@ -182,7 +181,7 @@ VQ_API int cli_user_bit_mask(int32_t flag, const char *value, unsigned char **ma
             return 1;
         }
     } catch (const std::bad_alloc &) {
-        err_set_error(kMalloc, "cli_user_bit_mask", __LINE__);
+        err_set_error(ERR_CLI_MALLOCF, "cli_user_bit_mask", __LINE__);
     }
     std::free(*mask);
     *mask = nullptr;
@@ -199,7 +198,7 @@ VQ_API int cli_user_bit_mask_test(int32_t bit, const unsigned char *mask) {
 VQ_API char *cli_to_upper(char *text) {
     if (text != nullptr) {
         for (char *p = text; *p != '\0'; ++p) {
-            *p = static_cast<char>(std::toupper(static_cast<unsigned char>(*p)));
+            *p = vq::ascii::to_upper(*p);
         }
     }
     return text;

@@ -9,47 +9,26 @@
 #include <new>
 #include <string>
 #include <string_view>
+#include <type_traits>
 #include <vector>
 
+#include "internal/ascii.h"
 #include "internal/frame.h"
+#include "internal/handle_tag.h"
+#include "internal/raise.h"
 #include "vq_glob/cli.h"
 #include "vq_glob/dbg.h"
 #include "vq_glob/err.h"
 
 namespace vq::cli {
 
-// Codes of the CLI facility.
-inline constexpr uint32_t kNoErr = 0x1101;
-inline constexpr uint32_t kCmdUnknown = 0x1102;
-inline constexpr uint32_t kCmdAmbiguous = 0x1103;
-inline constexpr uint32_t kKeywordAmbiguous = 0x1104;
-inline constexpr uint32_t kQualAmbiguous = 0x1105;
-inline constexpr uint32_t kQualInvalid = 0x1106;
-inline constexpr uint32_t kQualMustValue = 0x1107;
-inline constexpr uint32_t kBadValue = 0x1108;
-inline constexpr uint32_t kQualMust = 0x1109;
-inline constexpr uint32_t kQualCombination = 0x110a;
-inline constexpr uint32_t kQualRequires = 0x110b;
-inline constexpr uint32_t kTooManyParams = 0x110d;
-inline constexpr uint32_t kMultiTooMany = 0x110e;
-inline constexpr uint32_t kMultiInvalid = 0x110f;
-inline constexpr uint32_t kParamsNotAllowed = 0x1110;
-inline constexpr uint32_t kNotNegatable = 0x1111;
-inline constexpr uint32_t kSyntax = 0x1112;
-inline constexpr uint32_t kFileList = 0x1113;
-inline constexpr uint32_t kUnclosedQuote = 0x1114;
-inline constexpr uint32_t kUnclosedParen = 0x1115;
-inline constexpr uint32_t kMalloc = 0x1117;
-inline constexpr uint32_t kEmpty = 0x1118;
-inline constexpr uint32_t kParamNotList = 0x1119;
-inline constexpr uint32_t kNotAllowed = 0x111b;
-inline constexpr uint32_t kBadPort = 0x111c;
+// Trace channels: CLI and CLI_DUMP as new_dbg_str values, CLI_CACHE by its bit.
+inline constexpr int32_t kTraceCli = DBG_CHANNEL_CLI;
+inline constexpr int32_t kTraceDump = DBG_CHANNEL_CLI_DUMP;
+inline constexpr int kTraceCacheBit = DBG_BIT_CLI_CACHE;
 
-// Trace channels: CLI (bit 0) and CLI_DUMP (bit 1) as new_dbg_str values,
-// CLI_CACHE by its bit.
-inline constexpr int32_t kTraceCli = 0x1;
-inline constexpr int32_t kTraceDump = 0x2;
-inline constexpr int kTraceCacheBit = 47;
+// The module named in out-of-memory errors.
+inline constexpr const char *kModule = "cli";
 
 inline constexpr size_t kMaxContexts = 32;
 inline constexpr size_t kMaxWalkDepth = 16;
@@ -66,7 +45,7 @@ template <typename... Args>
 }
 
 // Runs body for a public entry point: a ParseError (its error already on the
-// stack) or an allocation failure (0x1001 for function) gives the result
+// stack) or an allocation failure (MEMORY for function) gives the result
 // type's zero value.
 template <typename F>
 auto guarded(const char *function, F body) -> decltype(body()) {
@@ -75,7 +54,7 @@ auto guarded(const char *function, F body) -> decltype(body()) {
     } catch (const ParseError &) {
         return {};
     } catch (const std::bad_alloc &) {
-        err_set_error(ERR_GEN_MEMORY, function, "cli", __LINE__);
+        raise::memory(raise::Report::fresh, function, kModule, __LINE__);
         return {};
     }
 }
@@ -105,7 +84,29 @@ struct Item {
     bool value_default = false;  // the value came from default_value
 };
 
+// The kind of the results that cli_get_current_res hands out. A result is
+// no context handle: cli_set_current_res tells the two apart by their tags.
+// (Held here until the tag table lists it beside Kind::cli_context.)
+inline constexpr tag::Kind kResultKind = static_cast<tag::Kind>(0x53455243u);  // "CRES"
+
+// The tag of a result. Results are copied before a change, and every copy is
+// a result of its own, so unlike tag::HandleTag this one can be copied: the
+// copy is stamped afresh, and each object erases its own tag when it goes.
+class ResultTag {
+public:
+    ResultTag() { tag::stamp(&value_, kResultKind); }
+    ResultTag(const ResultTag &) : ResultTag() {}
+    ResultTag &operator=(const ResultTag &) { return *this; }
+    ~ResultTag() { tag::erase(&value_); }
+
+private:
+    uint32_t value_ = 0;
+};
+
+// A parse result; its address is the handle cli_get_current_res gives out,
+// so the tag comes first.
 struct Result {
+    ResultTag tag;
     const cli_command *table = nullptr;
     int command = -1;
     std::string command_name;
@@ -118,11 +119,15 @@ struct Result {
 // and copied before a change.
 using ResultPtr = std::shared_ptr<const Result>;
 
+// A caller-owned context (cli_get_context_handle); its tag first, so that
+// the entry points can refuse another kind of handle or one already freed.
 struct ContextHandle {
-    static constexpr uint32_t kMagic = 0x434c4943;  // "CLIC"
-    uint32_t magic = kMagic;
+    tag::HandleTag tag{tag::Kind::cli_context};
     ResultPtr result;
 };
+
+static_assert(std::is_standard_layout_v<Result> && std::is_standard_layout_v<ContextHandle>,
+              "the tags must sit at the handles' addresses");
 
 struct CacheSlot {
     bool used = false;
@@ -154,7 +159,7 @@ struct CliRecord {
     const cli_command *table = nullptr;
     std::vector<std::string> hidden;  // upper-case names
     int32_t changes = 0;
-    uint32_t err_code = kNoErr;
+    uint32_t err_code = ERR_CLI_NOERR;
     ResultPtr current;
 
     // joined values handed out by cli_get_value, kept until the result
@@ -200,16 +205,13 @@ CliRecord *initialised_record();
 
 // ---- shared helpers ----------------------------------------------------------
 
-// ASCII upper case; other bytes stay (names and keywords are ASCII).
-inline char fold(char c) { return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c; }
-bool equal_nocase(std::string_view a, std::string_view b);
-// Whether word is a prefix of name, ignoring case (the C string form stops at
-// the name's NUL, without measuring it first).
 // The index of the command word abbreviates; *matches says how many
 // commands it abbreviates (the index is meaningful when it is 1).
 size_t match_command(const cli_command *table, std::string_view word, size_t *matches);
+// Whether word is a prefix of name, ignoring ASCII case. The C string form
+// stops at the name's NUL without measuring it first: the lookups call it
+// for every name of a table.
 bool prefix_nocase(std::string_view word, const char *name);
-bool prefix_nocase(std::string_view word, std::string_view name);
 std::string upper(std::string_view text);
 // Splits text at sep (no quoting).
 std::vector<std::string> split(std::string_view text, char sep);

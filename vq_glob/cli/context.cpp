@@ -10,13 +10,17 @@
 #include <string>
 
 #include "cli/cli_state.h"
+#include "internal/checked_handle.h"
 
 namespace vq::cli {
 namespace {
 
-ContextHandle *as_handle(void *handle) {
-    auto *h = static_cast<ContextHandle *>(handle);
-    return h != nullptr && h->magic == ContextHandle::kMagic ? h : nullptr;
+using raise::Report;
+
+// The context behind a caller's handle, or null with a PARAMS error for a
+// null handle, another kind of handle or one already freed.
+ContextHandle *context_handle(void *handle, const char *function) {
+    return tag::checked<ContextHandle>(handle, tag::Kind::cli_context, Report::fresh, function, "handle");
 }
 
 // A checked decimal value as an int, held to the int range.
@@ -83,6 +87,7 @@ std::string canonical_line(const CliRecord &st, const Result &r, bool without_de
 }  // namespace vq::cli
 
 using namespace vq::cli;
+using vq::raise::Report;
 
 extern "C" {
 
@@ -159,26 +164,23 @@ VQ_API int cli_delete_context(int32_t id) {
 VQ_API void *cli_get_context_handle(void) {
     auto *h = new (std::nothrow) ContextHandle();
     if (h == nullptr) {
-        err_set_error(ERR_GEN_MEMORY, "cli_get_context_handle", "cli", __LINE__);
+        VQ_NO_MEMORY(Report::fresh, kModule);
     }
     return h;
 }
 
 VQ_API int cli_free_context_handle(void *handle) {
-    ContextHandle *h = as_handle(handle);
+    ContextHandle *h = context_handle(handle, __func__);
     if (h == nullptr) {
-        err_set_error(ERR_GEN_PARAMS, "cli_free_context_handle", "handle");
         return 0;
     }
-    h->magic = 0;
-    delete h;
+    delete h;  // the tag's destructor marks the memory freed
     return 1;
 }
 
 VQ_API int cli_truncate_handle(void *handle) {
-    ContextHandle *h = as_handle(handle);
+    ContextHandle *h = context_handle(handle, __func__);
     if (h == nullptr) {
-        err_set_error(ERR_GEN_PARAMS, "cli_truncate_handle", "handle");
         return 0;
     }
     h->result.reset();
@@ -186,22 +188,26 @@ VQ_API int cli_truncate_handle(void *handle) {
 }
 
 VQ_API int cli_save_context_to_handle(void *handle) {
-    ContextHandle *h = as_handle(handle);
-    CliRecord *st = record();
-    if (h == nullptr || st == nullptr) {
-        err_set_error(ERR_GEN_PARAMS, "cli_save_context_to_handle", "handle");
+    ContextHandle *h = context_handle(handle, __func__);
+    if (h == nullptr) {
         return 0;
+    }
+    CliRecord *st = record();
+    if (st == nullptr) {
+        return VQ_PARAMS(Report::fresh, "handle");
     }
     h->result = st->current;
     return 1;
 }
 
 VQ_API int cli_load_context_from_handle(void *handle) {
-    ContextHandle *h = as_handle(handle);
-    CliRecord *st = record();
-    if (h == nullptr || st == nullptr) {
-        err_set_error(ERR_GEN_PARAMS, "cli_load_context_from_handle", "handle");
+    ContextHandle *h = context_handle(handle, __func__);
+    if (h == nullptr) {
         return 0;
+    }
+    CliRecord *st = record();
+    if (st == nullptr) {
+        return VQ_PARAMS(Report::fresh, "handle");
     }
     st->current = h->result;
     st->reset_walks();
@@ -218,11 +224,21 @@ VQ_API int cli_set_current_res(const void *result) {
         st->reset_walks();
         return 1;
     }
-    if (result == st->current.get()) {
+    if (vq::tag::is(result, vq::tag::Kind::cli_context)) {
+        // A context handle: its result is shared, as a load from it shares it.
+        st->current = static_cast<const ContextHandle *>(result)->result;
+        st->reset_walks();
         return 1;
     }
-    return guarded("cli_set_current_res", [&]() {
-        st->current = std::make_shared<Result>(*static_cast<const Result *>(result));
+    const auto *given = vq::tag::checked<Result>(result, kResultKind, Report::fresh, __func__, "result");
+    if (given == nullptr) {
+        return 0;
+    }
+    if (given == st->current.get()) {
+        return 1;
+    }
+    return guarded(__func__, [&]() {
+        st->current = std::make_shared<Result>(*given);
         st->reset_walks();
         return 1;
     });
@@ -271,8 +287,7 @@ VQ_API int cli_remove_defaults(void) {
 VQ_API int cli_dump_to_ini(const char *file, int32_t number) {
     CliRecord *st = record();
     if (file == nullptr || st == nullptr) {
-        err_set_error(ERR_GEN_PARAMS, "cli_dump_to_ini", "file");
-        return 0;
+        return VQ_PARAMS(Report::fresh, "file");
     }
     std::FILE *out = std::fopen(file, "a");
     if (out == nullptr) {
@@ -340,7 +355,8 @@ VQ_API int cli_subst_password(const char *name) {
         int masked = 0;
         for (size_t i = 0; i < r.tokens.size(); ++i) {
             Token &t = r.tokens[i];
-            if (t.kind != 'Q' || !t.has_value || t.resolved == nullptr || !equal_nocase(t.resolved, name)) {
+            if (t.kind != 'Q' || !t.has_value || t.resolved == nullptr ||
+                !vq::ascii::equal_nocase(t.resolved, name)) {
                 continue;
             }
             static constexpr std::string_view kMask = "********";

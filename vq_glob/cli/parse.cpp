@@ -38,10 +38,10 @@ int find_command(const cli_command *table, const std::string &word) {
     size_t n = 0;
     size_t found = match_command(table, word, &n);
     if (n == 0) {
-        fail(kCmdUnknown, word.c_str());
+        fail(ERR_CLI_CNOTFOUND, word.c_str());
     }
     if (n > 1) {
-        fail(kCmdAmbiguous, word.c_str());
+        fail(ERR_CLI_AMBCOM, word.c_str());
     }
     return static_cast<int>(found);
 }
@@ -53,18 +53,18 @@ const cli_item *find_qualifier(const cli_item *items, const std::string &written
     size_t found = 0;
     size_t n = prefix_matches(written, count, qual_name, found);
     negated = false;
-    if (n == 0 && written.size() > 2 && prefix_nocase("NO", written)) {
+    if (n == 0 && written.size() > 2 && ascii::starts_with_nocase(written, "NO")) {
         n = prefix_matches(std::string_view(written).substr(2), count, qual_name, found);
         negated = n == 1;
     }
     if (n == 0) {
-        fail(kQualInvalid, written.c_str());
+        fail(ERR_CLI_QNOTFOUND, written.c_str());
     }
     if (n > 1) {
-        fail(kQualAmbiguous, written.c_str());
+        fail(ERR_CLI_AMBQUAL, written.c_str());
     }
     if (negated && (items[found].flags & CLI_NEGATABLE) == 0) {
-        fail(kNotNegatable, items[found].name);
+        fail(ERR_CLI_QNOTNEG, items[found].name);
     }
     return &items[found];
 }
@@ -130,7 +130,7 @@ void check_keyword(const cli_item &entry, std::string &value) {
     while (!value.empty()) {
         size_t bar = allowed.find('|');
         std::string_view keyword = allowed.substr(0, bar);
-        if (prefix_nocase(value, keyword)) {
+        if (ascii::starts_with_nocase(keyword, value)) {
             ++matches;
             found = keyword;
         }
@@ -140,10 +140,10 @@ void check_keyword(const cli_item &entry, std::string &value) {
         allowed.remove_prefix(bar + 1);
     }
     if (matches == 0) {
-        fail(kNotAllowed, value.c_str(), entry.name, allowed_text(entry.allowed).c_str());
+        fail(ERR_CLI_INVALP, value.c_str(), entry.name, allowed_text(entry.allowed).c_str());
     }
     if (matches > 1) {
-        fail(kKeywordAmbiguous, value.c_str());
+        fail(ERR_CLI_AMBKEYW, value.c_str());
     }
     value.assign(found);
 }
@@ -160,7 +160,7 @@ bool decimal_int32(const std::string &text, int32_t &out) {
     int64_t magnitude = 0;
     const int64_t limit = negative ? -static_cast<int64_t>(INT32_MIN) : INT32_MAX;
     for (size_t i = first; i < text.size(); ++i) {
-        if (text[i] < '0' || text[i] > '9') {
+        if (!ascii::is_digit(text[i])) {
             return false;
         }
         magnitude = magnitude * 10 + (text[i] - '0');
@@ -178,13 +178,13 @@ bool decimal_int32(const std::string &text, int32_t &out) {
 void check_number(const cli_item &entry, const std::string &value) {
     int32_t number = 0;
     if (!decimal_int32(value, number)) {
-        fail(kBadValue, value.c_str(), entry.name);
+        fail(ERR_CLI_INVVAL, value.c_str(), entry.name);
     }
     if ((entry.flags & CLI_PORT) != 0 && (number < 0 || number > 65535)) {
         if (std::to_string(number) == value) {
-            fail(kBadPort, static_cast<int>(number));
+            fail(ERR_CLI_NOVALPO, static_cast<int>(number));
         }
-        fail(kBadValue, value.c_str(), entry.name);
+        fail(ERR_CLI_INVVAL, value.c_str(), entry.name);
     }
 }
 
@@ -192,7 +192,7 @@ void run_hook(const cli_item &entry, std::string &value) {
     std::vector<char> buffer(value.size() + 32, '\0');
     std::memcpy(buffer.data(), value.data(), value.size());
     if (entry.hook(0, buffer.data()) == 0) {
-        fail(kBadValue, value.c_str(), entry.name);
+        fail(ERR_CLI_INVVAL, value.c_str(), entry.name);
     }
     buffer.back() = '\0';
     value.assign(buffer.data());
@@ -208,7 +208,7 @@ void check_values(Item &item) {
             check_number(entry, value);
         }
         if ((entry.flags & CLI_DATE) != 0 && cli_check_date(0, value.c_str(), nullptr) == 0) {
-            fail(kBadValue, value.c_str(), entry.name);
+            fail(ERR_CLI_INVVAL, value.c_str(), entry.name);
         }
         if (entry.hook != nullptr) {
             run_hook(entry, value);
@@ -235,14 +235,14 @@ void add_parameter(Result &r, const cli_item *items, const Token &t, size_t &par
         }
     }
     if (any == 0) {
-        fail(kParamsNotAllowed);
+        fail(ERR_CLI_PARAMNOT);
     }
     if (entry == nullptr) {
-        fail(kTooManyParams);
+        fail(ERR_CLI_TOOMANYP);
     }
     ++params;
     if (t.items.size() > 1 && (entry->flags & CLI_LIST) == 0) {
-        fail(kParamNotList, std::to_string(params).c_str());
+        fail(ERR_CLI_PARAMNOTLIST, std::to_string(params).c_str());
     }
     Item item;
     item.kind = 'P';
@@ -286,7 +286,7 @@ void check_result(Result &r, const cli_item *items) {
                 item.has_value = true;
                 item.value_default = true;
             } else if ((item.entry->flags & CLI_VALUE_REQUIRED) != 0) {
-                fail(kQualMustValue, item.entry->name);
+                fail(ERR_CLI_QMUSTVAL, item.entry->name);
             }
         }
         if (item.has_value && !item.value_default) {
@@ -313,7 +313,7 @@ void check_result(Result &r, const cli_item *items) {
     for (char kind : {'P', 'Q'}) {
         for (size_t i = 0; i < count; ++i) {
             if (items[i].kind == kind && (items[i].flags & CLI_MUST) != 0 && find_entry(r, &items[i]) == nullptr) {
-                fail(kQualMust, items[i].name);
+                fail(ERR_CLI_QMUST, items[i].name);
             }
         }
     }
@@ -326,7 +326,7 @@ void check_result(Result &r, const cli_item *items) {
             for (const std::string &other : split(e.excludes, '|')) {
                 const Item *o = find_named(r, other.c_str());
                 if (stands(o) && !o->from_default) {
-                    fail(kQualCombination, e.name, o->name.c_str());
+                    fail(ERR_CLI_INVQCOMB, e.name, o->name.c_str());
                 }
             }
         }
@@ -336,7 +336,7 @@ void check_result(Result &r, const cli_item *items) {
                 met = met || stands(find_named(r, other.c_str()));
             }
             if (!met) {
-                fail(kQualRequires, e.name, allowed_text(e.needs_one_of).c_str());
+                fail(ERR_CLI_BQMUST, e.name, allowed_text(e.needs_one_of).c_str());
             }
         }
     }
@@ -374,7 +374,7 @@ size_t match_command(const cli_command *table, std::string_view word, size_t *ma
 
 const Item *find_item(const Result &r, std::string_view name, char kind) {
     for (const Item &item : r.items) {
-        if (item.kind == kind && equal_nocase(item.name, name)) {
+        if (item.kind == kind && ascii::equal_nocase(item.name, name)) {
             return &item;
         }
     }
@@ -384,12 +384,12 @@ const Item *find_item(const Result &r, std::string_view name, char kind) {
 void parse(const CliRecord &st, const char *line, const cli_override *overrides, int32_t count, bool replace,
            Result &r) {
     if (line == nullptr) {
-        fail(kEmpty);
+        fail(ERR_CLI_EMPSTR);
     }
     r.line.assign(line, std::strcspn(line, "\n"));
     r.tokens = tokenize(st, r.line);
     if (r.tokens.empty()) {
-        fail(kEmpty);
+        fail(ERR_CLI_EMPSTR);
     }
     r.items.reserve(r.tokens.size() + 8);
     if (st.mode == CLI_MODE_STANDARD) {
@@ -397,16 +397,17 @@ void parse(const CliRecord &st, const char *line, const cli_override *overrides,
         return;
     }
     if (st.table == nullptr || st.table[0].name == nullptr) {
-        fail(ERR_GEN_PARAMS, "cli_dcl_parse", "command table");
+        raise::params(raise::Report::fresh, "cli_dcl_parse", "command table");
+        throw ParseError{ERR_GEN_PARAMS};
     }
     size_t next = 0;
     if (st.mode == CLI_MODE_COMMAND) {
         const Token &word = r.tokens[0];
         if (word.kind != 'P') {
-            fail(kCmdUnknown, r.line.substr(word.begin, word.value_end - word.begin).c_str());
+            fail(ERR_CLI_CNOTFOUND, r.line.substr(word.begin, word.value_end - word.begin).c_str());
         }
         if (word.items.size() > 1) {
-            fail(kSyntax, r.line.substr(word.begin, word.value_end - word.begin).c_str());
+            fail(ERR_CLI_SYNERR, r.line.substr(word.begin, word.value_end - word.begin).c_str());
         }
         r.command = find_command(st.table, word.items[0]);
         r.tokens[0].resolved = st.table[r.command].name;
@@ -428,7 +429,7 @@ void parse(const CliRecord &st, const char *line, const cli_override *overrides,
         bool negated = false;
         const cli_item *entry = find_qualifier(cmd.items, t.name, negated);
         if ((negated || (entry->flags & CLI_NO_VALUE) != 0) && t.has_value) {
-            fail(kSyntax, r.line.substr(t.begin, t.value_end - t.begin).c_str());
+            fail(ERR_CLI_SYNERR, r.line.substr(t.begin, t.value_end - t.begin).c_str());
         }
         t.resolved = entry->name;
         add_qualifier(r, entry, negated, t.has_value, t.items);
@@ -440,6 +441,7 @@ void parse(const CliRecord &st, const char *line, const cli_override *overrides,
 }  // namespace vq::cli
 
 using namespace vq::cli;
+using vq::raise::Report;
 
 namespace {
 
@@ -459,12 +461,10 @@ int run_parse(const char *function, Source source, const cli_override *overrides
     }
     if (needs_init && !st->initialised) {
         new_dbg_str(0, "%s called without init\n", function);
-        err_set_error(ERR_GEN_PARAMS, function, "cli_init");
-        return 0;
+        return vq::raise::params(Report::fresh, function, "cli_init");
     }
     if (count < 0 || (count > 0 && overrides == nullptr)) {
-        err_set_error(ERR_GEN_PARAMS, function, "overrides");
-        return 0;
+        return vq::raise::params(Report::fresh, function, "overrides");
     }
     st->reset_walks();
     try {
@@ -476,15 +476,15 @@ int run_parse(const char *function, Source source, const cli_override *overrides
         }
         parse(*st, source.line, overrides, count, replace, *result);
         st->current = std::move(result);
-        st->err_code = kNoErr;
+        st->err_code = ERR_CLI_NOERR;
         new_dbg_str(kTraceCli, "%s(): command <%s>, %d items\n", function, st->current->command_name.c_str(),
                     static_cast<int>(st->current->items.size()));
         return 1;
     } catch (const ParseError &e) {
         st->err_code = e.code;
     } catch (const std::bad_alloc &) {
-        err_set_error(kMalloc, function, __LINE__);
-        st->err_code = kMalloc;
+        err_set_error(ERR_CLI_MALLOCF, function, __LINE__);
+        st->err_code = ERR_CLI_MALLOCF;
     }
     st->current.reset();
     return 0;
@@ -513,8 +513,7 @@ VQ_API int cli_dcl_parse(const char *line) {
 
 VQ_API int cli_dcl_parse_argv(int argc, const char *const *argv) {
     if (!valid_argv(argc, argv)) {
-        err_set_error(ERR_GEN_PARAMS, "cli_dcl_parse_argv", "argv");
-        return 0;
+        return VQ_PARAMS(Report::fresh, "argv");
     }
     return run_parse("cli_dcl_parse_argv", Source{nullptr, argc, argv}, nullptr, 0, false, false);
 }

@@ -1,6 +1,5 @@
 // The parser's per-thread state: its frame, cli_init and the settings, the
 // parsed command and kept line, and freeing the state.
-#include <cctype>
 #include <cstring>
 #include <new>
 
@@ -29,21 +28,9 @@ CliRecord *initialised_record() {
     return st;
 }
 
-bool equal_nocase(std::string_view a, std::string_view b) {
-    if (a.size() != b.size()) {
-        return false;
-    }
-    for (size_t i = 0; i < a.size(); ++i) {
-        if (fold(a[i]) != fold(b[i])) {
-            return false;
-        }
-    }
-    return true;
-}
-
 bool prefix_nocase(std::string_view word, const char *name) {
     for (char c : word) {
-        if (*name == '\0' || fold(c) != fold(*name)) {
+        if (*name == '\0' || ascii::to_upper(c) != ascii::to_upper(*name)) {
             return false;
         }
         ++name;
@@ -51,14 +38,10 @@ bool prefix_nocase(std::string_view word, const char *name) {
     return true;
 }
 
-bool prefix_nocase(std::string_view word, std::string_view name) {
-    return word.size() <= name.size() && equal_nocase(word, name.substr(0, word.size()));
-}
-
 std::string upper(std::string_view text) {
     std::string out(text);
     for (char &c : out) {
-        c = fold(c);
+        c = ascii::to_upper(c);
     }
     return out;
 }
@@ -104,7 +87,7 @@ bool is_hidden(const CliRecord &st, const cli_item &item) {
         return true;
     }
     for (const std::string &name : st.hidden) {
-        if (equal_nocase(name, item.name)) {
+        if (ascii::equal_nocase(name, item.name)) {
             return true;
         }
     }
@@ -131,6 +114,7 @@ bool valid_switch(char c) {
 }  // namespace vq::cli
 
 using namespace vq::cli;
+using vq::raise::Report;
 
 extern "C" {
 
@@ -145,7 +129,7 @@ VQ_API int cli_init(void) {
         st->separator = ',';
         st->unescape = true;
         st->mode = CLI_MODE_COMMAND;
-        st->err_code = kNoErr;
+        st->err_code = ERR_CLI_NOERR;
         st->contexts.clear();
     }
     return 1;
@@ -154,8 +138,7 @@ VQ_API int cli_init(void) {
 VQ_API int cli_set_switch_char(char c) {
     CliRecord *st = initialised_record();
     if (st == nullptr || !valid_switch(c)) {
-        err_set_error(ERR_GEN_PARAMS, "cli_set_switch_char", "c");
-        return 0;
+        return VQ_PARAMS(Report::fresh, "c");
     }
     st->switch_char = c;
     st->settings_changed();
@@ -170,8 +153,7 @@ VQ_API char cli_get_switch_char(void) {
 VQ_API int cli_set_separator_char(char c) {
     CliRecord *st = initialised_record();
     if (st == nullptr || c == '\0' || c == '"') {
-        err_set_error(ERR_GEN_PARAMS, "cli_set_separator_char", "c");
-        return 0;
+        return VQ_PARAMS(Report::fresh, "c");
     }
     st->separator = c;
     st->settings_changed();
@@ -186,8 +168,7 @@ VQ_API char cli_get_separator_char(void) {
 VQ_API int cli_set_parse_mode(int32_t mode) {
     CliRecord *st = initialised_record();
     if (st == nullptr || mode < CLI_MODE_COMMAND || mode > CLI_MODE_STANDARD) {
-        err_set_error(ERR_GEN_PARAMS, "cli_set_parse_mode", "mode");
-        return 0;
+        return VQ_PARAMS(Report::fresh, "mode");
     }
     st->mode = mode;
     st->settings_changed();
@@ -227,13 +208,12 @@ VQ_API int32_t cli_get_context_changes(void) {
 VQ_API int cli_hide(const char *name) {
     CliRecord *st = initialised_record();
     if (st == nullptr || name == nullptr || st->table == nullptr) {
-        err_set_error(ERR_GEN_PARAMS, "cli_hide", "name");
-        return 0;
+        return VQ_PARAMS(Report::fresh, "name");
     }
     bool known = false;
     for (const cli_command *c = st->table; c->name != nullptr && !known; ++c) {
         for (const cli_item *i = c->items; i != nullptr && i->kind != 0; ++i) {
-            if (i->kind == 'Q' && equal_nocase(i->name, name)) {
+            if (i->kind == 'Q' && vq::ascii::equal_nocase(i->name, name)) {
                 known = true;
                 break;
             }
@@ -245,8 +225,7 @@ VQ_API int cli_hide(const char *name) {
     try {
         st->hidden.push_back(upper(name));
     } catch (const std::bad_alloc &) {
-        err_set_error(ERR_GEN_MEMORY, "cli_hide", "cli", __LINE__);
-        return 0;
+        return VQ_NO_MEMORY(Report::fresh, kModule);
     }
     st->settings_changed();
     return 1;
@@ -254,7 +233,7 @@ VQ_API int cli_hide(const char *name) {
 
 VQ_API uint32_t cli_get_err_code(void) {
     CliRecord *st = record();
-    return st != nullptr ? st->err_code : kNoErr;
+    return st != nullptr ? st->err_code : ERR_CLI_NOERR;
 }
 
 VQ_API const char *cli_get_command(void) {

@@ -12,8 +12,6 @@
 namespace vq::cli {
 namespace {
 
-bool is_blank(char c) { return c == ' ' || c == '\t'; }
-
 // How much one line may take in from its files lists together: each list
 // is bounded by CLI_MAX_FILE_LIST, and this keeps a line of many references
 // from adding up to unbounded memory.
@@ -22,7 +20,7 @@ constexpr size_t kFileListsPerLine = 16 * static_cast<size_t>(CLI_MAX_FILE_LIST)
 // Reads a files list through the platform's whole-file read, which opens
 // without blocking and refuses fifos, devices and directories before reading
 // a byte. Line ends (and NULs) become blanks. A failure leaves the reason,
-// then 0x1113 with the name, on the stack and unwinds the parse.
+// then FILELIST with the name, on the stack and unwinds the parse.
 std::string read_list_file(const std::string &name, size_t limit) {
     std::string out;
     int32_t error = 0;
@@ -44,10 +42,10 @@ std::string read_list_file(const std::string &name, size_t limit) {
     } else if (how == PlatWholeRead::too_large) {
         err_set_error(ERR_SYS_ERRMSG, (name + " is larger than " + std::to_string(limit) + " bytes").c_str());
     } else {
-        err_set_system_error(error);
+        raise::system(raise::Report::fresh, error);
     }
-    err_add_error(kFileList, name.c_str());
-    throw ParseError{kFileList};
+    err_add_error(ERR_CLI_FILELIST, name.c_str());
+    throw ParseError{ERR_CLI_FILELIST};
 }
 
 class Lexer {
@@ -62,13 +60,13 @@ public:
             skip_blanks();
             if (at_end()) {
                 if (continues) {
-                    fail(kSyntax, ",");
+                    fail(ERR_CLI_SYNERR, ",");
                 }
                 return tokens;
             }
             if (cur() == ',') {
                 if (tokens.empty() || (tokens.back().kind == 'Q' && !tokens.back().has_value)) {
-                    fail(kSyntax, near().c_str());
+                    fail(ERR_CLI_SYNERR, near().c_str());
                 }
                 if (continues) {  // "a,,b": an empty item between the commas
                     tokens.back().items.emplace_back();
@@ -83,7 +81,7 @@ public:
             }
             if (cur() == st_.switch_char) {
                 if (continues) {
-                    fail(kSyntax, near().c_str());
+                    fail(ERR_CLI_SYNERR, near().c_str());
                 }
                 tokens.push_back(qualifier());
                 continue;
@@ -93,7 +91,7 @@ public:
             if (continues) {
                 Token &last = tokens.back();
                 if (last.kind == 'Q' && !last.has_value) {
-                    fail(kSyntax, line_.substr(begin, i_ - begin).c_str());
+                    fail(ERR_CLI_SYNERR, line_.substr(begin, i_ - begin).c_str());
                 }
                 last.items.push_back(std::move(item));
                 last.value_end = i_;
@@ -125,7 +123,7 @@ public:
                 token_start = false;
                 continue;
             }
-            token_start = is_blank(c) || c == ',';
+            token_start = ascii::is_blank(c) || c == ',';
             ++i_;
         }
     }
@@ -135,7 +133,7 @@ private:
     char cur() const { return line_[i_]; }
 
     void skip_blanks() {
-        while (!at_end() && is_blank(cur())) {
+        while (!at_end() && ascii::is_blank(cur())) {
             ++i_;
         }
     }
@@ -146,12 +144,12 @@ private:
     void expand_reference() {
         size_t at = i_;
         size_t end = at + 1;
-        while (end < line_.size() && !is_blank(line_[end]) && line_[end] != ',') {
+        while (end < line_.size() && !ascii::is_blank(line_[end]) && line_[end] != ',') {
             ++end;
         }
         std::string name = line_.substr(at + 1, end - at - 1);
         if (name.empty()) {
-            fail(kSyntax, "@");
+            fail(ERR_CLI_SYNERR, "@");
         }
         new_dbg_str(kTraceCli, "in subst, file name is %s\n", name.c_str());
         std::string contents = read_list_file(name, std::min<size_t>(CLI_MAX_FILE_LIST, list_budget_));
@@ -167,7 +165,7 @@ private:
             escaped_char(out);
         }
         if (at_end()) {
-            fail(kUnclosedQuote);
+            fail(ERR_CLI_MISSQ);
         }
         ++i_;
     }
@@ -194,10 +192,10 @@ private:
         size_t blanks = 0;  // blanks met in parentheses, kept once text follows
         while (!at_end()) {
             char c = cur();
-            if ((c == ',' && braces == 0) || (in_parens && c == ')') || (!in_parens && is_blank(c))) {
+            if ((c == ',' && braces == 0) || (in_parens && c == ')') || (!in_parens && ascii::is_blank(c))) {
                 break;
             }
-            if (is_blank(c)) {
+            if (ascii::is_blank(c)) {
                 ++blanks;
                 ++i_;
                 continue;
@@ -235,7 +233,7 @@ private:
             skip_blanks();
             t.items.push_back(word(true));
             if (at_end()) {
-                fail(kUnclosedParen);
+                fail(ERR_CLI_MISSPART);
             }
             if (cur() == ')') {
                 ++i_;
@@ -253,14 +251,15 @@ private:
         size_t start = i_;
         while (!at_end()) {
             char c = cur();
-            if (is_blank(c) || c == ',' || c == '=' || (st_.switch_char != '-' && c == st_.switch_char)) {
+            if (ascii::is_blank(c) || c == ',' || c == '=' ||
+                (st_.switch_char != '-' && c == st_.switch_char)) {
                 break;
             }
             ++i_;
         }
         t.name = line_.substr(start, i_ - start);
         if (t.name.empty()) {
-            fail(kSyntax, line_.substr(t.begin, 64).c_str());
+            fail(ERR_CLI_SYNERR, line_.substr(t.begin, 64).c_str());
         }
         t.value_begin = t.value_end = i_;
         if (!at_end() && cur() == '=') {
@@ -293,11 +292,11 @@ std::vector<Token> tokenize(const CliRecord &st, std::string &line) {
 }  // namespace vq::cli
 
 using namespace vq::cli;
+using vq::raise::Report;
 
 extern "C" VQ_API int cli_subst_shtrudel(const char *line, char **result) {
     if (line == nullptr || result == nullptr) {
-        err_set_error(ERR_GEN_PARAMS, "cli_subst_shtrudel", line == nullptr ? "line" : "result");
-        return 0;
+        return VQ_PARAMS(Report::fresh, line == nullptr ? "line" : "result");
     }
     CliRecord *st = initialised_record();
     if (st == nullptr) {
@@ -316,7 +315,7 @@ extern "C" VQ_API int cli_subst_shtrudel(const char *line, char **result) {
     } catch (const ParseError &) {
         return 0;
     } catch (const std::bad_alloc &) {
-        err_set_error(kMalloc, "cli_subst_shtrudel", __LINE__);
+        err_set_error(ERR_CLI_MALLOCF, "cli_subst_shtrudel", __LINE__);
         return 0;
     }
 }

@@ -134,7 +134,7 @@ VQ_API const char *cli_get_command_usage(const char *command) {
         if (command != nullptr) {
             const cli_command *cmd = lookup_command(st->table, command);
             if (cmd == nullptr) {
-                err_set_error(kCmdUnknown, command);
+                err_set_error(ERR_CLI_CNOTFOUND, command);
                 return nullptr;
             }
             command_usage(*st, *cmd, out);
@@ -147,7 +147,7 @@ VQ_API const char *cli_get_command_usage(const char *command) {
         st->usage_buf = std::move(out);
         return st->usage_buf.c_str();
     } catch (const std::bad_alloc &) {
-        err_set_error(ERR_GEN_MEMORY, "cli_get_command_usage", "cli", __LINE__);
+        VQ_NO_MEMORY(vq::raise::Report::fresh, kModule);
         return nullptr;
     }
 }

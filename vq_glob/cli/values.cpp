@@ -49,7 +49,7 @@ std::vector<std::string> multi_list_elements(std::string_view text, int32_t per_
     std::vector<std::string> elements;
     size_t i = 0;
     auto skip = [&]() {
-        while (i < text.size() && (text[i] == ' ' || text[i] == '\t')) {
+        while (i < text.size() && ascii::is_blank(text[i])) {
             ++i;
         }
     };
@@ -57,22 +57,22 @@ std::vector<std::string> multi_list_elements(std::string_view text, int32_t per_
     for (;;) {
         skip();
         if (i >= text.size() || text[i] != '{') {
-            fail(kMultiInvalid, static_cast<int>(invalid_count));
+            fail(ERR_CLI_INVASMML, static_cast<int>(invalid_count));
         }
         size_t close = text.find('}', i + 1);
         if (close == std::string_view::npos) {
-            fail(kMultiInvalid, static_cast<int>(invalid_count));
+            fail(ERR_CLI_INVASMML, static_cast<int>(invalid_count));
         }
         std::string_view inner = text.substr(i + 1, close - i - 1);
         if (inner.empty() || inner.find('{') != std::string_view::npos) {
-            fail(kMultiInvalid, static_cast<int>(invalid_count));
+            fail(ERR_CLI_INVASMML, static_cast<int>(invalid_count));
         }
         size_t items = 1;
         for (char c : inner) {
             items += c == ',' ? 1 : 0;
         }
         if (per_element > 0 && items > static_cast<size_t>(per_element)) {
-            fail(kMultiTooMany, static_cast<int>(elements.size() + 1), static_cast<int>(per_element));
+            fail(ERR_CLI_INVALMML, static_cast<int>(elements.size() + 1), static_cast<int>(per_element));
         }
         elements.emplace_back(inner);
         i = close + 1;
@@ -81,7 +81,7 @@ std::vector<std::string> multi_list_elements(std::string_view text, int32_t per_
             return elements;
         }
         if (text[i] != ',') {
-            fail(kMultiInvalid, static_cast<int>(invalid_count));
+            fail(ERR_CLI_INVASMML, static_cast<int>(invalid_count));
         }
         ++i;
     }
@@ -120,8 +120,7 @@ VQ_API int cli_true_present_no_default(const char *name, char kind) {
 
 VQ_API int cli_get_value(const char *name, char kind, char **value) {
     if (value == nullptr) {
-        err_set_error(ERR_GEN_PARAMS, "cli_get_value", "value");
-        return 0;
+        return VQ_PARAMS(vq::raise::Report::fresh, "value");
     }
     const Item *item = lookup("cli_get_value", name, kind);
     CliRecord *st = record();
@@ -267,7 +266,7 @@ VQ_API int cli_goto_param(const char *name) {
     }
     const auto &items = st->current->items;
     for (size_t i = 0; i < items.size(); ++i) {
-        if (items[i].kind == 'P' && equal_nocase(items[i].name, name)) {
+        if (items[i].kind == 'P' && vq::ascii::equal_nocase(items[i].name, name)) {
             new_dbg_str(kTraceCli, "found param %s\n", items[i].name.c_str());
             st->walk_pos = i;
             return 1;
