@@ -34,8 +34,6 @@ TEST(ConfFullDisk, LinuxRootFailedWritesLeaveTheOldFileWhole) {
 
 #else
 
-constexpr uint32_t kErrWrite = 0x8204;
-
 std::string read_all(const std::string &path) {
     std::ifstream in(path, std::ios::binary);
     std::stringstream s;
@@ -112,7 +110,7 @@ protected:
 
     // The write failed with the device's reason under the module's own code.
     static void expect_no_space_reported() {
-        EXPECT_EQ(err_get_error_code(0), kErrWrite) << err_get_error_msg();
+        EXPECT_EQ(err_get_error_code(0), ERR_CNF_FILE_8204) << err_get_error_msg();
         EXPECT_NE(std::string(err_get_error_msg()).find(std::strerror(ENOSPC)), std::string::npos)
             << err_get_error_msg();
     }

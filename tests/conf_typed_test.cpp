@@ -133,7 +133,7 @@ TEST_F(Typed, BindingCreatesTypedFieldsWithDefaultsAndRefusesBadTables) {
     EXPECT_EQ(error_at(0), "0x8209 no field type for field f");
     const conf_table_row orphan[] = {{2, "f", CONF_TYPE_INT, nullptr, 0, 0, nullptr}};
     EXPECT_EQ(conf_set_table(h, orphan, 1), 0);
-    EXPECT_EQ(err_get_error_code(0), 0x100Eu);
+    EXPECT_EQ(err_get_error_code(0), ERR_GEN_PARAMS);
 }
 
 TEST_F(Typed, FieldsReadBeforeBindingAreConvertedAndEmptyValuesTakeDefaults) {
@@ -171,7 +171,7 @@ TEST_F(Typed, FieldsReadBeforeBindingAreConvertedAndEmptyValuesTakeDefaults) {
     ASSERT_EQ(conf_get_int_field(h, "loose", "n", &n), 1);
     EXPECT_EQ(n, 42);
     EXPECT_EQ(conf_get_string_field(h, "loose", "n", &name), 0);
-    EXPECT_EQ(err_get_error_code(0), 0x8208u);
+    EXPECT_EQ(err_get_error_code(0), ERR_CNF_TYPE);
 }
 
 // ---- Addressing and errors ---------------------------------------------------------------
@@ -237,7 +237,7 @@ TEST_F(Typed, ThreeAddressingFormsAndTheirErrors) {
     ASSERT_EQ(conf_get_field_index_by_const(kTable, kRows, kPort, &index), 1);
     EXPECT_EQ(index, kRows - 1);
     EXPECT_EQ(conf_get_field_index_by_const(kTable, kRows, 4, &index), 0);
-    EXPECT_EQ(err_get_error_code(0), 0x820Du);
+    EXPECT_EQ(err_get_error_code(0), ERR_CNF_FIND_820D);
 }
 
 TEST_F(Typed, AccessChecksDenyFlaggedFieldsOnlyWhenOn) {
@@ -299,7 +299,7 @@ TEST_F(Typed, HashIndexGivesTheSameAnswersAndFollowsRemovals) {
     EXPECT_EQ(conf_get_int_field_by_section(hashed, "s4", 2 * 50 + 4, &v), 1);
     EXPECT_EQ(v, 104);
     EXPECT_EQ(conf_get_int_field_by_section(hashed, "s5", 2 * 50 + 4, &v), 0);
-    EXPECT_EQ(err_get_error_code(0), 0x820Eu);
+    EXPECT_EQ(err_get_error_code(0), ERR_CNF_FIND_820E);
     ASSERT_EQ(conf_use_hash_table(hashed, 0, 0), 1);
     EXPECT_EQ(int_by_const(hashed, 2999), 2999);
     EXPECT_EQ(conf_use_hash_table(hashed, 1, 0), 0);
@@ -314,7 +314,7 @@ TEST_F(Typed, DynamicTablesKeepWantedRowsUnderTheirSections) {
     ASSERT_EQ(conf_create_dynamic_table(kTable, kRows, out, across, 3), 4);
     EXPECT_EQ(out[2].constant * 100 + out[3].constant, kOther * 100 + kPort);
     EXPECT_EQ(conf_create_dynamic_table(kTable, kRows, nullptr, across, 3), 0);
-    EXPECT_EQ(err_get_error_code(0), 0x100Eu);
+    EXPECT_EQ(err_get_error_code(0), ERR_GEN_PARAMS);
 }
 
 // ---- Copies, conversions, comparisons -------------------------------------------------------
@@ -336,13 +336,13 @@ TEST_F(Typed, CopiesByFieldByTableAndByListedFields) {
     ASSERT_EQ(conf_copy_int_field_by_const(src, dst, kPort), 1);
     EXPECT_EQ(int_by_const(dst, kPort), 8080);
     EXPECT_EQ(conf_copy_string_field_by_const(src, dst, kCount), 0);
-    EXPECT_EQ(err_get_error_code(0), 0x8208u);
+    EXPECT_EQ(err_get_error_code(0), ERR_CNF_TYPE);
 
     ASSERT_EQ(conf_copy_handle_by_table(src, dst, kTable, kRows), 1) << err_get_error_msg();
     EXPECT_EQ(text_of(dst), text_of(src));
     ASSERT_EQ(conf_use_check_read_write_access(src, 1), 1);
     EXPECT_EQ(conf_copy_handle_by_table(src, dst, kTable, kRows), 0);
-    EXPECT_EQ(err_get_error_code(0), 0x8213u);
+    EXPECT_EQ(err_get_error_code(0), ERR_CNF_ACCESS);
 }
 
 TEST_F(Typed, ConversionTablesMapConstantsBothWays) {
@@ -394,7 +394,7 @@ TEST_F(Typed, DeferentFieldsMarkRowsAndKeepSecretsOutOfTheTrace) {
     ASSERT_EQ(conf_set_sections_by_prefix(b, kVaultTable, 5, "vault"), 1);
     void *search = nullptr;
     EXPECT_EQ(conf_init_field_search_context(a, "spares", &search), 0);  // not taken by the prefix
-    EXPECT_EQ(err_get_error_code(0), 0x820Au);
+    EXPECT_EQ(err_get_error_code(0), ERR_CNF_SECTION);
     ASSERT_EQ(conf_set_int_field_by_const(b, kCount, 8), 1);
     ASSERT_EQ(conf_set_string_field_by_const(a, kSecret, "hunter2"), 1);
     ASSERT_EQ(conf_set_string_field_by_const(b, kSecret, "hunter3"), 1);
@@ -547,7 +547,7 @@ TEST_F(Typed, EncryptedFieldsAreDecipheredOnRead) {
     void *h = handle();
     ASSERT_EQ(conf_set_sections_by_prefix(h, kVaultTable, 5, "vault"), 1);
     EXPECT_EQ(conf_read_buffer_to_handle(h, "[vault]\nnote=plain\nsecret=*not a cipher*\n"), 0);
-    EXPECT_EQ(err_get_error_code(1), 0x8205u);
+    EXPECT_EQ(err_get_error_code(1), ERR_CNF_ENCRYPT);
     EXPECT_EQ(error_at(0), "0x820b failed to read field <secret>.");
     ASSERT_EQ(conf_set_string_field_by_const(h, kSecret, "s3cret value"), 1);
     char *buffer = nullptr;

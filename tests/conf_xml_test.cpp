@@ -21,8 +21,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr uint32_t kEncryptFailed = 0x8205;
-
 class ConfXml : public ::testing::Test {
 protected:
     void SetUp() override {
@@ -279,7 +277,7 @@ TEST_F(ConfXml, ControlsBadUtf8AndNonCharactersNeverReachTheDocument) {
         if (conf_is_encryption_available() == 0) {                                      \
             char *out_ = nullptr;                                                       \
             EXPECT_EQ(conf_encrypt_string("key", "value", &out_), 0);                   \
-            EXPECT_EQ(err_get_error_code(0), kEncryptFailed);                           \
+            EXPECT_EQ(err_get_error_code(0), ERR_CNF_ENCRYPT);                          \
             if (kMustHaveCrypto) {                                                      \
                 FAIL() << "libcrypto could not be loaded: " << err_get_error_msg();     \
             }                                                                           \
@@ -372,13 +370,13 @@ TEST(ConfEncrypt, RoundTripsAnyTextUnderAnyKeyAsPrintableText) {
     EXPECT_NE(encrypt("k", "password1").substr(0, 10), encrypt("k", "password2").substr(0, 10));
 }
 
-TEST(ConfEncrypt, WrongKeysAndDamagedTextsFailWith8205) {
+TEST(ConfEncrypt, WrongKeysAndDamagedTextsFailAsEncryptionErrors) {
     REQUIRE_ENCRYPTION();
     std::string text = encrypt("alpha", "the secret value");
     EXPECT_EQ(decrypt("alpha", text), 1);
     for (const char *key : {"beta", "alphA", "alpha ", static_cast<const char *>(nullptr)}) {
         EXPECT_EQ(decrypt(key, text), 0) << key;
-        EXPECT_EQ(err_get_error_code(0), kEncryptFailed);
+        EXPECT_EQ(err_get_error_code(0), ERR_CNF_ENCRYPT);
     }
     std::vector<std::string> damaged = {"",
                                         "====",
@@ -401,7 +399,7 @@ TEST(ConfEncrypt, WrongKeysAndDamagedTextsFailWith8205) {
     damaged.push_back(stray);
     for (const std::string &bad : damaged) {
         EXPECT_EQ(decrypt("alpha", bad), 0) << bad;
-        EXPECT_EQ(err_get_error_code(0), kEncryptFailed) << bad;
+        EXPECT_EQ(err_get_error_code(0), ERR_CNF_ENCRYPT) << bad;
     }
     char *out = nullptr;
     EXPECT_EQ(conf_encrypt_string("k", nullptr, &out), 0);
@@ -502,7 +500,7 @@ TEST_F(ConfEncryptedFields, AreStoredEncipheredUnderTheirKeyAndReadBack) {
     conf_free_handle(&back);
 
     EXPECT_EQ(read_secrets(file, "another key", &back), 0);
-    EXPECT_TRUE(stack_holds(kEncryptFailed)) << err_get_error_msg();
+    EXPECT_TRUE(stack_holds(ERR_CNF_ENCRYPT)) << err_get_error_msg();
     conf_free_handle(&back);
 }
 

@@ -16,9 +16,11 @@
 #include <thread>
 #include <vector>
 
+#include "support/handle_checks.h"
 #include "vq_glob/conf.h"
 #include "vq_glob/dbg.h"
 #include "vq_glob/err.h"
+#include "vq_glob/llist.h"
 
 #if !defined(_WIN32)
 #include <sys/stat.h>
@@ -184,10 +186,10 @@ struct BadInput {
 
 TEST_F(Conf, BadInputFailsWithItsCodeAndTextAndKeepsWhatWasRead) {
     const BadInput cases[] = {
-        {"[ok]\na=1\n[abc\n", 0x8209, "bad section name: abc"},
-        {"\nstray=1\n[s]\n", 0x8209, "found an illegal line in file: stray=1"},
-        {"[ok]\nb=_ml_text_T\nx\n_ml_text_\n", 0x8209, "unique string wasn't found for field  b"},
-        {"[ok]\nc=_ml_bool_\nTRUE\nyes\n_ml_bool_\n", 0x820b, "failed to read field <c>."},
+        {"[ok]\na=1\n[abc\n", ERR_CNF_GENERAL, "bad section name: abc"},
+        {"\nstray=1\n[s]\n", ERR_CNF_GENERAL, "found an illegal line in file: stray=1"},
+        {"[ok]\nb=_ml_text_T\nx\n_ml_text_\n", ERR_CNF_GENERAL, "unique string wasn't found for field  b"},
+        {"[ok]\nc=_ml_bool_\nTRUE\nyes\n_ml_bool_\n", ERR_CNF_READ, "failed to read field <c>."},
     };
     for (const BadInput &c : cases) {
         void *h = nullptr;
@@ -204,19 +206,124 @@ TEST_F(Conf, BadInputFailsWithItsCodeAndTextAndKeepsWhatWasRead) {
         conf_free_buffer(buffer);
         conf_free_handle(&h);
     }
-    EXPECT_EQ(err_get_error_code(1), 0x8207u);
+    EXPECT_EQ(err_get_error_code(1), ERR_CNF_VALUE);
     EXPECT_STREQ(err_get_error_text(1), "illegal value: field <c>  value <yes>");
 }
 
 TEST_F(Conf, ArgumentsAreChecked) {
     char *buffer = nullptr;
     EXPECT_EQ(conf_read_buffer_to_handle(nullptr, "[a]"), 0);
-    EXPECT_EQ(err_get_error_code(0), 0x100Eu);
+    EXPECT_EQ(err_get_error_code(0), ERR_GEN_PARAMS);
     EXPECT_STREQ(err_get_error_text(0), "invalid function parameter (<conf_read_buffer_to_handle>/<handle>)");
     EXPECT_EQ(conf_write_buffer(h_, nullptr), 0);
     EXPECT_EQ(conf_write_buffer(nullptr, &buffer), 0);
     EXPECT_EQ(conf_write(h_, nullptr), 0);  // nothing read or written yet: no name
     EXPECT_EQ(conf_free_handle(nullptr), 0);
+}
+
+// ---- Handles of another kind -----------------------------------------------------
+
+// Reading, typed access, writing, copies, searches and frees given a list
+// where a configuration handle or a search context belongs, or the one where
+// the other belongs: refused with PARAMS naming the argument, and nothing
+// written through either.
+TEST_F(Conf, AHandleOfAnotherKindIsRefused) {
+    static const conf_table_row kTable[] = {
+        {1, "s", CONF_TYPE_SECTION, nullptr, 0, 0, nullptr},
+        {2, "n", CONF_TYPE_INT, nullptr, 0, 0, nullptr},
+    };
+    ASSERT_EQ(conf_read_buffer_to_handle(h_, "[s]\nn=5\n"), 1);
+    ASSERT_EQ(conf_set_table(h_, kTable, 2), 1);
+    void *list = ll_init_list();
+    ASSERT_NE(list, nullptr);
+    void *ctx = nullptr;
+    ASSERT_EQ(conf_init_section_search_context(h_, &ctx), 1);
+    std::string file = path("foreign");
+    int32_t value = -1;
+    int32_t marks[2] = {-1, -1};
+    char *buffer = nullptr;
+    char *name = nullptr;
+    void *held = nullptr;
+
+    vq::test::expect_refused({
+        {"conf_read_buffer_to_handle", "handle",
+         [&] { return conf_read_buffer_to_handle(list, "[x]\n") == 0; }},
+        {"conf_read_file_to_handle", "handle",
+         [&] { return conf_read_file_to_handle(list, file.c_str()) == 0; }},
+        {"conf_get_int_field", "handle",
+         [&] { return conf_get_int_field(list, "s", "n", &value) == 0 && value == -1; }},
+        {"conf_get_int_field_by_const", "handle",
+         [&] { return conf_get_int_field_by_const(list, 2, &value) == 0 && value == -1; }},
+        {"conf_set_int_field_by_const", "handle",
+         [&] { return conf_set_int_field_by_const(list, 2, 7) == 0; }},
+        {"conf_set_string_field_by_const", "handle",
+         [&] { return conf_set_string_field_by_const(list, 2, "x") == 0; }},
+        {"conf_set_table", "handle", [&] { return conf_set_table(list, kTable, 2) == 0; }},
+        {"conf_write", "handle", [&] { return conf_write(list, file.c_str()) == 0 && !fs::exists(file); }},
+        {"conf_write_buffer", "handle",
+         [&] { return conf_write_buffer(list, &buffer) == 0 && buffer == nullptr; }},
+        {"conf_copy_int_field_by_const", "src",
+         [&] { return conf_copy_int_field_by_const(list, h_, 2) == 0; }},
+        {"conf_copy_int_field_by_const", "dst",
+         [&] { return conf_copy_int_field_by_const(h_, list, 2) == 0; }},
+        {"conf_copy_handle_by_table", "dst",
+         [&] { return conf_copy_handle_by_table(h_, list, kTable, 2) == 0; }},
+        {"conf_get_deferent_fields", "handle2",
+         [&] { return conf_get_deferent_fields(h_, list, kTable, 2, marks) == 0 && marks[0] == -1; }},
+        {"conf_is_check_read_write_access", "handle",
+         [&] { return conf_is_check_read_write_access(list) == 0; }},
+        {"conf_init_section_search_context", "handle",
+         [&] { return conf_init_section_search_context(list, &held) == 0 && held == nullptr; }},
+        {"conf_clean_handle", "handle", [&] { return conf_clean_handle(list) == 0; }},
+        {"conf_free_handle", "handle",
+         [&] { return held = list, conf_free_handle(&held) == 0 && held == list; }},
+        // a search context and a configuration handle stand in for each other no more than a list does
+        {"conf_get_next_section", "context", [&] { return conf_get_next_section(list, &name) == 0; }},
+        {"conf_get_next_section", "context", [&] { return conf_get_next_section(h_, &name) == 0; }},
+        {"conf_get_int_field_by_const", "handle",
+         [&] { return conf_get_int_field_by_const(ctx, 2, &value) == 0; }},
+        {"conf_free_search_context", "context", [&] { return conf_free_search_context(list), true; }},
+        {"conf_free_search_context", "context", [&] { return conf_free_search_context(h_), true; }},
+        {"conf_free_handle", "handle",
+         [&] { return held = ctx, conf_free_handle(&held) == 0 && held == ctx; }},
+    });
+
+    EXPECT_EQ(ll_get_count(list), 0);
+    EXPECT_EQ(ll_get_first_node(list), nullptr);
+    EXPECT_EQ(text(), "[s]\nn=5\n");
+    ASSERT_EQ(conf_get_next_section(ctx, &name), 1);
+    EXPECT_STREQ(name, "s");
+    conf_free_search_context(ctx);
+    ll_dispose_list(&list);
+}
+
+// A freed handle or context passed back, and a context whose handle was
+// freed: refused as well, as long as nothing new took their memory.
+TEST_F(Conf, AFreedHandleOrContextIsRefused) {
+    VQ_SKIP_UNDER_ASAN();
+    void *h = nullptr;
+    ASSERT_EQ(conf_allocate_handle(&h), 1);
+    ASSERT_EQ(conf_set_section(h, "s"), 1);
+    void *orphan = nullptr;
+    ASSERT_EQ(conf_init_section_search_context(h, &orphan), 1);
+    void *freed_ctx = nullptr;
+    ASSERT_EQ(conf_init_section_search_context(h_, &freed_ctx), 1);
+    conf_free_search_context(freed_ctx);
+    void *stale = h;
+    ASSERT_EQ(conf_free_handle(&h), 1);
+    int32_t value = -1;
+    char *name = nullptr;
+
+    vq::test::expect_refused({
+        {"conf_get_int_field_by_const", "handle",
+         [&] { return conf_get_int_field_by_const(stale, 2, &value) == 0; }},
+        {"conf_set_section", "handle", [&] { return conf_set_section(stale, "t") == 0; }},
+        {"conf_free_handle", "handle", [&] { return h = stale, conf_free_handle(&h) == 0 && h == stale; }},
+        {"conf_get_next_section", "context", [&] { return conf_get_next_section(orphan, &name) == 0; }},
+        {"conf_get_next_section", "context", [&] { return conf_get_next_section(freed_ctx, &name) == 0; }},
+        {"conf_free_search_context", "context", [&] { return conf_free_search_context(freed_ctx), true; }},
+    });
+    conf_free_search_context(orphan);  // a context outliving its handle is still freed
 }
 
 // ---- Files ------------------------------------------------------------------------
@@ -251,12 +358,12 @@ TEST_F(Conf, FilesRoundTripAndMerge) {
 TEST_F(Conf, EmptyMissingAndBlankFiles) {
     std::string empty = file_with("empty", "");
     EXPECT_EQ(conf_read_file_to_handle(h_, empty.c_str()), 0);
-    EXPECT_EQ(err_get_error_code(0), 0x8211u);
+    EXPECT_EQ(err_get_error_code(0), ERR_CNF_EMPTY);
     EXPECT_STREQ(err_get_error_text(0), "configuration files is empty or currupted.");
 
     std::string missing = path("missing");
     EXPECT_EQ(conf_read_file_to_handle(h_, missing.c_str()), 0);
-    EXPECT_EQ(err_get_error_code(0), 0x8202u);
+    EXPECT_EQ(err_get_error_code(0), ERR_CNF_FILE_8202);
     EXPECT_EQ(std::string(err_get_error_text(0)), "error opening configuration file <" + missing + ">");
 
     std::string blank = file_with("blank", "\n  \n\r\n");
@@ -278,12 +385,12 @@ TEST_F(Conf, OnlyRegularFilesUpToTheLimitAreRead) {
     };
     std::string dir = path("dir");
     fs::create_directory(dir);
-    expect_refused(dir, 0x8202u, " is not a regular file");
+    expect_refused(dir, ERR_CNF_FILE_8202, " is not a regular file");
 #if !defined(_WIN32)
-    expect_refused("/dev/zero", 0x8202u, " is not a regular file");
+    expect_refused("/dev/zero", ERR_CNF_FILE_8202, " is not a regular file");
     std::string fifo = path("fifo");
     ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
-    expect_refused(fifo, 0x8202u, " is not a regular file");
+    expect_refused(fifo, ERR_CNF_FILE_8202, " is not a regular file");
 #endif
 
     // Sparse files: only the length costs anything.
@@ -292,7 +399,7 @@ TEST_F(Conf, OnlyRegularFilesUpToTheLimitAreRead) {
     fs::resize_file(limit, CONF_MAX_FILE_SIZE);
     std::string over = file_with("over", header);
     fs::resize_file(over, CONF_MAX_FILE_SIZE + 1ull);
-    expect_refused(over, 0x8203u, " is larger than 67108864 bytes");
+    expect_refused(over, ERR_CNF_FILE_8203, " is larger than 67108864 bytes");
     // The zero bytes after the header are one line that its first NUL ends.
     EXPECT_EQ(conf_read_file_to_handle(h_, limit.c_str()), 1) << err_get_error_msg();
     EXPECT_EQ(text(), "[kept]\nk=v\n[big]\nk=v\n");
@@ -313,12 +420,12 @@ TEST_F(Conf, LockFileIsRemovedOnEveryPathAndWaitedFor) {
     std::string unwritable = path("lock_dir");
     fs::create_directory(unwritable);
     ASSERT_EQ(conf_write(h_, unwritable.c_str()), 0);
-    EXPECT_EQ(err_get_error_code(0), 0x8204u);
+    EXPECT_EQ(err_get_error_code(0), ERR_CNF_FILE_8204);
     EXPECT_FALSE(fs::exists(unwritable + ".lock"));
 
     std::string nowhere = path("no_such_dir") + "/cfg";
     ASSERT_EQ(conf_write(h_, nowhere.c_str()), 0);
-    EXPECT_EQ(err_get_error_code(0), 0x8209u);
+    EXPECT_EQ(err_get_error_code(0), ERR_CNF_GENERAL);
     EXPECT_EQ(std::string(err_get_error_text(0)), "failed to create lock file " + nowhere + ".lock");
 
     // A lock held elsewhere is waited for.
@@ -350,7 +457,7 @@ TEST_F(Conf, FailedWriteThroughTempLeavesTheOriginal) {
     fs::create_directory(target + ".temp");
     ASSERT_EQ(conf_set_section(h_, "lost"), 1);
     EXPECT_EQ(conf_write(h_, target.c_str()), 0);
-    EXPECT_EQ(err_get_error_code(0), 0x8204u);
+    EXPECT_EQ(err_get_error_code(0), ERR_CNF_FILE_8204);
     EXPECT_STREQ(err_get_error_text(0), "error writing configuration file");
     EXPECT_EQ(without_cr(read_all(target)), "[orig]\nkeep=1\n[new]\n");
     EXPECT_FALSE(fs::exists(target + ".lock"));
@@ -362,7 +469,7 @@ TEST_F(Conf, PosixWriteToAFullDeviceFails) {
     }
     ASSERT_EQ(conf_read_buffer_to_handle(h_, "[s]\na=1\n"), 1);
     EXPECT_EQ(conf_write(h_, "/dev/full"), 0);
-    EXPECT_EQ(err_get_error_code(0), 0x8204u);
+    EXPECT_EQ(err_get_error_code(0), ERR_CNF_FILE_8204);
 }
 
 // ---- Structure and search -------------------------------------------------------
@@ -391,11 +498,11 @@ TEST_F(Conf, EditsAndSearchesKeepOrderAndSkipTheHeader) {
     ASSERT_EQ(conf_add_field_to_section(h_, "d", "f"), 1);
     ASSERT_EQ(conf_remove_field(h_, "a", "y"), 1);
     EXPECT_EQ(conf_remove_field(h_, "a", "y"), 0);
-    EXPECT_EQ(err_get_error_code(0), 0x820Fu);
+    EXPECT_EQ(err_get_error_code(0), ERR_CNF_FIND_820F);
     ASSERT_EQ(conf_rename_section(h_, "b", "bb"), 1);
     EXPECT_EQ(conf_rename_section(h_, "c", "a"), 0);
     EXPECT_EQ(conf_rename_section(h_, "nope", "n"), 0);
-    EXPECT_EQ(err_get_error_code(0), 0x820Au);
+    EXPECT_EQ(err_get_error_code(0), ERR_CNF_SECTION);
     EXPECT_STREQ(err_get_error_text(0), "did not find section <nope>.");
     ASSERT_EQ(conf_remove_section(h_, "c"), 1);
     EXPECT_EQ(conf_remove_section(h_, "c"), 0);
@@ -411,7 +518,7 @@ TEST_F(Conf, EditsAndSearchesKeepOrderAndSkipTheHeader) {
     conf_free_search_context(ctx);
     EXPECT_EQ(fields, "x;z;w;");
     EXPECT_EQ(conf_init_field_search_context(h_, "gone", &ctx), 0);
-    EXPECT_EQ(err_get_error_code(0), 0x820Au);
+    EXPECT_EQ(err_get_error_code(0), ERR_CNF_SECTION);
     // The renamed section is found by its new name only.
     ASSERT_EQ(conf_read_buffer_to_handle(h_, "[bb]\nq=1\n[b]\n"), 1);
     EXPECT_EQ(text(), "[_cf_header_]\nversion=2\n[a]\nx=1\nz=3\nw=\n[bb]\nq=1\n[d]\nf=\n[b]\n");

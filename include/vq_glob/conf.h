@@ -11,15 +11,26 @@
  * "_ml_bool_". There is no comment, quoting or escaping.
  *
  * Every function returns 1 on success and 0 on failure with the cause on the
- * thread's error stack (facility CNF 0x8200; 0x100e for a NULL handle or a
- * missing argument). Names handed out stay owned by the handle and valid
- * until their section or field is removed or renamed, by any thread. A handle
- * made by conf_allocate_handle_use_cs may be shared by threads: every call
- * holds its critical section; any other handle is used by one thread at a
- * time. Typed access goes through a constant table bound to the handle. */
+ * thread's error stack (facility CNF, ERR_FAC_CNF; ERR_GEN_PARAMS for a NULL
+ * handle or a missing argument). Names handed out stay owned by the handle
+ * and valid until their section or field is removed or renamed, by any
+ * thread. A handle made by conf_allocate_handle_use_cs may be shared by
+ * threads: every call holds its critical section; any other handle is used by
+ * one thread at a time. Typed access goes through a constant table bound to
+ * the handle.
+ *
+ * Handles and search contexts carry a type tag, which every function taking
+ * one checks first: another library handle (a list, a hash table, a search
+ * context where a configuration handle belongs or the reverse...) or one
+ * already freed fails with ERR_GEN_PARAMS naming the function and the
+ * argument, and nothing is changed; a context whose handle was freed fails the
+ * same way. Not detected: a pointer to memory that cannot be read, memory that
+ * was never a handle but begins with the same four bytes, and a freed handle
+ * whose memory was reused for a new one (the new one is then used). */
 #ifndef VQ_GLOB_CONF_H
 #define VQ_GLOB_CONF_H
 
+#include "vq_glob/err_codes.h"
 #include "vq_glob/export.h"
 #include "vq_glob/slbn.h"
 
@@ -64,21 +75,22 @@ VQ_API int conf_set_encryption_to_handle(void *h, const char *key);
 #define CONF_MAX_FILE_SIZE (64u * 1024u * 1024u)
 
 /* Reads the file into the handle, merging with the sections and fields there.
- * Only a regular file is read: a directory, fifo or device fails with 0x8202
- * (a fifo is refused without waiting for a writer), a file of more than
- * CONF_MAX_FILE_SIZE bytes with 0x8203, and a file of zero bytes with 0x8211;
- * the system's reason stands below as 0x203. After a failure the handle keeps
- * what was read before it. */
+ * Only a regular file is read: a directory, fifo or device fails with
+ * ERR_CNF_FILE_8202 (a fifo is refused without waiting for a writer), a file
+ * of more than CONF_MAX_FILE_SIZE bytes with ERR_CNF_FILE_8203, and a file of
+ * zero bytes with ERR_CNF_EMPTY; the system's reason stands below as
+ * ERR_SYS_ERRMSG. After a failure the handle keeps what was read before it. */
 VQ_API int conf_read_file_to_handle(void *h, const char *file_name);
 /* The same from a NUL-terminated buffer, which also ends at a byte 0xFF. */
 VQ_API int conf_read_buffer_to_handle(void *h, const char *buffer);
 /* Writes the handle to file_name (NULL: the file last read or written), in
- * place or through "<file>.temp"; 0x8204 when the file cannot be written.
- * Through the temporary file, a crash leaves either the old or the new
- * configuration (and possibly a stale "<file>.temp", replaced by the next
+ * place or through "<file>.temp"; ERR_CNF_FILE_8204 when the file cannot be
+ * written. Through the temporary file, a crash leaves either the old or the
+ * new configuration (and possibly a stale "<file>.temp", replaced by the next
  * write): the crash-safe choice. In place (the default) the room for the new
  * text is reserved before the old text is touched, so a full disk fails the
- * write (0x8204 over the system's reason) and leaves the old file as it was.
+ * write (ERR_CNF_FILE_8204 over the system's reason) and leaves the old file
+ * as it was.
  * The new text is then written over the old from the start and the file cut
  * to its length: a process that dies during that write can leave the
  * beginning of the new text followed by the rest of the old one (or by zero
@@ -98,9 +110,11 @@ VQ_API int conf_set_section(void *h, const char *section);
 /* Adds an untyped, empty field at the end of the section (created when
  * missing) unless the section already has it. */
 VQ_API int conf_add_field_to_section(void *h, const char *section, const char *field);
-/* Renames a section; 0x820a when it is missing, 0x8209 when new_name is taken. */
+/* Renames a section; ERR_CNF_SECTION when it is missing, ERR_CNF_GENERAL when
+ * new_name is taken. */
 VQ_API int conf_rename_section(void *h, const char *old_name, const char *new_name);
-/* Unlink and free a section with its fields / one field (0x820a, 0x820f when missing). */
+/* Unlink and free a section with its fields / one field (ERR_CNF_SECTION,
+ * ERR_CNF_FIND_820F when missing). */
 VQ_API int conf_remove_section(void *h, const char *section);
 VQ_API int conf_remove_field(void *h, const char *section, const char *field);
 /* Traces the section's fields, one "name=value" line each, on the CONFIG channel. */
@@ -138,39 +152,45 @@ typedef struct {
  * flags and key; a field read before binding is converted (integers as atoi,
  * booleans "TRUE" in any case = 1 else 0, an empty value gives the default); a
  * field without a value takes its default. The table must outlive the binding.
- * rows < 1 only marks the handle bound. 0x8208 for a type outside 1-7, 0x100e
- * for a field row before any section row (rows before the bad one stay bound). */
+ * rows < 1 only marks the handle bound. ERR_CNF_TYPE for a type outside 1-7,
+ * ERR_GEN_PARAMS for a field row before any section row (rows before the bad
+ * one stay bound). */
 VQ_API int conf_set_table(void *h, const conf_table_row *table, int32_t rows);
-/* *index = the table row holding constant (a linear search); 0x820d when none. */
+/* *index = the table row holding constant (a linear search);
+ * ERR_CNF_FIND_820D when none. */
 VQ_API int conf_get_field_index_by_const(const conf_table_row *table, int32_t rows, int32_t constant,
                                          int32_t *index);
 /* *value = the address of the bound field's value, *type = its type: int32_t *
  * for integers and booleans, char * for strings, char ** (NULL-terminated) for
  * multi-line text, int32_t * (the elements) for multi-line integers and
  * booleans, const slbn * for big integers. Handle-owned, valid until the
- * field changes. 0x820d for an unknown constant, 0x100e for a field without a
- * value. */
+ * field changes. ERR_CNF_FIND_820D for an unknown constant, ERR_GEN_PARAMS
+ * for a field without a value. */
 VQ_API int conf_get_field_by_const(void *h, int32_t constant, void **value, int32_t *type);
-/* *type = the type / *name = the name (handle-owned) of the field bound to constant; 0x820d. */
+/* *type = the type / *name = the name (handle-owned) of the field bound to
+ * constant; ERR_CNF_FIND_820D when none is. */
 VQ_API int conf_get_field_type(void *h, int32_t constant, int32_t *type);
 VQ_API int conf_get_field_name(void *h, int32_t constant, char **name);
-/* on: look constants up through a hash table of size rows (> 0, else 0x100e)
- * instead of walking the sections; off: drop it. Answers are the same. */
+/* on: look constants up through a hash table of size rows (> 0, else
+ * ERR_GEN_PARAMS) instead of walking the sections; off: drop it. Answers are
+ * the same. */
 VQ_API int conf_use_hash_table(void *h, int32_t on, int32_t size);
 /* on: reading skips the sections and fields the bound table does not name
  * (a skipped multi-line value is skipped whole); writing leaves them out.
  * Until a table is bound nothing is skipped. */
 VQ_API int conf_use_only_table_on_read(void *h, int32_t on);
 VQ_API int conf_use_only_table_on_write(void *h, int32_t on);
-/* on: typed reads of fields flagged CONF_FLAG_DENY_READ fail with 0x820b +
- * 0x8213, typed writes of fields flagged CONF_FLAG_DENY_WRITE with 0x820c +
- * 0x8213. conf_is_check_read_write_access: 1 when on, 0 when off or h NULL. */
+/* on: typed reads of fields flagged CONF_FLAG_DENY_READ fail with
+ * ERR_CNF_READ + ERR_CNF_ACCESS, typed writes of fields flagged
+ * CONF_FLAG_DENY_WRITE with ERR_CNF_WRITE + ERR_CNF_ACCESS.
+ * conf_is_check_read_write_access: 1 when on, 0 when off or h NULL (with
+ * nothing on the stack) or not a handle. */
 VQ_API int conf_use_check_read_write_access(void *h, int32_t on);
 VQ_API int conf_is_check_read_write_access(void *h);
 /* Writes into out_table (room for rows rows) the rows of table whose
  * constants are in wanted_constants, each preceded once by its section row,
- * in table order. Returns the number of rows written; 0 with 0x100e for a bad
- * argument or 0x1001 when out of memory. */
+ * in table order. Returns the number of rows written; 0 with ERR_GEN_PARAMS
+ * for a bad argument or ERR_GEN_MEMORY when out of memory. */
 VQ_API int32_t conf_create_dynamic_table(const conf_table_row *table, int32_t rows, conf_table_row *out_table,
                                          const int32_t *wanted_constants, int32_t wanted_count);
 /* Binds only the section rows of table (NULL: the table bound by
@@ -179,8 +199,9 @@ VQ_API int32_t conf_create_dynamic_table(const conf_table_row *table, int32_t ro
 VQ_API int conf_set_sections_by_prefix(void *h, const conf_table_row *table, int32_t rows, const char *prefix);
 /* Compares the fields of table's field rows in h1 and h2: marks[i] (room for
  * rows entries) = 1 when row i's values differ, else 0. Encrypted values are
- * traced as placeholders only. 0x820f + 0x820d when a handle lacks a field,
- * 0x8210 when the types differ (marks up to that row are set). */
+ * traced as placeholders only. ERR_CNF_FIND_820F + ERR_CNF_FIND_820D when a
+ * handle lacks a field, ERR_CNF_COMP when the types differ (marks up to that
+ * row are set). */
 VQ_API int conf_get_deferent_fields(void *h1, void *h2, const conf_table_row *table, int32_t rows,
                                     int32_t *marks);
 
@@ -209,10 +230,10 @@ typedef struct {
  * (revert 0): src holds table's fields; for each field row, entry
  * (constant - offset) gives the dst constant. Revert (non-zero): dst holds
  * table's fields; every entry copies src's converted to dst's constant, and
- * offset is not used. Errors: 0x8206 with "Unsynchronized conversion tables."
- * (an entry's constant is not the expected one), "internal: a corrupted
- * conversion table." or "... - param: offset."; a failed copy adds the field
- * name and 0x8212 with both constants. */
+ * offset is not used. Errors: ERR_CNF_CONVTABL with "Unsynchronized
+ * conversion tables." (an entry's constant is not the expected one),
+ * "internal: a corrupted conversion table." or "... - param: offset."; a
+ * failed copy adds the field name and ERR_CNF_COPYCST with both constants. */
 VQ_API int conf_copy_handle_consts_table_by_conversion_table(void *src, void *dst, const conf_table_row *table,
                                                              int32_t rows, const conf_conversion_row *conversion,
                                                              int32_t conversion_rows, int32_t offset,
@@ -222,11 +243,12 @@ VQ_API int conf_copy_handle_consts_table_by_conversion_table(void *src, void *ds
 
 /* Three ways to address a field: plain (section name, field name), _by_section
  * (section name, constant in it), _by_const (constant anywhere). Errors:
- * 0x820a no such section, 0x820f / 0x820e / 0x820d no such field, 0x8208 the
- * field has another type, access denial as above; a failed get leaves its
- * output untouched. An untyped field takes the requested type on first use.
- * Getters of strings and lists hand out handle-owned data, valid until the
- * field changes; setters copy what they are given and mark the field changed. */
+ * ERR_CNF_SECTION no such section, ERR_CNF_FIND_820F / ERR_CNF_FIND_820E /
+ * ERR_CNF_FIND_820D no such field, ERR_CNF_TYPE the field has another type,
+ * access denial as above; a failed get leaves its output untouched. An
+ * untyped field takes the requested type on first use. Getters of strings and
+ * lists hand out handle-owned data, valid until the field changes; setters
+ * copy what they are given and mark the field changed. */
 
 VQ_API int conf_get_int_field(void *h, const char *section, const char *field, int32_t *value);
 VQ_API int conf_get_int_field_by_section(void *h, const char *section, int32_t constant, int32_t *value);
@@ -341,20 +363,22 @@ VQ_API int32_t vq_get_kill_list_cf_keys_number(void);
  * cannot hold becomes "_"; comments show the original name with U+FFFD in
  * the same places. */
 VQ_API int conf_set_use_write_to_XML(void *h, int32_t on);
-/* 1 when the handle writes XML; 0 when it writes text (or h is NULL). */
+/* 1 when the handle writes XML; 0 when it writes text (or h is not a handle:
+ * ERR_GEN_PARAMS). */
 VQ_API int conf_is_write_to_XML(void *h);
 /* Whether XML output begins with the XML declaration and the producer
  * comments: on (non-zero, the default) or off. */
 VQ_API int conf_set_write_XML_header(void *h, int32_t on);
 /* Names the root element (default "Configuration_XML_Root"); the name is
- * made a legal tag name when written. 0x100e for a NULL or empty name. */
+ * made a legal tag name when written. ERR_GEN_PARAMS for a NULL or empty
+ * name. */
 VQ_API int conf_set_XML_root(void *h, const char *root_name);
 /* *out = plain enciphered under key (NULL: the built-in key) as printable
- * text, in a new buffer freed with conf_free_buffer; 0x8205 when it fails
- * (libcrypto cannot be loaded included). */
+ * text, in a new buffer freed with conf_free_buffer; ERR_CNF_ENCRYPT when it
+ * fails (libcrypto cannot be loaded included). */
 VQ_API int conf_encrypt_string(const char *key, const char *plain, char **out);
-/* The reverse of conf_encrypt_string; 0x8205 under a wrong key or for text
- * that is no such cipher. */
+/* The reverse of conf_encrypt_string; ERR_CNF_ENCRYPT under a wrong key or
+ * for text that is no such cipher. */
 VQ_API int conf_decrypt_string(const char *key, const char *text, char **out);
 /* 1 when the DES routines of the system's libcrypto are at hand (the first
  * call loads them); 0 when encryption can only fail. Nothing goes on the
@@ -364,14 +388,17 @@ VQ_API int conf_is_encryption_available(void);
 /* ---- Search contexts --------------------------------------------------------------------- */
 
 /* *context = a walk over the handle's sections / over one section's fields
- * (0x820a when the section is missing), standing before the first one. Once
- * a section or field of the handle is removed, the walk ends (0). */
+ * (ERR_CNF_SECTION when the section is missing), standing before the first
+ * one; free it with conf_free_search_context. Once a section or field of the
+ * handle is removed, the walk ends (0). */
 VQ_API int conf_init_section_search_context(void *h, void **context);
 VQ_API int conf_init_field_search_context(void *h, const char *section, void **context);
-/* *name = the next section's / field's name and 1; 0 at the end. */
+/* *name = the next section's / field's name and 1; 0 at the end, or with
+ * ERR_GEN_PARAMS for a context of the other sort or whose handle was freed. */
 VQ_API int conf_get_next_section(void *context, char **name);
 VQ_API int conf_get_next_field(void *context, char **name);
-/* Frees a context (NULL is ignored). */
+/* Frees a context (NULL is ignored; anything else that is no live context
+ * is left alone, with ERR_GEN_PARAMS). */
 VQ_API void conf_free_search_context(void *context);
 
 VQ_EXTERN_C_END

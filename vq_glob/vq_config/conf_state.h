@@ -3,6 +3,7 @@
 // the per-thread records of the reader and the writer.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <cstdlib>
 #include <list>
@@ -12,8 +13,12 @@
 #include <utility>
 #include <vector>
 
+#include "internal/ascii.h"
+#include "internal/checked_handle.h"
 #include "internal/frame.h"
+#include "internal/handle_tag.h"
 #include "internal/open_addressing.h"
+#include "internal/raise.h"
 #include "internal/trace.h"
 #include "platform/platform.h"
 #include "vq_glob/conf.h"
@@ -23,25 +28,6 @@
 namespace vq::conf {
 
 inline constexpr int kTraceBit = debug::kChannelConfig;
-
-// Codes of the CNF facility.
-inline constexpr uint32_t kErrOpen = 0x8202;
-inline constexpr uint32_t kErrRead = 0x8203;
-inline constexpr uint32_t kErrWrite = 0x8204;
-inline constexpr uint32_t kErrConvTable = 0x8206;
-inline constexpr uint32_t kErrValue = 0x8207;
-inline constexpr uint32_t kErrType = 0x8208;
-inline constexpr uint32_t kErrGeneral = 0x8209;
-inline constexpr uint32_t kErrSection = 0x820a;
-inline constexpr uint32_t kErrReadField = 0x820b;
-inline constexpr uint32_t kErrWriteField = 0x820c;
-inline constexpr uint32_t kErrFieldByConst = 0x820d;
-inline constexpr uint32_t kErrFieldBySection = 0x820e;
-inline constexpr uint32_t kErrFieldByName = 0x820f;
-inline constexpr uint32_t kErrCompare = 0x8210;
-inline constexpr uint32_t kErrEmpty = 0x8211;
-inline constexpr uint32_t kErrCopyConst = 0x8212;
-inline constexpr uint32_t kErrAccess = 0x8213;
 
 // Table row flags: the value is stored enciphered; reading / writing is
 // denied while access checking is on.
@@ -129,7 +115,7 @@ inline bool is_decimal(std::string_view text) {
         return false;
     }
     for (; i < text.size(); ++i) {
-        if (text[i] < '0' || text[i] > '9') {
+        if (!ascii::is_digit(text[i])) {
             return false;
         }
     }
@@ -343,7 +329,10 @@ struct HashIndex {
     void drop();
 };
 
+// A configuration handle; its address is the handle the callers hold, so the
+// tag comes first.
 struct Handle {
+    tag::HandleTag tag{tag::Kind::config};
     NamedList<Section> sections;
     std::string line;  // the reader's line buffer (kLineFirst, grown by kLineStep)
     std::string file_name;
@@ -373,6 +362,14 @@ struct Handle {
     PlatLock cs{};
 };
 
+// The std::list inside makes Handle no standard-layout class, for which
+// offsetof is only conditionally supported; the compilers the library is
+// built with support it, and place a first member at the object's address.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Winvalid-offsetof"
+static_assert(offsetof(Handle, tag) == 0, "the tag must sit at the handle's address");
+#pragma GCC diagnostic pop
+
 // Holds a handle's critical section (when it has one) for a scope.
 class Guard {
 public:
@@ -398,33 +395,50 @@ private:
     int line_;
 };
 
-// 0 with 0x100e naming the function and the argument.
-int raise_params(const char *function, const char *argument);
-// 0 with 0x1001 for the function at the line.
-int raise_memory(const char *function, int line);
-// 0 with the system's text for a native error number (errno, GetLastError)
-// as 0x203 on a fresh stack, for the caller to add its own line above.
-int raise_native(int32_t error);
+// Every entry point reports a bad argument, a handle of another kind and a
+// lack of memory alone, on a fresh error stack.
+using raise::Report;
+
+// The module named in out-of-memory messages.
+inline constexpr const char *kModule = "vq_config";
+
+// The handle behind vh, or null with PARAMS naming the function and the
+// argument when vh is null, a handle of another kind or one already freed.
+inline Handle *handle_of(void *vh, const char *function, const char *argument = "handle") {
+    return tag::checked<Handle>(vh, tag::Kind::config, Report::fresh, function, argument);
+}
+
+// handle_of(vh), then null with PARAMS naming argument when value is null:
+// the handle is named first when both are wrong.
+inline Handle *handle_and_argument(void *vh, const void *value, const char *function, const char *argument) {
+    Handle *h = handle_of(vh, function);
+    if (h != nullptr && value == nullptr) {
+        raise::params(Report::fresh, function, argument);
+        return nullptr;
+    }
+    return h;
+}
 
 // Runs body(handle) under the handle's critical section, turning an escaping
-// allocation failure into 0x1001; 0x100e for a NULL handle.
+// allocation failure into ERR_GEN_MEMORY; ERR_GEN_PARAMS for a handle that
+// handle_of refuses.
 template <typename Body>
 int with_handle(void *vh, const char *function, int line, Body body) {
-    if (vh == nullptr) {
-        return raise_params(function, "handle");
+    Handle *h = handle_of(vh, function);
+    if (h == nullptr) {
+        return 0;
     }
-    auto *h = static_cast<Handle *>(vh);
     Guard guard(h, line);
     try {
         return body(*h);
     } catch (const std::bad_alloc &) {
-        return raise_memory(function, line);
+        return raise::memory(Report::fresh, function, kModule, line);
     }
 }
 
-// 0 with 0x820a for the section name.
+// 0 with ERR_CNF_SECTION for the section name.
 inline int missing_section(const char *name) {
-    err_set_error(kErrSection, name);
+    err_set_error(ERR_CNF_SECTION, name);
     return 0;
 }
 
@@ -445,26 +459,11 @@ inline int32_t text_to_int(std::string_view text) {
         ++i;
     }
     uint32_t value = 0;
-    while (i < text.size() && text[i] >= '0' && text[i] <= '9') {
+    while (i < text.size() && ascii::is_digit(text[i])) {
         value = value * 10u + static_cast<uint32_t>(text[i] - '0');
         ++i;
     }
     return static_cast<int32_t>(negative ? 0u - value : value);
-}
-
-// Whether a equals b ignoring the case of ASCII letters.
-inline bool equals_ignoring_case(std::string_view a, std::string_view b) {
-    if (a.size() != b.size()) {
-        return false;
-    }
-    for (size_t i = 0; i < a.size(); ++i) {
-        char x = a[i] >= 'a' && a[i] <= 'z' ? static_cast<char>(a[i] - 'a' + 'A') : a[i];
-        char y = b[i] >= 'a' && b[i] <= 'z' ? static_cast<char>(b[i] - 'a' + 'A') : b[i];
-        if (x != y) {
-            return false;
-        }
-    }
-    return true;
 }
 
 // The name of a field type in messages ("integer", ...).
@@ -484,7 +483,8 @@ char **list_view(Field &f);
 std::string field_label(const Field &f);
 
 // Writes into out_table the rows of table whose constants are wanted, each
-// preceded once by its section row; written = their number. 0 with 0x1001.
+// preceded once by its section row; written = their number. 0 with
+// ERR_GEN_MEMORY.
 int build_dynamic_table(const conf_table_row *table, int32_t rows, conf_table_row *out_table,
                         const int32_t *wanted_constants, int32_t wanted_count, int32_t &written);
 

@@ -14,9 +14,15 @@
 namespace vq::conf {
 namespace {
 
+// Whether src and dst are both live configuration handles; false with
+// PARAMS naming the first that is not.
+bool both_handles(void *src, void *dst, const char *function) {
+    return handle_of(src, function, "src") != nullptr && handle_of(dst, function, "dst") != nullptr;
+}
+
 int copy_field(void *src, void *dst, int32_t from, int32_t to, int32_t type, const char *function) {
-    if (src == nullptr || dst == nullptr) {
-        return raise_params(function, src == nullptr ? "src" : "dst");
+    if (!both_handles(src, dst, function)) {
+        return 0;
     }
     Value value;
     if (get_value_by_const(src, function, from, type, value) == 0) {
@@ -25,9 +31,15 @@ int copy_field(void *src, void *dst, int32_t from, int32_t to, int32_t type, con
     return set_value_by_const(dst, function, to, value);
 }
 
+// A null handle is refused by the first field copied, as it always was; a
+// handle of another kind is refused before anything else.
 int copy_by_table(void *src, void *dst, const conf_table_row *table, int32_t rows, const char *function) {
+    if ((src != nullptr && handle_of(src, function, "src") == nullptr) ||
+        (dst != nullptr && handle_of(dst, function, "dst") == nullptr)) {
+        return 0;
+    }
     if (table == nullptr && rows > 0) {
-        return raise_params(function, "table");
+        return raise::params(Report::fresh, function, "table");
     }
     for (int32_t i = 0; i < rows; ++i) {
         const conf_table_row &row = table[i];
@@ -44,7 +56,7 @@ int copy_by_table(void *src, void *dst, const conf_table_row *table, int32_t row
 // ---- Conversion tables
 
 int conversion_error(const char *text) {
-    err_set_error(kErrConvTable);
+    err_set_error(ERR_CNF_CONVTABL);
     err_add_text_error(text);
     return 0;
 }
@@ -62,7 +74,7 @@ int convert_one(void *src, void *dst, int32_t from, int32_t to, const conf_table
     }
     std::string text = std::string("Failed to copy between the configuration tables. Field name: ") + row.name;
     err_add_text_error(text.c_str());
-    err_add_error(kErrCopyConst, static_cast<int>(from), static_cast<int>(to));
+    err_add_error(ERR_CNF_COPYCST, static_cast<int>(from), static_cast<int>(to));
     return 0;
 }
 
@@ -184,12 +196,12 @@ int compare_row(void *h1, void *h2, const conf_table_row &row, int32_t &mark) {
         return 0;
     }
     if (!a.found || !b.found) {
-        err_set_error(kErrFieldByName, row.name);
-        err_add_error(kErrFieldByConst, static_cast<int>(row.constant));
+        err_set_error(ERR_CNF_FIND_820F, row.name);
+        err_add_error(ERR_CNF_FIND_820D, static_cast<int>(row.constant));
         return 0;
     }
     if (a.value.type != b.value.type) {
-        err_set_error(kErrCompare, type_name(a.value.type), type_name(b.value.type));
+        err_set_error(ERR_CNF_COMP, type_name(a.value.type), type_name(b.value.type));
         return 0;
     }
     bool differs = !same(a.value, b.value);
@@ -237,13 +249,13 @@ VQ_API int conf_copy_handle_by_table(void *src, void *dst, const conf_table_row 
 VQ_API int conf_copy_handle_by_table_by_fields(void *src, void *dst, const conf_table_row *table, int32_t rows,
                                                const int32_t *constants, int32_t count) {
     if (table == nullptr || rows < 0 || (constants == nullptr && count > 0)) {
-        return raise_params("conf_copy_handle_by_table_by_fields", table == nullptr || rows < 0 ? "table" : "constants");
+        return VQ_PARAMS(Report::fresh, table == nullptr || rows < 0 ? "table" : "constants");
     }
     std::vector<conf_table_row> wanted;
     try {
         wanted.resize(static_cast<size_t>(rows));
     } catch (const std::bad_alloc &) {
-        return raise_memory("conf_copy_handle_by_table_by_fields", __LINE__);
+        return vq::raise::memory(Report::fresh, "conf_copy_handle_by_table_by_fields", kModule, __LINE__);
     }
     int32_t n = 0;
     if (build_dynamic_table(table, rows, wanted.data(), constants, count, n) == 0) {
@@ -256,9 +268,12 @@ VQ_API int conf_copy_handle_consts_table_by_conversion_table(void *src, void *ds
                                                              int32_t rows, const conf_conversion_row *conversion,
                                                              int32_t conversion_rows, int32_t offset,
                                                              int32_t revert) {
-    if (src == nullptr || dst == nullptr || table == nullptr) {
-        return raise_params("conf_copy_handle_consts_table_by_conversion_table",
-                            src == nullptr ? "src" : (dst == nullptr ? "dst" : "table"));
+    const char *function = "conf_copy_handle_consts_table_by_conversion_table";
+    if (!both_handles(src, dst, function)) {
+        return 0;
+    }
+    if (table == nullptr) {
+        return vq::raise::params(Report::fresh, function, "table");
     }
     if (conversion == nullptr || conversion_rows < 1) {
         return conversion_error("internal: a corrupted conversion table.");
@@ -268,9 +283,12 @@ VQ_API int conf_copy_handle_consts_table_by_conversion_table(void *src, void *ds
 }
 
 VQ_API int conf_get_deferent_fields(void *h1, void *h2, const conf_table_row *table, int32_t rows, int32_t *marks) {
-    if (h1 == nullptr || h2 == nullptr || table == nullptr || marks == nullptr) {
-        return raise_params("conf_get_deferent_fields",
-                            h1 == nullptr ? "handle1" : (h2 == nullptr ? "handle2" : (table == nullptr ? "table" : "marks")));
+    const char *function = "conf_get_deferent_fields";
+    if (handle_of(h1, function, "handle1") == nullptr || handle_of(h2, function, "handle2") == nullptr) {
+        return 0;
+    }
+    if (table == nullptr || marks == nullptr) {
+        return vq::raise::params(Report::fresh, function, table == nullptr ? "table" : "marks");
     }
     try {
         for (int32_t i = 0; i < rows; ++i) {
@@ -280,7 +298,7 @@ VQ_API int conf_get_deferent_fields(void *h1, void *h2, const conf_table_row *ta
             }
         }
     } catch (const std::bad_alloc &) {
-        return raise_memory("conf_get_deferent_fields", __LINE__);
+        return vq::raise::memory(Report::fresh, "conf_get_deferent_fields", kModule, __LINE__);
     }
     return 1;
 }

@@ -288,13 +288,13 @@ bool base64_decode(std::string_view text, std::vector<unsigned char> &out) {
 // ---- Failures --------------------------------------------------------------------
 
 int failed(const std::string &what) {
-    err_set_error(kErrEncrypt, what.c_str());
+    err_set_error(ERR_CNF_ENCRYPT, what.c_str());
     return 0;
 }
 
 int unavailable(const DesFunctions &des, const std::string &what) {
     err_set_error(ERR_SYS_ERRMSG, des.failure.c_str());
-    err_add_error(kErrEncrypt, what.c_str());
+    err_add_error(ERR_CNF_ENCRYPT, what.c_str());
     return 0;
 }
 
@@ -364,7 +364,7 @@ std::string_view public_key(const char *key) {
 int hand_out(const std::string &text, char **out, const char *function) {
     char *copy = static_cast<char *>(std::malloc(text.size() + 1));
     if (copy == nullptr) {
-        return raise_memory(function, __LINE__);
+        return vq::raise::memory(Report::fresh, function, kModule, __LINE__);
     }
     std::memcpy(copy, text.c_str(), text.size() + 1);
     *out = copy;
@@ -376,7 +376,7 @@ template <typename Direction>
 int convert_string(const char *function, const char *key, const char *in, const char *in_name, char **out,
                    Direction direction) {
     if (in == nullptr || out == nullptr) {
-        return raise_params(function, in == nullptr ? in_name : "out");
+        return vq::raise::params(Report::fresh, function, in == nullptr ? in_name : "out");
     }
     try {
         std::string result;
@@ -385,7 +385,7 @@ int convert_string(const char *function, const char *key, const char *in, const 
         wipe(result.data(), result.size());
         return status;
     } catch (const std::bad_alloc &) {
-        return raise_memory(function, __LINE__);
+        return vq::raise::memory(Report::fresh, function, kModule, __LINE__);
     }
 }
 

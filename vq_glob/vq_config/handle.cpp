@@ -15,33 +15,16 @@ constinit const Module kConfWriterModule = conf::WriterFrame::module("conf_write
 
 namespace vq::conf {
 
-int raise_params(const char *function, const char *argument) {
-    err_set_error(ERR_GEN_PARAMS, function, argument);
-    return 0;
-}
-
-int raise_memory(const char *function, int line) {
-    err_set_error(ERR_GEN_MEMORY, function, "vq_config", line);
-    return 0;
-}
-
-int raise_native(int32_t error) {
-    char message[512];
-    plat_file_error_text(PlatIo::native, error, message, sizeof message);
-    err_set_error(ERR_SYS_ERRMSG, message);
-    return 0;
-}
-
 namespace {
 
 int allocate(void **handle, bool use_cs, const char *function) {
     if (handle == nullptr) {
-        return raise_params(function, "handle");
+        return raise::params(Report::fresh, function, "handle");
     }
-    auto *h = new (std::nothrow) Handle();
+    auto *h = new (std::nothrow) Handle();  // stamped as a configuration handle
     if (h == nullptr) {
         *handle = nullptr;
-        return raise_memory(function, __LINE__);
+        return raise::memory(Report::fresh, function, kModule, __LINE__);
     }
     h->use_cs = use_cs;
     if (use_cs) {
@@ -76,14 +59,17 @@ VQ_API int conf_clean_handle(void *vh) {
 }
 
 VQ_API int conf_free_handle(void **handle) {
-    if (handle == nullptr || *handle == nullptr) {
-        return raise_params("conf_free_handle", "handle");
+    if (handle == nullptr) {
+        return VQ_PARAMS(Report::fresh, "handle");
     }
-    auto *h = static_cast<Handle *>(*handle);
+    Handle *h = handle_of(*handle, "conf_free_handle");
+    if (h == nullptr) {
+        return 0;  // *handle is left as it was
+    }
     if (h->use_cs) {
         plat_lock_destroy(&h->cs);
     }
-    delete h;
+    delete h;  // erases the tag, so that a later call with the stale pointer is refused
     *handle = nullptr;
     return 1;
 }
@@ -120,7 +106,7 @@ VQ_API int conf_set_encryption_to_handle(void *vh, const char *key) {
 
 VQ_API int conf_delete_lock_file(const char *file_name) {
     if (file_name == nullptr) {
-        return raise_params("conf_delete_lock_file", "file_name");
+        return VQ_PARAMS(Report::fresh, "file_name");
     }
     std::string lock = std::string(file_name) + ".lock";
     PlatFsStatus status;
@@ -132,7 +118,7 @@ VQ_API int conf_delete_lock_file(const char *file_name) {
 
 VQ_API int conf_set_section(void *vh, const char *section) {
     if (section == nullptr) {
-        return raise_params("conf_set_section", "section");
+        return VQ_PARAMS(Report::fresh, "section");
     }
     return with_handle(vh, "conf_set_section", __LINE__, [section](Handle &h) {
         h.sections.find_or_append(section);
@@ -142,7 +128,7 @@ VQ_API int conf_set_section(void *vh, const char *section) {
 
 VQ_API int conf_add_field_to_section(void *vh, const char *section, const char *field) {
     if (section == nullptr || field == nullptr) {
-        return raise_params("conf_add_field_to_section", section == nullptr ? "section" : "field");
+        return VQ_PARAMS(Report::fresh, section == nullptr ? "section" : "field");
     }
     return with_handle(vh, "conf_add_field_to_section", __LINE__, [section, field](Handle &h) {
         h.sections.find_or_append(section).fields.find_or_append(field);
@@ -152,7 +138,7 @@ VQ_API int conf_add_field_to_section(void *vh, const char *section, const char *
 
 VQ_API int conf_rename_section(void *vh, const char *old_name, const char *new_name) {
     if (old_name == nullptr || new_name == nullptr) {
-        return raise_params("conf_rename_section", old_name == nullptr ? "old_name" : "new_name");
+        return VQ_PARAMS(Report::fresh, old_name == nullptr ? "old_name" : "new_name");
     }
     return with_handle(vh, "conf_rename_section", __LINE__, [old_name, new_name](Handle &h) {
         vq::debug::trace_bit(kTraceBit, "conf_rename_section()  (%s) --> (%s)\n", old_name, new_name);
@@ -163,7 +149,7 @@ VQ_API int conf_rename_section(void *vh, const char *old_name, const char *new_n
             return 1;
         }
         if (h.sections.find(new_name) != nullptr) {
-            err_set_error(kErrGeneral, "section name already in use:", new_name);
+            err_set_error(ERR_CNF_GENERAL, "section name already in use:", new_name);
             return 0;
         }
         h.sections.rename(old_name, new_name);
@@ -173,7 +159,7 @@ VQ_API int conf_rename_section(void *vh, const char *old_name, const char *new_n
 
 VQ_API int conf_remove_section(void *vh, const char *section) {
     if (section == nullptr) {
-        return raise_params("conf_remove_section", "section");
+        return VQ_PARAMS(Report::fresh, "section");
     }
     return with_handle(vh, "conf_remove_section", __LINE__, [section](Handle &h) {
         if (!h.sections.remove(section)) {
@@ -186,7 +172,7 @@ VQ_API int conf_remove_section(void *vh, const char *section) {
 
 VQ_API int conf_remove_field(void *vh, const char *section, const char *field) {
     if (section == nullptr || field == nullptr) {
-        return raise_params("conf_remove_field", section == nullptr ? "section" : "field");
+        return VQ_PARAMS(Report::fresh, section == nullptr ? "section" : "field");
     }
     return with_handle(vh, "conf_remove_field", __LINE__, [section, field](Handle &h) {
         Section *s = h.sections.find(section);
@@ -194,7 +180,7 @@ VQ_API int conf_remove_field(void *vh, const char *section, const char *field) {
             return missing_section(section);
         }
         if (!s->fields.remove(field)) {
-            err_set_error(kErrFieldByName, field);
+            err_set_error(ERR_CNF_FIND_820F, field);
             return 0;
         }
         ++h.removals;
@@ -204,7 +190,7 @@ VQ_API int conf_remove_field(void *vh, const char *section, const char *field) {
 
 VQ_API int conf_dump_section(void *vh, const char *section) {
     if (section == nullptr) {
-        return raise_params("conf_dump_section", "section");
+        return VQ_PARAMS(Report::fresh, "section");
     }
     return with_handle(vh, "conf_dump_section", __LINE__, [section](Handle &h) {
         Section *s = h.sections.find(section);

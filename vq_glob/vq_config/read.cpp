@@ -8,6 +8,7 @@
 #include <string>
 #include <string_view>
 
+#include "internal/whole_file.h"
 #include "vq_config/conf_state.h"
 #include "vq_config/crypt.h"
 #include "vq_glob/gf.h"
@@ -15,7 +16,7 @@
 namespace vq::conf {
 namespace {
 
-bool is_blank(char c) { return c == ' ' || c == '\t'; }
+using ascii::is_blank;
 
 // Leading blanks and tabs go; trailing blanks, tabs, line feeds and carriage
 // returns go.
@@ -82,23 +83,23 @@ private:
 
 int general(const char *what, std::string_view detail) {
     std::string text(detail);
-    err_set_error(kErrGeneral, what, text.c_str());
+    err_set_error(ERR_CNF_GENERAL, what, text.c_str());
     return 0;
 }
 
 int bad_value(const Field &f, std::string_view value) {
     std::string text(value);
-    err_set_error(kErrValue, f.name.c_str(), text.c_str());
-    err_add_error(kErrReadField, f.name.c_str());
+    err_set_error(ERR_CNF_VALUE, f.name.c_str(), text.c_str());
+    err_add_error(ERR_CNF_READ, f.name.c_str());
     return 0;
 }
 
 bool parse_bool(std::string_view value, int32_t &out) {
-    if (equals_ignoring_case(value, "TRUE")) {
+    if (ascii::equal_nocase(value, "TRUE")) {
         out = 1;
         return true;
     }
-    if (equals_ignoring_case(value, "FALSE")) {
+    if (ascii::equal_nocase(value, "FALSE")) {
         out = 0;
         return true;
     }
@@ -113,14 +114,14 @@ struct Place {
 };
 
 // out = the plain text of a value read for f: deciphered when f is stored
-// encrypted (an empty value stays empty). 0 with 0x8205 + 0x820b.
+// encrypted (an empty value stays empty). 0 with ERR_CNF_ENCRYPT + ERR_CNF_READ.
 int plain_of(const Place &at, const Field &f, std::string_view text, std::string &out) {
     if ((f.flags & kFlagEncrypted) == 0 || text.empty()) {
         out.assign(text);
         return 1;
     }
     if (decrypt_text(field_key(at.h, at.s, f), f.name, text, out) == 0) {
-        err_add_error(kErrReadField, f.name.c_str());
+        err_add_error(ERR_CNF_READ, f.name.c_str());
         return 0;
     }
     return 1;
@@ -361,7 +362,7 @@ int guarded_parse(Handle &h, std::string_view text, const char *function) {
     try {
         return parse(h, text);
     } catch (const std::bad_alloc &) {
-        return raise_memory(function, __LINE__);
+        return raise::memory(Report::fresh, function, kModule, __LINE__);
     }
 }
 
@@ -370,31 +371,17 @@ int guarded_parse(Handle &h, std::string_view text, const char *function) {
 // blocking (a fifo with no writer would hang a plain open for ever), refuses
 // anything but a regular file before reading a byte (/dev/zero would
 // otherwise fill memory), and stops past CONF_MAX_FILE_SIZE bytes. 0 with
-// the system's or the refusal's text and 0x8202 / 0x8203 on the stack.
+// the system's or the refusal's text and ERR_CNF_FILE_8202 (the file could
+// not be opened, or is no regular file) / ERR_CNF_FILE_8203 on the stack.
 int read_whole_file(const char *file_name, std::string &out) {
     int32_t error = 0;
-    switch (plat_read_regular_file(file_name, CONF_MAX_FILE_SIZE, out, &error)) {
-        case PlatWholeRead::ok:
-            return 1;
-        case PlatWholeRead::open_failed:
-            raise_native(error);
-            err_add_error(kErrOpen, file_name);
-            return 0;
-        case PlatWholeRead::not_regular:
-            err_set_error(ERR_SYS_ERRMSG, (std::string(file_name) + " is not a regular file").c_str());
-            err_add_error(kErrOpen, file_name);
-            return 0;
-        case PlatWholeRead::too_large:
-            err_set_error(ERR_SYS_ERRMSG, (std::string(file_name) + " is larger than " +
-                                           std::to_string(CONF_MAX_FILE_SIZE) + " bytes")
-                                              .c_str());
-            err_add_error(kErrRead, file_name);
-            return 0;
-        case PlatWholeRead::read_failed:
-            break;
+    PlatWholeRead how = plat_read_regular_file(file_name, CONF_MAX_FILE_SIZE, out, &error);
+    if (how == PlatWholeRead::ok) {
+        return 1;
     }
-    raise_native(error);
-    err_add_error(kErrRead, file_name);
+    whole_file::raise_refusal(how, file_name, CONF_MAX_FILE_SIZE, error);
+    bool unopened = how == PlatWholeRead::open_failed || how == PlatWholeRead::not_regular;
+    err_add_error(unopened ? ERR_CNF_FILE_8202 : ERR_CNF_FILE_8203, file_name);
     return 0;
 }
 
@@ -404,13 +391,13 @@ int read_file(Handle &h, const char *file_name) {
     try {
         status = read_whole_file(file_name, text);
     } catch (const std::bad_alloc &) {
-        return raise_memory("conf_read_file_to_handle", __LINE__);
+        return raise::memory(Report::fresh, "conf_read_file_to_handle", kModule, __LINE__);
     }
     if (status == 0) {
         return 0;
     }
     if (text.empty()) {
-        err_set_error(kErrEmpty);
+        err_set_error(ERR_CNF_EMPTY);
         return 0;
     }
     h.file_name = file_name;
@@ -425,22 +412,22 @@ using namespace vq::conf;
 extern "C" {
 
 VQ_API int conf_read_file_to_handle(void *vh, const char *file_name) {
-    if (vh == nullptr || file_name == nullptr) {
-        return raise_params("conf_read_file_to_handle", vh == nullptr ? "handle" : "file_name");
+    Handle *h = handle_and_argument(vh, file_name, "conf_read_file_to_handle", "file_name");
+    if (h == nullptr) {
+        return 0;
     }
-    Handle &h = *static_cast<Handle *>(vh);
-    Guard guard(&h, __LINE__);
+    Guard guard(h, __LINE__);
     vq::debug::trace_bit(kTraceBit, "conf_read_file_to_handle() - reading <%s>\n", file_name);
-    if (!h.lock_use) {
-        return read_file(h, file_name);
+    if (!h->lock_use) {
+        return read_file(*h, file_name);
     }
     std::string lock = std::string(file_name) + ".lock";
     vq::debug::trace_bit(kTraceBit, "read - lock file is <%s>\n", lock.c_str());
     if (gf_lock_wait_file(lock.c_str(), kLockTimeoutMs) == 0) {
-        err_add_error(kErrGeneral, "failed in gf_lock_wait_file", lock.c_str());
+        err_add_error(ERR_CNF_GENERAL, "failed in gf_lock_wait_file", lock.c_str());
         return 0;
     }
-    int status = read_file(h, file_name);
+    int status = read_file(*h, file_name);
     if (gf_unlock_file(lock.c_str()) == 0 && status != 0) {
         return 0;
     }
@@ -448,16 +435,16 @@ VQ_API int conf_read_file_to_handle(void *vh, const char *file_name) {
 }
 
 VQ_API int conf_read_buffer_to_handle(void *vh, const char *buffer) {
-    if (vh == nullptr || buffer == nullptr) {
-        return raise_params("conf_read_buffer_to_handle", vh == nullptr ? "handle" : "buffer");
+    Handle *h = handle_and_argument(vh, buffer, "conf_read_buffer_to_handle", "buffer");
+    if (h == nullptr) {
+        return 0;
     }
-    Handle &h = *static_cast<Handle *>(vh);
-    Guard guard(&h, __LINE__);
+    Guard guard(h, __LINE__);
     size_t n = 0;
     while (buffer[n] != '\0' && static_cast<unsigned char>(buffer[n]) != 0xFF) {
         ++n;
     }
-    return guarded_parse(h, std::string_view(buffer, n), "conf_read_buffer_to_handle");
+    return guarded_parse(*h, std::string_view(buffer, n), "conf_read_buffer_to_handle");
 }
 
 }  // extern "C"

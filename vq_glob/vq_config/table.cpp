@@ -42,7 +42,7 @@ char **list_view(Field &f) {
 
 namespace {
 
-int32_t lenient_bool(std::string_view text) { return equals_ignoring_case(text, "TRUE") ? 1 : 0; }
+int32_t lenient_bool(std::string_view text) { return ascii::equal_nocase(text, "TRUE") ? 1 : 0; }
 
 }  // namespace
 
@@ -232,7 +232,7 @@ int bind_rows(Handle &h, const conf_table_row *table, int32_t rows, const char *
     for (int32_t i = 0; i < rows; ++i) {
         const conf_table_row &row = table[i];
         if (row.name == nullptr) {
-            return raise_params(function, "table");
+            return raise::params(Report::fresh, function, "table");
         }
         if (row.type == CONF_TYPE_SECTION) {
             taken = prefix == nullptr || std::strncmp(row.name, prefix, std::strlen(prefix)) == 0;
@@ -246,15 +246,15 @@ int bind_rows(Handle &h, const conf_table_row *table, int32_t rows, const char *
             continue;
         }
         if (row.type < CONF_TYPE_STRING || row.type > CONF_TYPE_BIG_INT) {
-            err_set_error(kErrType, static_cast<int>(row.constant), "a known constant");
-            err_add_error(kErrGeneral, "no field type for field", row.name);
+            err_set_error(ERR_CNF_TYPE, static_cast<int>(row.constant), "a known constant");
+            err_add_error(ERR_CNF_GENERAL, "no field type for field", row.name);
             return 0;
         }
         if (!taken) {
             continue;
         }
         if (current == nullptr) {
-            return raise_params(function, "table");
+            return raise::params(Report::fresh, function, "table");
         }
         apply_row(*current, current->fields.find_or_append(row.name), row);
     }
@@ -269,7 +269,7 @@ int build_dynamic_table(const conf_table_row *table, int32_t rows, conf_table_ro
     try {
         wanted.assign(wanted_constants, wanted_constants + std::max(wanted_count, 0));
     } catch (const std::bad_alloc &) {
-        return raise_memory("conf_create_dynamic_table", __LINE__);
+        return raise::memory(Report::fresh, "conf_create_dynamic_table", kModule, __LINE__);
     }
     std::sort(wanted.begin(), wanted.end());
     auto is_wanted = [&wanted](int32_t constant) { return std::binary_search(wanted.begin(), wanted.end(), constant); };
@@ -299,7 +299,7 @@ int build_dynamic_table(const conf_table_row *table, int32_t rows, conf_table_ro
 namespace {
 
 int missing_constant(int32_t constant) {
-    err_set_error(kErrFieldByConst, static_cast<int>(constant));
+    err_set_error(ERR_CNF_FIND_820D, static_cast<int>(constant));
     return 0;
 }
 
@@ -340,7 +340,7 @@ extern "C" {
 
 VQ_API int conf_set_table(void *vh, const conf_table_row *table, int32_t rows) {
     if (rows > 0 && table == nullptr) {
-        return raise_params("conf_set_table", "table");
+        return VQ_PARAMS(Report::fresh, "table");
     }
     return with_handle(vh, "conf_set_table", __LINE__, [table, rows](Handle &h) {
         h.table = rows > 0 ? table : nullptr;
@@ -357,13 +357,13 @@ VQ_API int conf_set_table(void *vh, const conf_table_row *table, int32_t rows) {
 
 VQ_API int conf_set_sections_by_prefix(void *vh, const conf_table_row *table, int32_t rows, const char *prefix) {
     if (prefix == nullptr) {
-        return raise_params("conf_set_sections_by_prefix", "prefix");
+        return VQ_PARAMS(Report::fresh, "prefix");
     }
     return with_handle(vh, "conf_set_sections_by_prefix", __LINE__, [table, rows, prefix](Handle &h) {
         const conf_table_row *rows_of = table != nullptr ? table : h.table;
         int32_t count = table != nullptr ? rows : h.table_rows;
         if (rows_of == nullptr) {
-            return raise_params("conf_set_sections_by_prefix", "table");
+            return vq::raise::params(Report::fresh, "conf_set_sections_by_prefix", "table");
         }
         h.bound = true;
         ++h.bindings;
@@ -374,7 +374,7 @@ VQ_API int conf_set_sections_by_prefix(void *vh, const conf_table_row *table, in
 VQ_API int conf_get_field_index_by_const(const conf_table_row *table, int32_t rows, int32_t constant,
                                          int32_t *index) {
     if (table == nullptr || index == nullptr) {
-        return raise_params("conf_get_field_index_by_const", table == nullptr ? "table" : "index");
+        return VQ_PARAMS(Report::fresh, table == nullptr ? "table" : "index");
     }
     for (int32_t i = 0; i < rows; ++i) {
         if (table[i].constant == constant) {
@@ -387,7 +387,7 @@ VQ_API int conf_get_field_index_by_const(const conf_table_row *table, int32_t ro
 
 VQ_API int conf_get_field_by_const(void *vh, int32_t constant, void **value, int32_t *type) {
     if (value == nullptr || type == nullptr) {
-        return raise_params("conf_get_field_by_const", value == nullptr ? "value" : "type");
+        return VQ_PARAMS(Report::fresh, value == nullptr ? "value" : "type");
     }
     return with_handle(vh, "conf_get_field_by_const", __LINE__, [constant, value, type](Handle &h) {
         Section *s = nullptr;
@@ -396,7 +396,7 @@ VQ_API int conf_get_field_by_const(void *vh, int32_t constant, void **value, int
             return missing_constant(constant);
         }
         if (!f->has_value) {
-            return raise_params("conf_get_field_by_const", "value");
+            return vq::raise::params(Report::fresh, "conf_get_field_by_const", "value");
         }
         switch (f->type) {
             case CONF_TYPE_INT:
@@ -419,7 +419,7 @@ VQ_API int conf_get_field_by_const(void *vh, int32_t constant, void **value, int
 
 VQ_API int conf_get_field_type(void *vh, int32_t constant, int32_t *type) {
     if (type == nullptr) {
-        return raise_params("conf_get_field_type", "type");
+        return VQ_PARAMS(Report::fresh, "type");
     }
     return with_handle(vh, "conf_get_field_type", __LINE__, [constant, type](Handle &h) {
         Section *s = nullptr;
@@ -434,7 +434,7 @@ VQ_API int conf_get_field_type(void *vh, int32_t constant, int32_t *type) {
 
 VQ_API int conf_get_field_name(void *vh, int32_t constant, char **name) {
     if (name == nullptr) {
-        return raise_params("conf_get_field_name", "name");
+        return VQ_PARAMS(Report::fresh, "name");
     }
     return with_handle(vh, "conf_get_field_name", __LINE__, [constant, name](Handle &h) {
         Section *s = nullptr;
@@ -449,7 +449,7 @@ VQ_API int conf_get_field_name(void *vh, int32_t constant, char **name) {
 
 VQ_API int conf_use_hash_table(void *vh, int32_t on, int32_t size) {
     if (on != 0 && size < 1) {
-        return raise_params("conf_use_hash_table", "size");
+        return VQ_PARAMS(Report::fresh, "size");
     }
     return with_handle(vh, "conf_use_hash_table", __LINE__, [on, size](Handle &h) {
         h.index.drop();
@@ -488,18 +488,18 @@ VQ_API int conf_use_check_read_write_access(void *vh, int32_t on) {
 
 VQ_API int conf_is_check_read_write_access(void *vh) {
     if (vh == nullptr) {
-        return 0;
+        return 0;  // a question about no handle: off, with nothing on the stack
     }
-    auto *h = static_cast<Handle *>(vh);
-    Guard guard(h, __LINE__);
-    return h->check_access ? 1 : 0;
+    return with_handle(vh, "conf_is_check_read_write_access", __LINE__,
+                       [](Handle &h) { return h.check_access ? 1 : 0; });
 }
 
 VQ_API int32_t conf_create_dynamic_table(const conf_table_row *table, int32_t rows, conf_table_row *out_table,
                                          const int32_t *wanted_constants, int32_t wanted_count) {
     if (table == nullptr || out_table == nullptr || (wanted_constants == nullptr && wanted_count > 0)) {
-        return raise_params("conf_create_dynamic_table",
-                            table == nullptr ? "table" : (out_table == nullptr ? "out_table" : "wanted_constants"));
+        return VQ_PARAMS(Report::fresh, table == nullptr
+                                            ? "table"
+                                            : (out_table == nullptr ? "out_table" : "wanted_constants"));
     }
     int32_t written = 0;
     return build_dynamic_table(table, rows, out_table, wanted_constants, wanted_count, written) != 0 ? written : 0;

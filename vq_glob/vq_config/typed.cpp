@@ -55,13 +55,14 @@ Field *find_in_section(Handle &h, Section &s, int32_t constant) {
     return nullptr;
 }
 
-// The addressed field, or null with 0x820a / 0x820f / 0x820e / 0x820d.
+// The addressed field, or null with ERR_CNF_SECTION / ERR_CNF_FIND_820F /
+// ERR_CNF_FIND_820E / ERR_CNF_FIND_820D.
 Field *locate(Handle &h, const Address &a) {
     Section *s = nullptr;
     if (a.form == Address::Form::constant) {
         Field *f = find_by_const(h, a.constant, &s);
         if (f == nullptr) {
-            err_set_error(kErrFieldByConst, static_cast<int>(a.constant));
+            err_set_error(ERR_CNF_FIND_820D, static_cast<int>(a.constant));
         }
         return f;
     }
@@ -73,18 +74,18 @@ Field *locate(Handle &h, const Address &a) {
     if (a.form == Address::Form::name) {
         Field *f = s->fields.find(a.field);
         if (f == nullptr) {
-            err_set_error(kErrFieldByName, a.field);
+            err_set_error(ERR_CNF_FIND_820F, a.field);
         }
         return f;
     }
     Field *f = find_in_section(h, *s, a.constant);
     if (f == nullptr) {
-        err_set_error(kErrFieldBySection, a.section);
+        err_set_error(ERR_CNF_FIND_820E, a.section);
     }
     return f;
 }
 
-// False with code + 0x8213 when access checking is on and the field's
+// False with code + ERR_CNF_ACCESS when access checking is on and the field's
 // flags deny the access.
 bool allowed(const Handle &h, const Field &f, int32_t deny, uint32_t code) {
     if (!h.check_access || (f.flags & deny) == 0) {
@@ -92,12 +93,12 @@ bool allowed(const Handle &h, const Field &f, int32_t deny, uint32_t code) {
     }
     std::string label = field_label(f);
     err_set_error(code, label.c_str());
-    err_add_error(kErrAccess, label.c_str());
+    err_add_error(ERR_CNF_ACCESS, label.c_str());
     return false;
 }
 
 int type_mismatch(const Field &f, int32_t type) {
-    err_set_error(kErrType, static_cast<int>(f.constant), type_name(type));
+    err_set_error(ERR_CNF_TYPE, static_cast<int>(f.constant), type_name(type));
     return 0;
 }
 
@@ -308,14 +309,14 @@ struct ValueIn {
 template <typename Out>
 int get(void *vh, const char *function, const Address &a, int32_t type, const Out &out) {
     if (const char *missing = missing_argument(a)) {
-        return raise_params(function, missing);
+        return raise::params(Report::fresh, function, missing);
     }
     if (!out.complete()) {
-        return raise_params(function, "value");
+        return raise::params(Report::fresh, function, "value");
     }
     return with_handle(vh, function, __LINE__, [&](Handle &h) {
         Field *f = locate(h, a);
-        if (f == nullptr || !allowed(h, *f, kFlagDenyRead, kErrReadField)) {
+        if (f == nullptr || !allowed(h, *f, kFlagDenyRead, ERR_CNF_READ)) {
             return 0;
         }
         if (f->type == CONF_TYPE_UNKNOWN) {
@@ -331,14 +332,14 @@ int get(void *vh, const char *function, const Address &a, int32_t type, const Ou
 template <typename In>
 int set(void *vh, const char *function, const Address &a, int32_t type, const In &in) {
     if (const char *missing = missing_argument(a)) {
-        return raise_params(function, missing);
+        return raise::params(Report::fresh, function, missing);
     }
     if (!in.complete()) {
-        return raise_params(function, "value");
+        return raise::params(Report::fresh, function, "value");
     }
     return with_handle(vh, function, __LINE__, [&](Handle &h) {
         Field *f = locate(h, a);
-        if (f == nullptr || !allowed(h, *f, kFlagDenyWrite, kErrWriteField)) {
+        if (f == nullptr || !allowed(h, *f, kFlagDenyWrite, ERR_CNF_WRITE)) {
             return 0;
         }
         if (f->type == CONF_TYPE_UNKNOWN) {

@@ -145,7 +145,7 @@ int write_in_place(const char *name, std::string &text) {
     int32_t error = gf_get_file_handle(fh, &fd) != 0 ? plat_conf_reserve(fd, text.size())
                                                      : plat_file_invalid_argument(PlatIo::native);
     if (error != 0) {
-        raise_native(error);
+        raise::system(Report::fresh, error);
         close_written(fh, 0);
         if (!existed) {
             plat_file_remove(name);
@@ -159,21 +159,21 @@ int write_in_place(const char *name, std::string &text) {
 int write_file(Handle &h, const std::string &name, std::string &text) {
     if (!h.write_with_temp) {
         if (write_in_place(name.c_str(), text) == 0) {
-            err_add_error(kErrWrite);
+            err_add_error(ERR_CNF_FILE_8204);
             return 0;
         }
         return 1;
     }
     std::string temp = name + ".temp";
     if (write_new_file(temp.c_str(), text) == 0) {
-        err_add_error(kErrWrite);
+        err_add_error(ERR_CNF_FILE_8204);
         plat_file_remove(temp.c_str());
         return 0;
     }
     int32_t error = plat_conf_replace_file(temp.c_str(), name.c_str());
     if (error != 0) {
-        raise_native(error);
-        err_add_error(kErrWrite);
+        raise::system(Report::fresh, error);
+        err_add_error(ERR_CNF_FILE_8204);
         plat_file_remove(temp.c_str());
         return 0;
     }
@@ -230,7 +230,7 @@ bool field_output_texts(Handle &h, const Section &s, const Field &f, std::vector
     for (std::string &text : texts) {
         std::string cipher;
         if (encrypt_text(key, f.name, text, cipher) == 0) {
-            err_add_error(kErrWriteField, f.name.c_str());
+            err_add_error(ERR_CNF_WRITE, f.name.c_str());
             return false;
         }
         text = std::move(cipher);
@@ -273,19 +273,20 @@ using namespace vq::conf;
 extern "C" {
 
 VQ_API int conf_write(void *vh, const char *file_name) {
-    if (vh == nullptr) {
-        return raise_params("conf_write", "handle");
+    Handle *checked = handle_of(vh, "conf_write");
+    if (checked == nullptr) {
+        return 0;
     }
-    Handle &h = *static_cast<Handle *>(vh);
+    Handle &h = *checked;
     Guard guard(&h, __LINE__);
     std::string name;
     try {
         name = file_name != nullptr ? std::string(file_name) : h.file_name;
     } catch (const std::bad_alloc &) {
-        return raise_memory("conf_write", __LINE__);
+        return vq::raise::memory(Report::fresh, "conf_write", kModule, __LINE__);
     }
     if (name.empty()) {
-        return raise_params("conf_write", "file_name");
+        return VQ_PARAMS(Report::fresh, "file_name");
     }
     WriterRecord *rec = WriterFrame::get();
     std::string local;
@@ -299,7 +300,7 @@ VQ_API int conf_write(void *vh, const char *file_name) {
         }
     } catch (const std::bad_alloc &) {
         text = std::string();
-        return raise_memory("conf_write", __LINE__);
+        return vq::raise::memory(Report::fresh, "conf_write", kModule, __LINE__);
     }
     int status = 0;
     if (!h.lock_use) {
@@ -308,7 +309,7 @@ VQ_API int conf_write(void *vh, const char *file_name) {
         std::string lock = name + ".lock";
         vq::debug::trace_bit(kTraceBit, "write - lock file is <%s>\n", lock.c_str());
         if (gf_lock_wait_file(lock.c_str(), kLockTimeoutMs) == 0) {
-            err_add_error(kErrGeneral, "failed to create lock file", lock.c_str());
+            err_add_error(ERR_CNF_GENERAL, "failed to create lock file", lock.c_str());
         } else {
             status = write_file(h, name, text);
             if (gf_unlock_file(lock.c_str()) == 0 && status != 0) {
@@ -321,17 +322,18 @@ VQ_API int conf_write(void *vh, const char *file_name) {
         try {
             h.file_name = name;
         } catch (const std::bad_alloc &) {
-            return raise_memory("conf_write", __LINE__);
+            return vq::raise::memory(Report::fresh, "conf_write", kModule, __LINE__);
         }
     }
     return status;
 }
 
 VQ_API int conf_write_buffer(void *vh, char **buffer) {
-    if (vh == nullptr || buffer == nullptr) {
-        return raise_params("conf_write_buffer", vh == nullptr ? "handle" : "buffer");
+    Handle *checked = handle_and_argument(vh, buffer, "conf_write_buffer", "buffer");
+    if (checked == nullptr) {
+        return 0;
     }
-    Handle &h = *static_cast<Handle *>(vh);
+    Handle &h = *checked;
     Guard guard(&h, __LINE__);
     std::string text;
     try {
@@ -340,12 +342,12 @@ VQ_API int conf_write_buffer(void *vh, char **buffer) {
         }
     } catch (const std::bad_alloc &) {
         vq::debug::trace_bit(kTraceBit, "Failed to realloc lv->text_buffer.\n");
-        return raise_memory("conf_write_buffer", __LINE__);
+        return vq::raise::memory(Report::fresh, "conf_write_buffer", kModule, __LINE__);
     }
     char *out = static_cast<char *>(std::malloc(text.size() + 1));
     if (out == nullptr) {
         vq::debug::trace_bit(kTraceBit, "Failed to realloc lv->text_buffer.\n");
-        return raise_memory("conf_write_buffer", __LINE__);
+        return vq::raise::memory(Report::fresh, "conf_write_buffer", kModule, __LINE__);
     }
     std::memcpy(out, text.c_str(), text.size() + 1);
     *buffer = out;

@@ -137,13 +137,6 @@ bool is_name_char(char32_t c) {
            (c >= 0x300 && c <= 0x36F) || (c >= 0x203F && c <= 0x2040);
 }
 
-bool starts_with_xml(const std::string &name) {
-    if (name.size() < 3) {
-        return false;
-    }
-    return (name[0] | 0x20) == 'x' && (name[1] | 0x20) == 'm' && (name[2] | 0x20) == 'l';
-}
-
 // Text that a comment may hold: characters XML cannot carry become U+FFFD,
 // and "--", which would end the comment early, is split by a blank.
 std::string shown_in_comment(std::string_view name) {
@@ -194,10 +187,10 @@ Tag legal_tag(const std::string &name) {
     if (replaced) {
         appendf(tag.comments, kIllegalCharsComment, shown.c_str(), kIllegalCharsShown, kReplacedSentence);
     }
-    if (tag.name[0] >= '0' && tag.name[0] <= '9') {
+    if (ascii::is_digit(tag.name[0])) {
         tag.name.insert(0, 1, '_');
         appendf(tag.comments, kLeadingDigitComment, shown.c_str());
-    } else if (starts_with_xml(tag.name)) {
+    } else if (ascii::starts_with_nocase(tag.name, "xml")) {
         tag.name.insert(0, 1, '_');
         appendf(tag.comments, kLeadingXmlComment, shown.c_str());
     }
@@ -333,7 +326,7 @@ VQ_API int conf_set_write_XML_header(void *vh, int32_t on) {
 
 VQ_API int conf_set_XML_root(void *vh, const char *root_name) {
     if (vh != nullptr && (root_name == nullptr || root_name[0] == '\0')) {
-        return raise_params("conf_set_XML_root", "root_name");
+        return VQ_PARAMS(Report::fresh, "root_name");
     }
     return with_handle(vh, "conf_set_XML_root", __LINE__, [root_name](Handle &h) {
         h.xml_root = root_name;
