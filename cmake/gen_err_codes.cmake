@@ -1,6 +1,7 @@
 # Writes include/vq_glob/err_codes.h from the message table, so that the
 # public names of the error codes can never drift from the codes raised.
 #   cmake -DTABLE=vq_glob/error_table.cpp -DOUT=include/vq_glob/err_codes.h -P cmake/gen_err_codes.cmake
+# With -DCOMPARE=<file> it also fails unless <file> equals what it wrote.
 #
 # Names: ERR_FAC_<FACILITY> for a facility, ERR_<FACILITY>_<IDENT> for a
 # message, blanks in facility names written as "_". Where two records would
@@ -95,7 +96,7 @@ set(header "/* Generated from the message table by cmake/gen_err_codes.cmake: do
  * Named error codes: ERR_FAC_<FACILITY> is a facility code, ERR_<FACILITY>_<IDENT>
  * a message code (facility + a small number) with its text as a comment.
  * Where a name would repeat, every record of that name carries its code as a
- * hexadecimal suffix (ERR_FIL_DELETE_170B). Regenerate with `make err-codes`. */
+ * hexadecimal suffix (ERR_FIL_DELETE_170B). Regenerate with the err-codes build target. */
 #ifndef VQ_GLOB_ERR_CODES_H
 #define VQ_GLOB_ERR_CODES_H
 
@@ -105,3 +106,12 @@ ${body}
 ")
 
 file(WRITE "${OUT}" "${header}")
+
+# With COMPARE set, fail unless that file holds exactly what was written.
+if(DEFINED COMPARE)
+  file(READ "${COMPARE}" committed)
+  if(NOT committed STREQUAL header)
+    message(FATAL_ERROR "${COMPARE} is not what the message table gives: "
+      "run `cmake --build <build dir> --target err-codes` and commit the result")
+  endif()
+endif()

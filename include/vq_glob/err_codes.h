@@ -3,7 +3,7 @@
  * Named error codes: ERR_FAC_<FACILITY> is a facility code, ERR_<FACILITY>_<IDENT>
  * a message code (facility + a small number) with its text as a comment.
  * Where a name would repeat, every record of that name carries its code as a
- * hexadecimal suffix (ERR_FIL_DELETE_170B). Regenerate with `make err-codes`. */
+ * hexadecimal suffix (ERR_FIL_DELETE_170B). Regenerate with the err-codes build target. */
 #ifndef VQ_GLOB_ERR_CODES_H
 #define VQ_GLOB_ERR_CODES_H
 
