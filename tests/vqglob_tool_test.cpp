@@ -33,7 +33,24 @@ struct ToolRun {
 };
 
 #ifdef _WIN32
-std::string quoted(const std::string &arg) { return "\"" + arg + "\""; }
+// One argument as the C runtime splits a command line: in double quotes,
+// with a quote inside written \" and the backslashes before a quote (the
+// closing one included) doubled, so that "C:\dir\" stays one argument.
+std::string quoted(const std::string &arg) {
+    std::string out = "\"";
+    size_t backslashes = 0;
+    for (char c : arg) {
+        if (c == '\\') {
+            ++backslashes;
+            continue;
+        }
+        out.append(c == '"' ? 2 * backslashes + 1 : backslashes, '\\');
+        backslashes = 0;
+        out += c;
+    }
+    out.append(2 * backslashes, '\\');
+    return out + "\"";
+}
 #else
 std::string quoted(const std::string &arg) {
     std::string out = "'";
@@ -51,6 +68,9 @@ ToolRun run_tool(const std::vector<std::string> &args) {
     }
     command += " 2>&1";
 #ifdef _WIN32
+    // cmd /c takes the first and the last quote of a line that starts with
+    // one away: a pair around the whole line keeps the quotes inside it.
+    command = "\"" + command + "\"";
     FILE *pipe = _popen(command.c_str(), "r");
 #else
     FILE *pipe = popen(command.c_str(), "r");
