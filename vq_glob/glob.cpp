@@ -107,7 +107,7 @@ VQ_API int init_glob_thread(void) {
     }
     // Attached before any module runs, so a module's start-up may already
     // reach other modules' records.
-    if (!plat_tls_set(g_index, block)) {
+    if (plat_tls_set(g_index, block) != 0) {
         std::free(block);
         return 0;
     }

@@ -30,8 +30,11 @@ Entry *checked_channel(const char *function, int32_t channel) {
 // until a run function hands the child its two.
 bool create_pipes(int32_t handle, EntryHandles &handles) {
     PlatHandle ends[4] = {kPlatNoHandle, kPlatNoHandle, kPlatNoHandle, kPlatNoHandle};
-    if (!plat_pipe_create(&ends[0], &ends[1]) || !plat_pipe_create(&ends[2], &ends[3])) {
-        int32_t error = plat_last_error();
+    int32_t error = plat_pipe_create(&ends[0], &ends[1]);
+    if (error == 0) {
+        error = plat_pipe_create(&ends[2], &ends[3]);
+    }
+    if (error != 0) {
         for (PlatHandle end : ends) {
             if (end != kPlatNoHandle) {
                 plat_handle_close(end);
@@ -54,9 +57,10 @@ bool copy_end(int32_t channel, const PipeEnd &from, PipeEnd &to) {
     if (from.handle == kPlatNoHandle) {
         return true;
     }
-    if (!plat_handle_duplicate(from.handle, &to.handle)) {
+    int32_t error = plat_handle_duplicate(from.handle, &to.handle);
+    if (error != 0) {
         to.handle = kPlatNoHandle;
-        raise_system(channel, plat_last_error(), ERR_EXE_GENERAL,
+        raise_system(channel, error, ERR_EXE_GENERAL,
                      "error duplicating a pipe end for a channel");
         return false;
     }
@@ -107,8 +111,9 @@ int write_to_channel(int32_t channel, const void *data, int32_t size) {
         raise(channel, ERR_EXE_GENERAL, "channel has no pipe to write to");
         return 0;
     }
-    if (size > 0 && !plat_pipe_write(entry->handles.pipe1_1.handle, data, static_cast<size_t>(size))) {
-        raise_system(channel, plat_last_error(), ERR_EXE_PIPEWRITE);
+    int32_t error = size > 0 ? plat_pipe_write(entry->handles.pipe1_1.handle, data, static_cast<size_t>(size)) : 0;
+    if (error != 0) {
+        raise_system(channel, error, ERR_EXE_PIPEWRITE);
         return 0;
     }
     new_dbg_str(kTraceChannel, "api_write_to_channel() - channel %d , %d bytes written\n", channel, size);
@@ -132,8 +137,9 @@ int listen_on_channel(int32_t channel, void *buffer, int32_t size, int32_t *rece
         return 0;
     }
     size_t got = 0;
-    switch (
-        plat_pipe_read(entry->handles.pipe2_0.handle, buffer, static_cast<size_t>(size), timeout_ms, &got)) {
+    int32_t error = 0;
+    switch (plat_pipe_read(entry->handles.pipe2_0.handle, buffer, static_cast<size_t>(size), timeout_ms, &got,
+                           &error)) {
         case PlatWait::ready:
             *received = static_cast<int32_t>(got);
             return 1;
@@ -147,7 +153,7 @@ int listen_on_channel(int32_t channel, void *buffer, int32_t size, int32_t *rece
         case PlatWait::failed:
             break;
     }
-    raise_system(channel, plat_last_error(), ERR_EXE_PIPEREAD);
+    raise_system(channel, error, ERR_EXE_PIPEREAD);
     return 0;
 }
 
@@ -161,10 +167,11 @@ int clean_channel(int32_t channel) {
     }
     unsigned char scratch[4096];
     size_t got = 0;
+    int32_t error = 0;
     for (;;) {
-        PlatWait wait = plat_pipe_read(entry->handles.pipe2_0.handle, scratch, sizeof scratch, 0, &got);
+        PlatWait wait = plat_pipe_read(entry->handles.pipe2_0.handle, scratch, sizeof scratch, 0, &got, &error);
         if (wait == PlatWait::failed) {
-            raise_system(channel, plat_last_error(), ERR_EXE_PIPEREAD);
+            raise_system(channel, error, ERR_EXE_PIPEREAD);
             return 0;
         }
         if (wait != PlatWait::ready) {

@@ -38,9 +38,10 @@ void close_end(PipeEnd &end, int line) {
     if (end.handle == kPlatNoHandle) {
         return;
     }
-    if (!plat_handle_close(end.handle)) {
+    int32_t error = plat_handle_close(end.handle);
+    if (error != 0) {
         char reason[256];
-        plat_system_error_text(plat_last_error(), reason, sizeof reason);
+        plat_system_error_text(error, reason, sizeof reason);
         new_dbg_str(kTraceChannel, "CLOSE_HANDLE() Error - handle is <%s>, line is <%d>, error - <%s>\n",
                     end.name, line, reason);
     }

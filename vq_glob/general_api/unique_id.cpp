@@ -68,13 +68,14 @@ bool parse_unique_id(const char *text, UniqueId *id) {
 // The creation time of a process; false with the system's reason and a
 // GENERAL error naming the process.
 bool creation_time(int32_t handle, uint32_t pid, uint64_t *created) {
-    if (plat_process_creation_time(pid, created)) {
+    int32_t error = plat_process_creation_time(pid, created);
+    if (error == 0) {
         return true;
     }
     char what[96];
     std::snprintf(what, sizeof what, "cannot find the creation time of process %u",
                   static_cast<unsigned>(pid));
-    raise_system(handle, plat_last_error(), ERR_EXE_GENERAL, what);
+    raise_system(handle, error, ERR_EXE_GENERAL, what);
     return false;
 }
 

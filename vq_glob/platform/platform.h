@@ -20,7 +20,9 @@ inline constexpr uint32_t kPlatTlsInvalid = 0xFFFFFFFFu;
 // on Windows the DLL entry point does this for every thread anyway.
 uint32_t plat_tls_alloc(bool runs_thread_detach);
 void *plat_tls_get(uint32_t index);
-bool plat_tls_set(uint32_t index, void *value);
+// Stores value in the calling thread's slot: 0, or the system's error
+// number (EINVAL for an invalid index).
+int32_t plat_tls_set(uint32_t index, void *value);
 
 // ---- Process and thread start/end ------------------------------------------
 
@@ -116,15 +118,15 @@ struct tm;
 
 // Broken-down local time / UTC of a number of seconds since the epoch
 // (localtime_r and gmtime_r on POSIX, localtime_s and gmtime_s on Windows,
-// which differ only in name and argument order). False when the value does
-// not fit the runtime's time_t or the runtime cannot break it down (the
-// Windows runtime refuses times before 1970).
-bool plat_localtime(int64_t seconds, struct tm *out);
-bool plat_gmtime(int64_t seconds, struct tm *out);
-// mktime: local broken-down time (normalised in place) to seconds. False when
-// the runtime fails, which it reports as -1, so that second (the last one of
-// 1969 UTC) cannot be told from a failure.
-bool plat_mktime(struct tm *local, int64_t *seconds);
+// which differ only in name and argument order). 0, or EOVERFLOW when the
+// value does not fit the runtime's time_t or the runtime cannot break it down
+// (the Windows runtime refuses times before 1970), EINVAL for a null out.
+int32_t plat_localtime(int64_t seconds, struct tm *out);
+int32_t plat_gmtime(int64_t seconds, struct tm *out);
+// mktime: local broken-down time (normalised in place) to seconds. EOVERFLOW
+// when the runtime fails, which it reports as -1, so that second (the last
+// one of 1969 UTC) cannot be told from a failure.
+int32_t plat_mktime(struct tm *local, int64_t *seconds);
 
 // The file and process parts of the interface live in headers of their own.
 #include "platform/file.h"

@@ -31,7 +31,7 @@ int32_t compute_zone(std::tm *moment) {
     int64_t now = now_seconds();
     std::tm local{};
     std::tm utc{};
-    if (!plat_localtime(now, &local) || !plat_gmtime(now, &utc)) {
+    if (plat_localtime(now, &local) != 0 || plat_gmtime(now, &utc) != 0) {
         return 0;
     }
     if (moment != nullptr) {
@@ -40,7 +40,7 @@ int32_t compute_zone(std::tm *moment) {
     std::tm local_copy = local;
     int64_t local_seconds = 0;
     int64_t utc_seconds = 0;
-    if (!plat_mktime(&local_copy, &local_seconds) || !plat_mktime(&utc, &utc_seconds)) {
+    if (plat_mktime(&local_copy, &local_seconds) != 0 || plat_mktime(&utc, &utc_seconds) != 0) {
         return 0;
     }
     int64_t zone = local_seconds - utc_seconds;
@@ -164,7 +164,7 @@ int days_in_month(int64_t year, int month0) {
 
 bool local_to_seconds(std::tm tm, int64_t *out) {
     int64_t seconds = 0;
-    if (!plat_mktime(&tm, &seconds) || !in_stamp_range(seconds)) {
+    if (plat_mktime(&tm, &seconds) != 0 || !in_stamp_range(seconds)) {
         return false;
     }
     *out = seconds;
@@ -186,7 +186,7 @@ bool local_date_to_seconds(int year, int month, int day, int hour, int minute, i
 // Moves that leave the stamp range fail before any arithmetic can overflow.
 bool shift_days(int64_t t, int64_t days, int64_t *out) {
     std::tm tm{};
-    if (days < -30000 || days > 30000 || !plat_localtime(t, &tm)) {
+    if (days < -30000 || days > 30000 || plat_localtime(t, &tm) != 0) {
         return false;
     }
     tm.tm_mday += static_cast<int>(days);
@@ -196,7 +196,7 @@ bool shift_days(int64_t t, int64_t days, int64_t *out) {
 
 bool shift_months(int64_t t, int64_t months, int64_t *out) {
     std::tm tm{};
-    if (months < -1200 || months > 1200 || !plat_localtime(t, &tm)) {
+    if (months < -1200 || months > 1200 || plat_localtime(t, &tm) != 0) {
         return false;
     }
     int64_t total = static_cast<int64_t>(tm.tm_year) * 12 + tm.tm_mon + months;
@@ -214,7 +214,7 @@ bool shift_months(int64_t t, int64_t months, int64_t *out) {
 
 bool local_midnight(int64_t t, int64_t days, int64_t *out) {
     std::tm tm{};
-    if (!plat_localtime(t, &tm)) {
+    if (plat_localtime(t, &tm) != 0) {
         return false;
     }
     tm.tm_hour = 0;
@@ -234,7 +234,7 @@ bool local_midnight(int64_t t, int64_t days, int64_t *out) {
 
 bool set_time_of_day(int64_t t, int hour, int minute, int second, int64_t *out) {
     std::tm tm{};
-    if (!plat_localtime(t, &tm)) {
+    if (plat_localtime(t, &tm) != 0) {
         return false;
     }
     tm.tm_hour = hour;
@@ -395,7 +395,7 @@ VQ_API int conv_tolvenar_to_tm(const tvtime *t, struct tm *out) {
     if (t == nullptr || out == nullptr) {
         return VQ_PARAMS(Report::add, t == nullptr ? "t" : "out");
     }
-    if (!plat_localtime(signed_seconds(*t), out)) {
+    if (plat_localtime(signed_seconds(*t), out) != 0) {
         return bad_value("stamp seconds", static_cast<long long>(signed_seconds(*t)));
     }
     return 1;
@@ -463,7 +463,7 @@ VQ_API int conv_tolvenar_new_to_old(const tvtime *t, tvtime_old *out) {
         return 1;
     }
     std::tm tm{};
-    if (!plat_localtime(signed_seconds(*t), &tm)) {
+    if (plat_localtime(signed_seconds(*t), &tm) != 0) {
         return bad_value("stamp seconds", static_cast<long long>(signed_seconds(*t)));
     }
     *out = tvtime_old{tm.tm_sec, tm.tm_min, tm.tm_hour, tm.tm_mday, tm.tm_mon,

@@ -255,7 +255,7 @@ bool digit_groups_to_seconds(const char *p, size_t n, int64_t *out) {
     switch (n) {
     case 4: {
         std::tm now{};
-        if (!plat_localtime(now_seconds(), &now)) {
+        if (plat_localtime(now_seconds(), &now) != 0) {
             return false;
         }
         year = now.tm_year + 1900;
@@ -451,7 +451,7 @@ bool parse_zone(const char *text, int32_t *zone) {
 // "dd-MON-yyyy hh:mm:ss" of t's local time into buf.
 bool display_form(int64_t t, char *buf) {
     std::tm tm{};
-    if (!plat_localtime(t, &tm) || tm.tm_year < -1900 || tm.tm_year > 9999 - 1900) {
+    if (plat_localtime(t, &tm) != 0 || tm.tm_year < -1900 || tm.tm_year > 9999 - 1900) {
         return false;
     }
     char *p = put_fixed(buf, tm.tm_mday, 2);
@@ -553,7 +553,7 @@ VQ_API const char *conv_tolv_to_ascii(const tvtime *t) {
         return nullptr;
     }
     std::tm tm{};
-    if (!plat_localtime(signed_seconds(*t), &tm) || tm.tm_year < -1900 || tm.tm_year > 9999 - 1900) {
+    if (plat_localtime(signed_seconds(*t), &tm) != 0 || tm.tm_year < -1900 || tm.tm_year > 9999 - 1900) {
         bad_value("stamp seconds", static_cast<long long>(signed_seconds(*t)));
         return nullptr;
     }
@@ -612,7 +612,7 @@ VQ_API const char *conv_time_to_vms_string(const time_t *t) {
         return nullptr;
     }
     std::tm tm{};
-    if (!plat_localtime(static_cast<int64_t>(*t), &tm) || tm.tm_year < -1900 || tm.tm_year > 9999 - 1900) {
+    if (plat_localtime(static_cast<int64_t>(*t), &tm) != 0 || tm.tm_year < -1900 || tm.tm_year > 9999 - 1900) {
         bad_value("time value", static_cast<long long>(*t));
         return nullptr;
     }

@@ -169,7 +169,7 @@ void note(TrackerState &st, const char *format, ...) {  // NOLINT(cert-dcl50-cpp
 void time_text(char (&buf)[64]) {
     std::time_t now = std::time(nullptr);
     std::tm parts{};
-    if (!plat_localtime(static_cast<int64_t>(now), &parts) ||
+    if (plat_localtime(static_cast<int64_t>(now), &parts) != 0 ||
         std::strftime(buf, sizeof(buf), "%d-%b-%Y %H:%M:%S", &parts) == 0) {
         std::snprintf(buf, sizeof(buf), "%lld", static_cast<long long>(now));
     }

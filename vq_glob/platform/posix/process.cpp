@@ -76,32 +76,35 @@ const char *after_command(const char *line) {
 
 }  // namespace
 
-bool plat_pipe_create(PlatHandle *read_end, PlatHandle *write_end) {
+int32_t plat_pipe_create(PlatHandle *read_end, PlatHandle *write_end) {
     int fds[2];
     if (pipe2(fds, O_CLOEXEC) != 0) {
-        return false;
+        return errno;
     }
     *read_end = fds[0];
     *write_end = fds[1];
-    return true;
+    return 0;
 }
 
-bool plat_handle_duplicate(PlatHandle handle, PlatHandle *copy) {
+int32_t plat_handle_duplicate(PlatHandle handle, PlatHandle *copy) {
     int fd = fcntl(fd_of(handle), F_DUPFD_CLOEXEC, 0);
     if (fd < 0) {
-        return false;
+        return errno;
     }
     *copy = fd;
-    return true;
+    return 0;
 }
 
-bool plat_handle_close(PlatHandle handle) {
+int32_t plat_handle_close(PlatHandle handle) {
     // Linux releases the descriptor even when close reports EINTR, so a
     // retry could close a descriptor another thread has just been given.
-    return close(fd_of(handle)) == 0 || errno == EINTR;
+    if (close(fd_of(handle)) == 0 || errno == EINTR) {
+        return 0;
+    }
+    return errno;
 }
 
-bool plat_pipe_write(PlatHandle write_end, const void *data, size_t size) {
+int32_t plat_pipe_write(PlatHandle write_end, const void *data, size_t size) {
     SigpipeBlock guard;
     const auto *bytes = static_cast<const unsigned char *>(data);
     while (size > 0) {
@@ -110,20 +113,22 @@ bool plat_pipe_write(PlatHandle write_end, const void *data, size_t size) {
             if (errno == EINTR) {
                 continue;
             }
-            if (errno == EPIPE) {
+            int32_t error = errno;
+            if (error == EPIPE) {
                 guard.note_broken_pipe();
             }
-            return false;
+            return error;
         }
         bytes += n;
         size -= static_cast<size_t>(n);
     }
-    return true;
+    return 0;
 }
 
 PlatWait plat_pipe_read(PlatHandle read_end, void *buffer, size_t size, int32_t timeout_ms,
-                        size_t *received) {
+                        size_t *received, int32_t *error) {
     *received = 0;
+    *error = 0;
     const int64_t deadline = timeout_ms < 0 ? -1 : monotonic_ms() + timeout_ms;
     for (;;) {
         int wait = -1;
@@ -137,13 +142,14 @@ PlatWait plat_pipe_read(PlatHandle read_end, void *buffer, size_t size, int32_t 
             if (errno == EINTR) {
                 continue;
             }
+            *error = errno;
             return PlatWait::failed;
         }
         if (rc == 0) {
             return PlatWait::timed_out;
         }
         if ((p.revents & POLLNVAL) != 0) {
-            errno = EBADF;
+            *error = EBADF;
             return PlatWait::failed;
         }
         ssize_t n = read(fd_of(read_end), buffer, size);
@@ -155,24 +161,21 @@ PlatWait plat_pipe_read(PlatHandle read_end, void *buffer, size_t size, int32_t 
             return PlatWait::closed;
         }
         if (errno != EINTR && errno != EAGAIN) {
+            *error = errno;
             return PlatWait::failed;
         }
     }
 }
 
-bool plat_process_creation_time(uint32_t pid, uint64_t *out) {
+int32_t plat_process_creation_time(uint32_t pid, uint64_t *out) {
     if (pid == 0) {
-        errno = ESRCH;
-        return false;
+        return ESRCH;
     }
     char path[64];
     std::snprintf(path, sizeof path, "/proc/%u/stat", static_cast<unsigned>(pid));
     int fd = open(path, O_RDONLY | O_CLOEXEC);
     if (fd < 0) {
-        if (errno == ENOENT) {
-            errno = ESRCH;
-        }
-        return false;
+        return errno == ENOENT ? ESRCH : errno;
     }
     // One read: the kernel produces the whole line at once, and it is far
     // shorter than this buffer.
@@ -184,8 +187,7 @@ bool plat_process_creation_time(uint32_t pid, uint64_t *out) {
     int saved = errno;
     close(fd);
     if (n <= 0) {
-        errno = n == 0 ? ESRCH : saved;
-        return false;
+        return n == 0 ? ESRCH : saved;
     }
     line[n] = '\0';
     // The command is field 2; after it come field 3 (state) and onwards, so
@@ -195,16 +197,14 @@ bool plat_process_creation_time(uint32_t pid, uint64_t *out) {
         p = std::strchr(p + 1, ' ');
     }
     if (p == nullptr) {
-        errno = EINVAL;
-        return false;
+        return EINVAL;
     }
     char *end = nullptr;
     errno = 0;
     unsigned long long ticks = std::strtoull(p + 1, &end, 10);
     if (end == p + 1 || errno != 0) {
-        errno = EINVAL;
-        return false;
+        return EINVAL;
     }
     *out = ticks;
-    return true;
+    return 0;
 }

@@ -1,6 +1,8 @@
 // POSIX backend: thread-local storage, start/end hooks and re-entrant locks.
 #include "platform/platform.h"
 
+#include <cerrno>
+
 #include <pthread.h>
 
 #include <new>
@@ -51,11 +53,11 @@ void *plat_tls_get(uint32_t index) {
     return pthread_getspecific(static_cast<pthread_key_t>(index));
 }
 
-bool plat_tls_set(uint32_t index, void *value) {
+int32_t plat_tls_set(uint32_t index, void *value) {
     if (index == kPlatTlsInvalid) {
-        return false;
+        return EINVAL;
     }
-    return pthread_setspecific(static_cast<pthread_key_t>(index), value) == 0;
+    return pthread_setspecific(static_cast<pthread_key_t>(index), value);
 }
 
 void plat_lock_init(PlatLock *lock) {

@@ -13,6 +13,7 @@
 
 #include <pthread.h>
 
+#include <cerrno>
 #include <ctime>
 
 namespace {
@@ -29,27 +30,33 @@ public:
 
 }  // namespace
 
-bool plat_localtime(int64_t seconds, struct tm *out) {
+int32_t plat_localtime(int64_t seconds, struct tm *out) {
     std::time_t value = 0;
-    if (out == nullptr || !plat_common::to_time_t(seconds, &value)) {
-        return false;
+    if (out == nullptr) {
+        return EINVAL;
+    }
+    if (!plat_common::to_time_t(seconds, &value)) {
+        return EOVERFLOW;
     }
     ZoneLock lock;
-    return localtime_r(&value, out) != nullptr;
+    return localtime_r(&value, out) != nullptr ? 0 : EOVERFLOW;
 }
 
-bool plat_gmtime(int64_t seconds, struct tm *out) {
+int32_t plat_gmtime(int64_t seconds, struct tm *out) {
     std::time_t value = 0;
-    if (out == nullptr || !plat_common::to_time_t(seconds, &value)) {
-        return false;
+    if (out == nullptr) {
+        return EINVAL;
+    }
+    if (!plat_common::to_time_t(seconds, &value)) {
+        return EOVERFLOW;
     }
     ZoneLock lock;
-    return gmtime_r(&value, out) != nullptr;
+    return gmtime_r(&value, out) != nullptr ? 0 : EOVERFLOW;
 }
 
-bool plat_mktime(struct tm *local, int64_t *seconds) {
+int32_t plat_mktime(struct tm *local, int64_t *seconds) {
     if (local == nullptr || seconds == nullptr) {
-        return false;
+        return EINVAL;
     }
     std::time_t value = 0;
     {
@@ -57,8 +64,8 @@ bool plat_mktime(struct tm *local, int64_t *seconds) {
         value = std::mktime(local);
     }
     if (value == static_cast<std::time_t>(-1)) {
-        return false;
+        return EOVERFLOW;
     }
     *seconds = static_cast<int64_t>(value);
-    return true;
+    return 0;
 }

@@ -31,11 +31,11 @@ void *plat_tls_get(uint32_t index) {
     return value;
 }
 
-bool plat_tls_set(uint32_t index, void *value) {
+int32_t plat_tls_set(uint32_t index, void *value) {
     if (index == kPlatTlsInvalid) {
-        return false;
+        return ERROR_INVALID_PARAMETER;
     }
-    return TlsSetValue(index, value) != 0;
+    return TlsSetValue(index, value) ? 0 : static_cast<int32_t>(GetLastError());
 }
 
 void plat_lock_init(PlatLock *lock) { InitializeCriticalSection(native(lock)); }

@@ -6,32 +6,39 @@
 
 #include "platform/common/time_range.h"
 
+#include <cerrno>
 #include <ctime>
 
-bool plat_localtime(int64_t seconds, struct tm *out) {
+int32_t plat_localtime(int64_t seconds, struct tm *out) {
     std::time_t value = 0;
-    if (out == nullptr || !plat_common::to_time_t(seconds, &value)) {
-        return false;
+    if (out == nullptr) {
+        return EINVAL;
     }
-    return localtime_s(out, &value) == 0;
+    if (!plat_common::to_time_t(seconds, &value)) {
+        return EOVERFLOW;
+    }
+    return localtime_s(out, &value) == 0 ? 0 : EOVERFLOW;
 }
 
-bool plat_gmtime(int64_t seconds, struct tm *out) {
+int32_t plat_gmtime(int64_t seconds, struct tm *out) {
     std::time_t value = 0;
-    if (out == nullptr || !plat_common::to_time_t(seconds, &value)) {
-        return false;
+    if (out == nullptr) {
+        return EINVAL;
     }
-    return gmtime_s(out, &value) == 0;
+    if (!plat_common::to_time_t(seconds, &value)) {
+        return EOVERFLOW;
+    }
+    return gmtime_s(out, &value) == 0 ? 0 : EOVERFLOW;
 }
 
-bool plat_mktime(struct tm *local, int64_t *seconds) {
+int32_t plat_mktime(struct tm *local, int64_t *seconds) {
     if (local == nullptr || seconds == nullptr) {
-        return false;
+        return EINVAL;
     }
     std::time_t value = std::mktime(local);
     if (value == static_cast<std::time_t>(-1)) {
-        return false;
+        return EOVERFLOW;
     }
     *seconds = static_cast<int64_t>(value);
-    return true;
+    return 0;
 }
