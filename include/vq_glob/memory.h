@@ -123,7 +123,8 @@ VQ_API void sl_debug_ll_dispose_list(const char *file, int32_t line, void **list
  * Unfreed ones are reported as "unfreed context handle". */
 VQ_API void *sl_debug_cli_get_context_handle(const char *file, int32_t line);
 /* Tracked cli_free_context_handle: frees handle; one the tracker does not know
- * is reported as "free on unallocated context handle", then freed. */
+ * is reported as "free on unallocated context handle", then freed. A pointer
+ * that is not a live context handle is refused with ERR_GEN_PARAMS, not freed. */
 VQ_API void sl_debug_cli_free_context_handle(const char *file, int32_t line, void *handle);
 
 VQ_EXTERN_C_END

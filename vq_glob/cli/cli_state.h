@@ -87,7 +87,7 @@ struct Item {
 // The kind of the results that cli_get_current_res hands out. A result is
 // no context handle: cli_set_current_res tells the two apart by their tags.
 // (Held here until the tag table lists it beside Kind::cli_context.)
-inline constexpr tag::Kind kResultKind = static_cast<tag::Kind>(0x53455243u);  // "CRES"
+inline constexpr tag::Kind kResultKind = tag::Kind::cli_result;
 
 // The tag of a result. Results are copied before a change, and every copy is
 // a result of its own, so unlike tag::HandleTag this one can be copied: the

@@ -7,6 +7,7 @@
 #include <string>
 
 #include "cli/cli_state.h"
+#include "internal/whole_file.h"
 #include "platform/platform.h"
 
 namespace vq::cli {
@@ -33,16 +34,12 @@ std::string read_list_file(const std::string &name, size_t limit) {
         }
         return out;
     }
-    if (how == PlatWholeRead::not_regular) {
-        err_set_error(ERR_SYS_ERRMSG, (name + " is not a regular file").c_str());
-    } else if (how == PlatWholeRead::too_large && limit < static_cast<size_t>(CLI_MAX_FILE_LIST)) {
+    if (how == PlatWholeRead::too_large && limit < static_cast<size_t>(CLI_MAX_FILE_LIST)) {
         err_set_error(ERR_SYS_ERRMSG, ("the files lists of one line are larger than " +
                                        std::to_string(kFileListsPerLine) + " bytes together")
                                           .c_str());
-    } else if (how == PlatWholeRead::too_large) {
-        err_set_error(ERR_SYS_ERRMSG, (name + " is larger than " + std::to_string(limit) + " bytes").c_str());
     } else {
-        raise::system(raise::Report::fresh, error);
+        whole_file::raise_refusal(how, name.c_str(), limit, error);
     }
     err_add_error(ERR_CLI_FILELIST, name.c_str());
     throw ParseError{ERR_CLI_FILELIST};

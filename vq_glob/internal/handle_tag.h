@@ -31,6 +31,8 @@ enum class Kind : uint32_t {
     string_list = 0x54534C4Du,    // "MLST"
     big_number = 0x4E424C53u,     // "SLBN"
     cli_context = 0x58544343u,    // "CCTX"
+    cli_result = 0x53455243u,     // "CRES"
+    config_search = 0x48435253u,  // "SRCH"
 };
 
 inline constexpr uint32_t kFreed = 0x44414544u;  // "DEAD"

@@ -11,7 +11,7 @@ namespace {
 
 // The kind of the search contexts handed out here.
 // (Held here until the tag table lists it beside Kind::config.)
-constexpr tag::Kind kSearchKind = static_cast<tag::Kind>(0x48435253u);  // "SRCH"
+constexpr tag::Kind kSearchKind = tag::Kind::config_search;
 
 // A walk in progress; its address is the context the callers hold, so the
 // tag comes first. A removal anywhere in the handle ends it, since the
