@@ -8,13 +8,11 @@
 
 #include "vq_glob.h"
 
-#define DEMO_CHANNEL_FLOW 0x800 /* bit 11 */
-
 static int open_settings(const char *name) {
     /* What a library call does when it fails: the system's reason first,
      * then the module's own message on top. */
     err_set_system_error(2);
-    err_add_error(0x1709u, name); /* FIL OPEN */
+    err_add_error(ERR_FIL_OPEN, name);
     return 0;
 }
 
@@ -123,11 +121,11 @@ int main(int argc, char **argv) {
 
     mask[1] = 0x08; /* channel bit 11 */
     dbg_set_debug_mask_value(mask);
-    new_dbg_str(DEMO_CHANNEL_FLOW, "trace: reading settings from <%s>\n", "replicator.cfg");
+    new_dbg_str(DBG_CHANNEL_FLOW, "trace: reading settings from <%s>\n", "replicator.cfg");
     new_dbg_str(0x1, "trace: this line is on a channel that is off and never shows\n");
 
     if (!open_settings("replicator.cfg")) {
-        err_add_error(0x1001u, "open_settings", "demo", 27);
+        err_add_error(ERR_GEN_MEMORY, "open_settings", "demo", 27);
         printf("\nthe failure as a description (%d entries, newest first):\n", err_get_stack_depth());
         err_set_log_interactive(0);
         printf("%s\n\n", err_get_error_msg());
