@@ -209,7 +209,7 @@ TEST_F(CliContext, HandlesOfAnotherKindAreRefused) {
 }
 
 TEST_F(CliContext, FreedHandlesAndResultsAreRefused) {
-    VQ_SKIP_UNDER_ASAN();
+    VQ_SKIP_UNDER_SANITIZER();
     void *context = cli_get_context_handle();
     ASSERT_NE(context, nullptr);
     ASSERT_EQ(cli_free_context_handle(context), 1);

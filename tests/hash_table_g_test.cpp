@@ -232,7 +232,7 @@ TEST_F(HashTable, AHandleOfAnotherKindIsRefusedByEveryFunction) {
 }
 
 TEST_F(HashTable, AFreedHandleIsRefused) {
-    VQ_SKIP_UNDER_ASAN();
+    VQ_SKIP_UNDER_SANITIZER();
     void *t = slh_allocate_hash_table(2);
     void *it = slh_get_iterator(t);
     ASSERT_EQ(slh_free_iterator(it), 1);

@@ -286,7 +286,7 @@ TEST(ListHandles, AHandleOfAnotherKindIsRefusedByEveryFunction) {
 }
 
 TEST(ListHandles, AFreedHandleIsRefused) {
-    VQ_SKIP_UNDER_ASAN();
+    VQ_SKIP_UNDER_SANITIZER();
     void *plain = ll_init_list();
     void *stale_plain = plain;
     ll_dispose_list(&plain);

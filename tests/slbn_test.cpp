@@ -272,7 +272,7 @@ TEST_F(Slbn, AHandleOfAnotherKindIsRefused) {
 }
 
 TEST_F(Slbn, AFreedNumberIsRefused) {
-    VQ_SKIP_UNDER_ASAN();
+    VQ_SKIP_UNDER_SANITIZER();
     slbn *number = slbn_from_int64(-5);
     ASSERT_NE(number, nullptr);
     slbn_free(number);

@@ -300,7 +300,7 @@ TEST_F(Conf, AHandleOfAnotherKindIsRefused) {
 // A freed handle or context passed back, and a context whose handle was
 // freed: refused as well, as long as nothing new took their memory.
 TEST_F(Conf, AFreedHandleOrContextIsRefused) {
-    VQ_SKIP_UNDER_ASAN();
+    VQ_SKIP_UNDER_SANITIZER();
     void *h = nullptr;
     ASSERT_EQ(conf_allocate_handle(&h), 1);
     ASSERT_EQ(conf_set_section(h, "s"), 1);

@@ -10,22 +10,23 @@
 
 #include "vq_glob/err.h"
 
-#if defined(__SANITIZE_ADDRESS__)
-#define VQ_TEST_ASAN 1
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#define VQ_TEST_FREED_READS_REPORTED 1
 #elif defined(__has_feature)
-#if __has_feature(address_sanitizer)
-#define VQ_TEST_ASAN 1
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
+#define VQ_TEST_FREED_READS_REPORTED 1
 #endif
 #endif
 
 namespace vq::test {
 
-// Under AddressSanitizer any read of freed memory is reported as such, so
-// the cases that pass a freed handle back on purpose cannot run there.
-#ifdef VQ_TEST_ASAN
-inline constexpr bool kAddressSanitizer = true;
+// Under AddressSanitizer and ThreadSanitizer any read of freed memory is
+// reported as such, so the cases that pass a freed handle back on purpose
+// cannot run there.
+#ifdef VQ_TEST_FREED_READS_REPORTED
+inline constexpr bool kFreedReadsReported = true;
 #else
-inline constexpr bool kAddressSanitizer = false;
+inline constexpr bool kFreedReadsReported = false;
 #endif
 
 // Whether the newest error is PARAMS naming function and argument, as a
@@ -62,9 +63,9 @@ inline void expect_refused(const std::vector<MisuseCase> &cases) {
 }  // namespace vq::test
 
 // Skips the rest of a test that reads freed memory on purpose.
-#define VQ_SKIP_UNDER_ASAN()                                                                          \
-    do {                                                                                              \
-        if (::vq::test::kAddressSanitizer) {                                                          \
-            GTEST_SKIP() << "AddressSanitizer reports the read of freed memory that this case makes"; \
-        }                                                                                             \
+#define VQ_SKIP_UNDER_SANITIZER()                                                                   \
+    do {                                                                                            \
+        if (::vq::test::kFreedReadsReported) {                                                      \
+            GTEST_SKIP() << "the sanitizer reports the read of freed memory that this case makes"; \
+        }                                                                                           \
     } while (0)
