@@ -3,6 +3,7 @@
 // mingw-w64 but need not be everywhere.
 #pragma once
 
+#include <cerrno>
 #include <cstdint>
 #include <ctime>
 #include <limits>
@@ -16,6 +17,15 @@ inline bool to_time_t(int64_t seconds, std::time_t *value) {
     }
     *value = static_cast<std::time_t>(seconds);
     return true;
+}
+
+// The checks every break-down makes before calling the runtime: 0 with
+// *value set, EINVAL for a null out, EOVERFLOW for seconds beyond time_t.
+inline int32_t break_down_argument(int64_t seconds, const struct tm *out, std::time_t *value) {
+    if (out == nullptr) {
+        return EINVAL;
+    }
+    return to_time_t(seconds, value) ? 0 : EOVERFLOW;
 }
 
 }  // namespace plat_common

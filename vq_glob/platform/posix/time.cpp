@@ -32,11 +32,8 @@ public:
 
 int32_t plat_localtime(int64_t seconds, struct tm *out) {
     std::time_t value = 0;
-    if (out == nullptr) {
-        return EINVAL;
-    }
-    if (!plat_common::to_time_t(seconds, &value)) {
-        return EOVERFLOW;
+    if (int32_t error = plat_common::break_down_argument(seconds, out, &value); error != 0) {
+        return error;
     }
     ZoneLock lock;
     return localtime_r(&value, out) != nullptr ? 0 : EOVERFLOW;
@@ -44,11 +41,8 @@ int32_t plat_localtime(int64_t seconds, struct tm *out) {
 
 int32_t plat_gmtime(int64_t seconds, struct tm *out) {
     std::time_t value = 0;
-    if (out == nullptr) {
-        return EINVAL;
-    }
-    if (!plat_common::to_time_t(seconds, &value)) {
-        return EOVERFLOW;
+    if (int32_t error = plat_common::break_down_argument(seconds, out, &value); error != 0) {
+        return error;
     }
     ZoneLock lock;
     return gmtime_r(&value, out) != nullptr ? 0 : EOVERFLOW;

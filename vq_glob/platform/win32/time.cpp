@@ -11,22 +11,16 @@
 
 int32_t plat_localtime(int64_t seconds, struct tm *out) {
     std::time_t value = 0;
-    if (out == nullptr) {
-        return EINVAL;
-    }
-    if (!plat_common::to_time_t(seconds, &value)) {
-        return EOVERFLOW;
+    if (int32_t error = plat_common::break_down_argument(seconds, out, &value); error != 0) {
+        return error;
     }
     return localtime_s(out, &value) == 0 ? 0 : EOVERFLOW;
 }
 
 int32_t plat_gmtime(int64_t seconds, struct tm *out) {
     std::time_t value = 0;
-    if (out == nullptr) {
-        return EINVAL;
-    }
-    if (!plat_common::to_time_t(seconds, &value)) {
-        return EOVERFLOW;
+    if (int32_t error = plat_common::break_down_argument(seconds, out, &value); error != 0) {
+        return error;
     }
     return gmtime_s(out, &value) == 0 ? 0 : EOVERFLOW;
 }
