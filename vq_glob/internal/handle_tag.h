@@ -70,11 +70,6 @@ inline bool is(const void *handle, Kind kind) {
 
 // handle as a T when it carries T's tag, else null.
 template <typename T>
-T *as(void *handle, Kind kind) {
-    return is(handle, kind) ? static_cast<T *>(handle) : nullptr;
-}
-
-template <typename T>
 const T *as(const void *handle, Kind kind) {
     return is(handle, kind) ? static_cast<const T *>(handle) : nullptr;
 }
