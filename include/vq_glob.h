@@ -24,5 +24,7 @@
 #include "vq_glob/slbn.h"
 #include "vq_glob/conf.h"
 #include "vq_glob/cli.h"
+#include "vq_glob/sl_net.h"
+#include "vq_glob/slm.h"
 
 #endif /* VQ_GLOB_H */

@@ -814,6 +814,11 @@ const MessageRecord kMessageTable[] = {
     {0x500e, 0x5000, 3, "UNKTYP", "unknown message type (%d)"},
     {0x500f, 0x5000, 3, "BADVAR", "empty network variable <%s>"},
     {0x5010, 0x5000, 3, "ATTDEL", "error deleting <%s>"},
+    {0x5011, 0x5000, 3, "TGTROOT", "name on target <%s> is outside the target root <%s>"},
+    {0x5012, 0x5000, 3, "TOOBIG", "message of more than %u bytes refused (%s)"},
+    {0x5013, 0x5000, 3, "TOOMANY", "more than %d attachments in one message refused"},
+    {0x5014, 0x5000, 3, "BADMSG", "malformed message: %s"},
+    {0x5015, 0x5000, 3, "SMALLBUF", "buffer of %u bytes too small for a string of %u bytes"},
     // MSSHARE (0x8400)
     {0x8401, 0x8400, 3, "ENUM", "error enumerating shares on <%s>"},
     {0x8402, 0x8400, 3, "SET", "error setting share <%s>"},

@@ -869,6 +869,11 @@
 #define ERR_MSG_UNKTYP 0x500Eu /* "unknown message type (%d)" */
 #define ERR_MSG_BADVAR 0x500Fu /* "empty network variable <%s>" */
 #define ERR_MSG_ATTDEL 0x5010u /* "error deleting <%s>" */
+#define ERR_MSG_TGTROOT 0x5011u /* "name on target <%s> is outside the target root <%s>" */
+#define ERR_MSG_TOOBIG 0x5012u /* "message of more than %u bytes refused (%s)" */
+#define ERR_MSG_TOOMANY 0x5013u /* "more than %d attachments in one message refused" */
+#define ERR_MSG_BADMSG 0x5014u /* "malformed message: %s" */
+#define ERR_MSG_SMALLBUF 0x5015u /* "buffer of %u bytes too small for a string of %u bytes" */
 
 /* MSSHARE (0x8400) */
 #define ERR_MSSHARE_ENUM 0x8401u /* "error enumerating shares on <%s>" */

@@ -33,6 +33,9 @@ enum class Kind : uint32_t {
     cli_context = 0x58544343u,    // "CCTX"
     cli_result = 0x53455243u,     // "CRES"
     config_search = 0x48435253u,  // "SRCH"
+    net_session = 0x53455353u,    // "SSES"
+    net_group = 0x50524753u,      // "SGRP"
+    message = 0x484D4C53u,        // "SLMH"
 };
 
 inline constexpr uint32_t kFreed = 0x44414544u;  // "DEAD"
