@@ -131,7 +131,11 @@ VQ_EXTERN_C_BEGIN
 VQ_API int slm_allocate_handle(void **handle);
 /* Wraps a received body (neither copied nor owned: it must outlive the
  * handle) for reading, after checking its signature; a mismatch fails with
- * ERR_MSG_CRC and no handle. */
+ * ERR_MSG_CRC, a length below 4 with ERR_MSG_BADMSG, and *handle is NULL.
+ * The body is never written: the first write or signing through the handle
+ * copies it into a buffer of the handle's own and appends there.
+ * slm_init_handle on such a handle moves the cursor back to the first
+ * element, to read the body again. */
 VQ_API int slm_read_message_to_handle(void **handle, const void *buffer, uint32_t length);
 /* Empties a handle for reuse: cursor and size back to the start (an owned
  * buffer grown past 524288 bytes shrinks back to that), attachments, the

@@ -41,7 +41,9 @@ struct Handle {
     unsigned char *buffer = nullptr;  // malloc'd when owned
     uint32_t position = 4;            // the cursor, as an offset into buffer
     uint32_t size = 4;                // bytes used, signature slot included
-    uint32_t capacity = 0;            // bytes allocated (owned buffers)
+    uint32_t capacity = 0;            // bytes allocated (owned buffers); 0 while the
+                                      // buffer is the caller's, so that the first
+                                      // write takes make_room's copying path
 
     uint32_t att_buffer_size = 32768;
     bool has_temp_dir = false;
@@ -54,12 +56,38 @@ struct Handle {
     double remote_version = 0.0;
 };
 
+// Numbers as the message holds them: big-endian, at any alignment.
+inline void store_be16(unsigned char *p, uint16_t v) {
+    p[0] = static_cast<unsigned char>(v >> 8);
+    p[1] = static_cast<unsigned char>(v);
+}
+inline void store_be32(unsigned char *p, uint32_t v) {
+    p[0] = static_cast<unsigned char>(v >> 24);
+    p[1] = static_cast<unsigned char>(v >> 16);
+    p[2] = static_cast<unsigned char>(v >> 8);
+    p[3] = static_cast<unsigned char>(v);
+}
+inline uint16_t load_be16(const unsigned char *p) { return static_cast<uint16_t>((p[0] << 8) | p[1]); }
+inline uint32_t load_be32(const unsigned char *p) {
+    return (uint32_t{p[0]} << 24) | (uint32_t{p[1]} << 16) | (uint32_t{p[2]} << 8) | uint32_t{p[3]};
+}
+
+// Raises ERR_GEN_MEMORY for function at line of this module; returns 0.
+int no_memory(const char *function, int line);
+
 // The handle behind a caller's pointer, or null with ERR_GEN_PARAMS naming
 // function and argument raised.
 Handle *checked(void *handle, const char *function, const char *argument);
 
-// Makes room for n more bytes (doubling; the last 4 bytes of the capacity stay
-// unused). False with ERR_GEN_MEMORY raised for function when it cannot.
+// The same for a function with an output pointer: null with ERR_GEN_PARAMS
+// naming output_name when output is null.
+Handle *checked(void *handle, const void *output, const char *function, const char *output_name);
+
+// Makes room for n more bytes at the end of the message (doubling; the last 4
+// bytes of the capacity stay unused). A handle still reading the caller's
+// buffer first takes a copy of its own, so make_room(h, 0, ...) makes any
+// handle writable. False with ERR_GEN_MEMORY raised for function when it
+// cannot; the message is then as it was.
 bool make_room(Handle &h, uint32_t n, const char *function);
 
 // Appends an attachment reference element (type 6 when binary, else 4)
