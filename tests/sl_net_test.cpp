@@ -6,7 +6,18 @@
 // that a call fails, not how long it took.
 #include <gtest/gtest.h>
 
+#ifdef _WIN32
+#include <winsock2.h>
+#include <windows.h>
+#else
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+#endif
+
 #include <cstdint>
+#include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <string>
 #include <thread>
@@ -15,6 +26,11 @@
 #include "support/handle_checks.h"
 #include "vq_glob/err.h"
 #include "vq_glob/sl_net.h"
+#include "vq_glob/slm.h"
+
+#ifndef _WIN32
+extern char **environ;
+#endif
 
 namespace {
 
@@ -487,6 +503,406 @@ TEST_F(SlNet, HooksCarryEverySendAndReceiveWhileSwitchedOn) {
     EXPECT_EQ(sl_net_set_hook_routine(c.client, 2, scrambling_send), 0);
     EXPECT_EQ(err_get_error_code(0), ERR_NET_INVHC);
     EXPECT_EQ(std::string(err_get_error_text(0)), "hook code 2 is invalid");
+}
+
+// ---- Selection groups --------------------------------------------------------------------
+
+// The sessions get_next_event hands out until it reports the end.
+std::vector<void *> drain(void *group, int32_t wanted_events) {
+    std::vector<void *> reported;
+    for (;;) {
+        void *session = nullptr;
+        int32_t events = -1;
+        EXPECT_EQ(sl_net_get_next_event(group, &session, &events), 1) << err_get_error_msg();
+        if (session == nullptr) {
+            return reported;
+        }
+        EXPECT_EQ(events, wanted_events);
+        reported.push_back(session);
+    }
+}
+
+TEST_F(SlNet, SelectionReportsReadableMembersOnceTheirPeerWrote) {
+    Connection first;
+    Connection second;
+    void *group = nullptr;
+    ASSERT_EQ(sl_net_allocate_selection_group(&group), 1);
+    ASSERT_EQ(sl_net_add_to_selection_group(group, first.client, SL_NET_EVENT_READ), 1);
+    ASSERT_EQ(sl_net_add_to_selection_group(group, second.client, SL_NET_EVENT_READ), 1);
+    int32_t ready = -1;
+    // Nobody wrote: a look without waiting finds nothing.
+    ASSERT_EQ(sl_net_select(group, 0, &ready), 1);
+    EXPECT_EQ(ready, 0);
+    EXPECT_TRUE(drain(group, 0).empty());
+
+    ASSERT_EQ(sl_net_send(second.server, "x", 1, nullptr), 1);
+    ASSERT_EQ(sl_net_select(group, -1, &ready), 1);
+    EXPECT_EQ(ready, 1);
+    EXPECT_EQ(drain(group, SL_NET_EVENT_READ), std::vector<void *>{second.client});
+
+    // Readable and writable at once is one ready member with both bits.
+    ASSERT_EQ(sl_net_add_to_selection_group(group, second.client, SL_NET_EVENT_READ | SL_NET_EVENT_WRITE), 1);
+    int32_t members = 0;
+    ASSERT_EQ(sl_net_get_number_of_members(group, &members), 1);
+    EXPECT_EQ(members, 2);
+    ASSERT_EQ(sl_net_select(group, -1, &ready), 1);
+    EXPECT_EQ(ready, 1);
+    EXPECT_EQ(drain(group, SL_NET_EVENT_READ | SL_NET_EVENT_WRITE), std::vector<void *>{second.client});
+
+    // A ready member removed before it was reported is not owed any more.
+    ASSERT_EQ(sl_net_select(group, -1, &ready), 1);
+    ASSERT_EQ(ready, 1);
+    ASSERT_EQ(sl_net_remove_from_selection_group(group, second.client), 1);
+    EXPECT_TRUE(drain(group, 0).empty());
+    EXPECT_EQ(sl_net_remove_from_selection_group(group, second.client), 0);
+    EXPECT_EQ(err_get_error_code(0), ERR_NET_BADSESS);
+    ASSERT_EQ(sl_net_free_selection_group(&group), 1);
+    EXPECT_EQ(group, nullptr);
+}
+
+TEST_F(SlNet, SelectionGroupsGrowAndReuseFreeSlotsInOrder) {
+    Listener listener;
+    constexpr int kSessions = 11;
+    std::vector<void *> clients;
+    std::vector<void *> servers;
+    void *group = nullptr;
+    ASSERT_EQ(sl_net_allocate_selection_group(&group), 1);
+    for (int i = 0; i < kSessions; ++i) {
+        clients.push_back(client_for(listener.port));
+        ASSERT_EQ(sl_net_connect(clients.back()), 1) << err_get_error_msg();
+        void *server = nullptr;
+        ASSERT_EQ(sl_net_accept(listener.session, &server), 1);
+        servers.push_back(server);
+        // A fresh connection can be written to at once.
+        ASSERT_EQ(sl_net_add_to_selection_group(group, clients.back(), SL_NET_EVENT_WRITE), 1);
+    }
+    int32_t members = 0;
+    ASSERT_EQ(sl_net_get_number_of_members(group, &members), 1);
+    EXPECT_EQ(members, kSessions);
+    int32_t ready = 0;
+    ASSERT_EQ(sl_net_select(group, -1, &ready), 1);
+    EXPECT_EQ(ready, kSessions);
+    EXPECT_EQ(drain(group, SL_NET_EVENT_WRITE), clients);
+
+    // Slots 2 and 7 freed; the next two members take them, in that order.
+    ASSERT_EQ(sl_net_remove_from_selection_group(group, clients[2]), 1);
+    ASSERT_EQ(sl_net_remove_from_selection_group(group, clients[7]), 1);
+    ASSERT_EQ(sl_net_add_to_selection_group(group, servers[0], SL_NET_EVENT_WRITE), 1);
+    ASSERT_EQ(sl_net_add_to_selection_group(group, servers[1], SL_NET_EVENT_WRITE), 1);
+    std::vector<void *> expected = clients;
+    expected[2] = servers[0];
+    expected[7] = servers[1];
+    ASSERT_EQ(sl_net_select(group, -1, &ready), 1);
+    EXPECT_EQ(ready, kSessions);
+    EXPECT_EQ(drain(group, SL_NET_EVENT_WRITE), expected);
+
+    ASSERT_EQ(sl_net_init_selection_group(group), 1);
+    ASSERT_EQ(sl_net_get_number_of_members(group, &members), 1);
+    EXPECT_EQ(members, 0);
+    ASSERT_EQ(sl_net_select(group, 0, &ready), 1);
+    EXPECT_EQ(ready, 0);
+    ASSERT_EQ(sl_net_free_selection_group(&group), 1);
+    for (void *session : clients) {
+        free_session(session);
+    }
+    for (void *session : servers) {
+        free_session(session);
+    }
+}
+
+// ---- Packed sessions ---------------------------------------------------------------------
+
+std::vector<unsigned char> packed(void *session) {
+    void *buffer = nullptr;
+    uint32_t length = 0;
+    EXPECT_EQ(sl_net_pack_handle(session, &buffer, &length), 1) << err_get_error_msg();
+    const auto *bytes = static_cast<const unsigned char *>(buffer);
+    std::vector<unsigned char> copy(bytes, bytes + length);
+    std::free(buffer);
+    return copy;
+}
+
+void *unpacked(const std::vector<unsigned char> &message) {
+    void *session = nullptr;
+    EXPECT_EQ(sl_net_unpack_to_handle(message.data(), static_cast<uint32_t>(message.size()), &session), 1)
+        << err_get_error_msg();
+    return session;
+}
+
+TEST_F(SlNet, UnpackedSessionsKeepHostServicePortAndSocket) {
+    // A port bound but not listened on refuses, and the refusal's hint shows
+    // what the unpacked session knows.
+    void *bound = new_session();
+    ASSERT_EQ(sl_net_bind(bound, "127.0.0.1", 0), 1) << err_get_error_msg();
+    uint16_t port = 0;
+    ASSERT_EQ(sl_net_get_local_port(bound, &port), 1);
+    void *original = client_for(port);
+    ASSERT_EQ(sl_net_set_svc_name(original, "replicator"), 1);
+    ASSERT_EQ(sl_net_set_io_mode(original, SL_NET_IO_NON_BLOCKING), 1);
+    const std::vector<unsigned char> message = packed(original);
+    void *copy = unpacked(message);
+    ASSERT_NE(copy, nullptr);
+    EXPECT_EQ(packed(copy), message);
+    EXPECT_EQ(sl_net_connect(copy), 0);
+    EXPECT_EQ(std::string(err_get_error_text(2)),
+              "> Make sure \"replicator\" is started on \"127.0.0.1\", listening to port " + std::to_string(port));
+    free_session(copy);
+
+    // A socket number travels as it is: one far above any descriptor here.
+    const sl_net_socket far_away = 0x7FFF0000;
+    ASSERT_EQ(sl_net_override_socket(original, far_away), 1);
+    copy = unpacked(packed(original));
+    ASSERT_NE(copy, nullptr);
+    sl_net_socket socket = 0;
+    ASSERT_EQ(sl_net_get_socket(copy, &socket), 1);
+    EXPECT_EQ(socket, far_away);
+    EXPECT_EQ(sl_net_is_active(copy), 1);
+    free_session(copy);
+    free_session(original);
+    free_session(bound);
+}
+
+// A signed message of codes and int values, as another process might send.
+std::vector<unsigned char> message_of(const std::vector<std::pair<uint16_t, int32_t>> &fields) {
+    void *message = nullptr;
+    EXPECT_EQ(slm_allocate_handle(&message), 1);
+    for (const auto &[code, value] : fields) {
+        EXPECT_EQ(slm_set_int(message, code, value), 1);
+    }
+    EXPECT_EQ(slm_insert_code(message, static_cast<uint16_t>(SLM_END_CODE)), 1);
+    EXPECT_EQ(slm_sign_message(message), 1);
+    uint32_t size = 0;
+    void *bytes = nullptr;
+    EXPECT_EQ(slm_get_size(message, &size), 1);
+    EXPECT_EQ(slm_get_message_ptr(message, &bytes), 1);
+    std::vector<unsigned char> copy(static_cast<unsigned char *>(bytes), static_cast<unsigned char *>(bytes) + size);
+    slm_free_handle(&message);
+    return copy;
+}
+
+TEST_F(SlNet, PackedSessionsThatDoNotCheckOutAreRefused) {
+    void *session = new_session();
+    std::vector<unsigned char> message = packed(session);
+    free_session(session);
+    message.back() ^= 0x01;
+    void *copy = reinterpret_cast<void *>(1);
+    EXPECT_EQ(sl_net_unpack_to_handle(message.data(), static_cast<uint32_t>(message.size()), &copy), 0);
+    EXPECT_EQ(copy, nullptr);
+    EXPECT_EQ(err_get_error_code(0), ERR_MSG_CRC);
+
+    struct Case {
+        std::vector<std::pair<uint16_t, int32_t>> fields;
+        uint32_t error;
+    };
+    const std::vector<Case> cases = {
+        {{{0, 1}, {11, 0}}, ERR_NET_INCNST},  // a code beyond the session's fields
+        {{{2, 5}}, ERR_NET_BADPROT},
+        {{{1, 3}}, ERR_NET_BADIO},
+        {{{0, 2}}, ERR_NET_INCNST},           // a state that is neither
+    };
+    for (const Case &c : cases) {
+        err_clear_error_stack();
+        const std::vector<unsigned char> bad = message_of(c.fields);
+        copy = reinterpret_cast<void *>(1);
+        EXPECT_EQ(sl_net_unpack_to_handle(bad.data(), static_cast<uint32_t>(bad.size()), &copy), 0);
+        EXPECT_EQ(copy, nullptr);
+        EXPECT_EQ(err_get_error_code(0), c.error) << err_get_error_msg();
+    }
+    // A port written as an int is the wrong type for its code.
+    err_clear_error_stack();
+    const std::vector<unsigned char> mistyped = message_of({{3, 80}});
+    EXPECT_EQ(sl_net_unpack_to_handle(mistyped.data(), static_cast<uint32_t>(mistyped.size()), &copy), 0);
+    EXPECT_EQ(copy, nullptr);
+}
+
+// ---- Socket files --------------------------------------------------------------------------
+
+std::string temp_name(const char *leaf) { return ::testing::TempDir() + "vq_sl_net_" + leaf; }
+
+uint32_t this_process() {
+#ifdef _WIN32
+    return static_cast<uint32_t>(GetCurrentProcessId());
+#else
+    return static_cast<uint32_t>(getpid());
+#endif
+}
+
+void write_file(const std::string &name, const std::string &bytes) {
+    std::FILE *file = std::fopen(name.c_str(), "wb");
+    ASSERT_NE(file, nullptr);
+    ASSERT_EQ(std::fwrite(bytes.data(), 1, bytes.size(), file), bytes.size());
+    ASSERT_EQ(std::fclose(file), 0);
+}
+
+long file_size(const std::string &name) {
+    std::FILE *file = std::fopen(name.c_str(), "rb");
+    if (file == nullptr) {
+        return -1;
+    }
+    std::fseek(file, 0, SEEK_END);
+    const long size = std::ftell(file);
+    std::fclose(file);
+    return size;
+}
+
+TEST_F(SlNet, ASocketTakenFromAFileWorksInAnotherSession) {
+    Connection c;
+    const std::string file = temp_name("own.sock");
+    ASSERT_EQ(sl_net_save_socket_for_process(c.server, this_process(), file.c_str()), 1) << err_get_error_msg();
+    EXPECT_EQ(file_size(file), SL_NET_SOCKET_FILE_SIZE);
+    sl_net_socket socket = SL_NET_NO_SOCKET;
+    ASSERT_EQ(sl_net_get_socket_from_file(&socket, file.c_str()), 1) << err_get_error_msg();
+    void *adopter = new_session();
+    ASSERT_EQ(sl_net_override_socket(adopter, socket), 1);
+    EXPECT_EQ(sl_net_is_active(adopter), 1);
+    // The session that handed its socket over closes its own without ending
+    // the connection for the one that took it.
+    free_session(c.server);
+
+    ASSERT_EQ(sl_net_send(c.client, "adopted", 7, nullptr), 1);
+    char got[7];
+    ASSERT_EQ(sl_net_recv(adopter, got, 7, nullptr), 1) << err_get_error_msg();
+    EXPECT_EQ(std::memcmp(got, "adopted", 7), 0);
+    ASSERT_EQ(sl_net_send(adopter, "back", 4, nullptr), 1) << err_get_error_msg();
+    ASSERT_EQ(sl_net_recv(c.client, got, 4, nullptr), 1) << err_get_error_msg();
+    EXPECT_EQ(std::memcmp(got, "back", 4), 0);
+    free_session(adopter);
+    std::remove(file.c_str());
+}
+
+TEST_F(SlNet, SocketFilesOfTheWrongSizeOrKindAreRefused) {
+    sl_net_socket socket = SL_NET_NO_SOCKET;
+    const std::string missing = temp_name("missing.sock");
+    std::remove(missing.c_str());
+    EXPECT_EQ(sl_net_get_socket_from_file(&socket, missing.c_str()), 0);
+    EXPECT_EQ(stack_codes(), (std::vector<uint32_t>{ERR_FIL_READ, ERR_SYS_ERRMSG}));
+    EXPECT_NE(std::string(err_get_error_text(0)).find(missing), std::string::npos);
+
+    for (size_t size : {size_t{0}, size_t{SL_NET_SOCKET_FILE_SIZE - 1}, size_t{SL_NET_SOCKET_FILE_SIZE + 1}}) {
+        err_clear_error_stack();
+        const std::string name = temp_name("sized.sock");
+        write_file(name, std::string(size, '\0'));
+        EXPECT_EQ(sl_net_get_socket_from_file(&socket, name.c_str()), 0) << size;
+        EXPECT_EQ(err_get_error_code(0), ERR_FIL_READ) << size;
+        std::remove(name.c_str());
+    }
+    err_clear_error_stack();
+    EXPECT_EQ(sl_net_get_socket_from_file(&socket, ::testing::TempDir().c_str()), 0);
+    EXPECT_EQ(err_get_error_code(0), ERR_FIL_READ);
+
+    // The right size, but nothing a socket can be made of.
+    err_clear_error_stack();
+    const std::string junk = temp_name("junk.sock");
+    write_file(junk, std::string(SL_NET_SOCKET_FILE_SIZE, 'j'));
+    EXPECT_EQ(sl_net_get_socket_from_file(&socket, junk.c_str()), 0);
+    EXPECT_EQ(stack_codes(), (std::vector<uint32_t>{ERR_NET_CRESOCK, ERR_SYS_ERRMSG}));
+    std::remove(junk.c_str());
+    EXPECT_EQ(socket, SL_NET_NO_SOCKET);
+
+    // A file that cannot be created leaves nothing behind.
+    Connection c;
+    err_clear_error_stack();
+    const std::string nowhere = temp_name("no-such-dir/x.sock");
+    EXPECT_EQ(sl_net_save_socket_for_process(c.server, this_process(), nowhere.c_str()), 0);
+    EXPECT_EQ(err_get_error_code(0), ERR_SYS_ERRMSG);
+    EXPECT_EQ(file_size(nowhere), -1);
+    void *unconnected = new_session();
+    EXPECT_EQ(sl_net_save_socket_for_process(unconnected, this_process(), temp_name("none.sock").c_str()), 0);
+    EXPECT_EQ(err_get_error_code(0), ERR_NET_NOTACT);
+    free_session(unconnected);
+}
+
+#ifndef _WIN32
+TEST_F(SlNet, SocketFileOfAClosedSocketIsRefusedOnPosix) {
+    const std::string file = temp_name("closed.sock");
+    {
+        Connection c;
+        ASSERT_EQ(sl_net_save_socket_for_process(c.server, this_process(), file.c_str()), 1) << err_get_error_msg();
+    }
+    // The descriptor the file names is closed now, or (reused since) no
+    // longer the same socket.
+    sl_net_socket socket = SL_NET_NO_SOCKET;
+    EXPECT_EQ(sl_net_get_socket_from_file(&socket, file.c_str()), 0);
+    EXPECT_EQ(stack_codes(), (std::vector<uint32_t>{ERR_NET_CRESOCK, ERR_SYS_ERRMSG}));
+    std::remove(file.c_str());
+}
+#endif
+
+// Starts the handover child on a socket file; the POSIX child inherits the
+// socket, so the file is saved before it starts; the Windows child is
+// started suspended so that the file can name its process id first.
+class Child {
+public:
+    bool start(void *session, const std::string &file) {
+#ifdef _WIN32
+        std::string line = std::string("\"") + VQ_NET_SOCKET_CHILD + "\" \"" + file + "\"";
+        STARTUPINFOA startup{};
+        startup.cb = sizeof startup;
+        if (!CreateProcessA(nullptr, line.data(), nullptr, nullptr, FALSE, CREATE_SUSPENDED, nullptr, nullptr,
+                            &startup, &process_)) {
+            return false;
+        }
+        const bool saved = sl_net_save_socket_for_process(session, process_.dwProcessId, file.c_str()) == 1;
+        ResumeThread(process_.hThread);
+        return saved;
+#else
+        if (sl_net_save_socket_for_process(session, 0, file.c_str()) != 1) {
+            return false;
+        }
+        std::string path = VQ_NET_SOCKET_CHILD;
+        std::string argument = file;
+        char *argv[] = {path.data(), argument.data(), nullptr};
+        return posix_spawn(&pid_, path.c_str(), nullptr, nullptr, argv, environ) == 0;
+#endif
+    }
+
+    // The child's exit status, once it has ended.
+    int wait() {
+#ifdef _WIN32
+        WaitForSingleObject(process_.hProcess, INFINITE);
+        DWORD code = 1;
+        GetExitCodeProcess(process_.hProcess, &code);
+        CloseHandle(process_.hThread);
+        CloseHandle(process_.hProcess);
+        return static_cast<int>(code);
+#else
+        int status = 0;
+        if (waitpid(pid_, &status, 0) != pid_ || !WIFEXITED(status)) {
+            return -1;
+        }
+        return WEXITSTATUS(status);
+#endif
+    }
+
+private:
+#ifdef _WIN32
+    PROCESS_INFORMATION process_{};
+#else
+    pid_t pid_ = -1;
+#endif
+};
+
+TEST_F(SlNet, AChildProcessTakesTheSocketOverFromAFile) {
+    Connection c;
+    const std::string file = temp_name("child.sock");
+    Child child;
+    ASSERT_TRUE(child.start(c.server, file)) << err_get_error_msg();
+    // The parent lets go of its end; the child's hold keeps it open.
+    free_session(c.server);
+
+    char ready[11];
+    ASSERT_EQ(sl_net_recv(c.client, ready, 11, nullptr), 1) << err_get_error_msg();
+    EXPECT_EQ(std::string(ready, 11), "child:ready");
+    ASSERT_EQ(sl_net_send(c.client, "ping!", 5, nullptr), 1);
+    char answer[10];
+    ASSERT_EQ(sl_net_recv(c.client, answer, 10, nullptr), 1) << err_get_error_msg();
+    EXPECT_EQ(std::string(answer, 10), "pong:ping!");
+    EXPECT_EQ(child.wait(), 0);
+    // With the child gone nobody holds the other end any more.
+    char more;
+    EXPECT_EQ(sl_net_recv(c.client, &more, 1, nullptr), 0);
+    EXPECT_EQ(err_get_error_code(0), ERR_NET_RECV);
+    std::remove(file.c_str());
 }
 
 }  // namespace
