@@ -7,7 +7,6 @@
 #include <gtest/gtest.h>
 
 #ifdef _WIN32
-#include <winsock2.h>
 #include <windows.h>
 #else
 #include <spawn.h>
