@@ -1,0 +1,616 @@
+// Network sessions and typed messages against raw TCP over the loopback
+// interface, both sides in this process on two threads:
+//  - one large file: the library sends it as an attachment (slm_set_att +
+//    slm_send) and the receiver writes it with slm_recv into a temporary
+//    directory on the same file system as the source; the peer copies the
+//    same file with read() + send() and recv() + write() through the same
+//    32 KiB buffer. Both received files are checked for size and CRC.
+//  - round trips of small messages (10 elements, no attachment): the client
+//    sends, the server answers with a message of the same shape; the peer
+//    moves exactly the same bytes in the same number of send and recv calls
+//    (10-byte header, then the body) and compares what it gets.
+// The file size is VQ_NET_BENCH_BYTES (default 1 GiB), the directory
+// VQ_NET_BENCH_DIR (default: the system's temporary directory). Besides
+// Google Benchmark's table, a summary gives MB/s, the library's share of
+// the peer's speed and the process CPU time (all threads) per GiB.
+#include <arpa/inet.h>
+#include <benchmark/benchmark.h>
+#include <fcntl.h>
+#include <netinet/in.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <map>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "vq_glob/err.h"
+#include "vq_glob/hash.h"
+#include "vq_glob/sl_net.h"
+#include "vq_glob/slm.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using Bytes = std::vector<unsigned char>;
+
+constexpr size_t kBufferSize = 32768;
+constexpr double kGiB = 1024.0 * 1024.0 * 1024.0;
+
+[[noreturn]] void die(const std::string &what) {
+    std::fprintf(stderr, "sl_net_bench: %s\n%s\n", what.c_str(), err_get_error_msg());
+    std::abort();
+}
+
+uint64_t file_size_setting() {
+    const char *text = std::getenv("VQ_NET_BENCH_BYTES");
+    if (text == nullptr || *text == '\0') {
+        return uint64_t{1} << 30;
+    }
+    char *end = nullptr;
+    const unsigned long long value = std::strtoull(text, &end, 10);
+    if (*end != '\0' || value == 0) {
+        die(std::string("VQ_NET_BENCH_BYTES is not a positive number: ") + text);
+    }
+    return value;
+}
+
+// The directory of the source and received files, removed at the end of main.
+fs::path work_dir() {
+    static const fs::path dir = [] {
+        const char *text = std::getenv("VQ_NET_BENCH_DIR");
+        fs::path d = (text != nullptr && *text != '\0') ? fs::path(text) : fs::temp_directory_path();
+        d /= "vq_sl_net_bench_" + std::to_string(getpid());
+        fs::create_directories(d / "received");
+        return d;
+    }();
+    return dir;
+}
+
+double process_cpu_seconds() {
+    rusage usage{};
+    getrusage(RUSAGE_SELF, &usage);
+    return static_cast<double>(usage.ru_utime.tv_sec + usage.ru_stime.tv_sec) +
+           static_cast<double>(usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) / 1e6;
+}
+
+struct FileCheck {
+    uint64_t size = 0;
+    uint32_t crc = 0;
+    bool operator==(const FileCheck &) const = default;
+};
+
+FileCheck check_file(const fs::path &path) {
+    const int fd = ::open(path.c_str(), O_RDONLY);
+    if (fd < 0) {
+        die("cannot open " + path.string());
+    }
+    Bytes buffer(1 << 20);
+    FileCheck result;
+    updcrc(nullptr, 0);
+    for (ssize_t n; (n = ::read(fd, buffer.data(), buffer.size())) > 0;) {
+        result.crc = updcrc(buffer.data(), static_cast<uint32_t>(n));
+        result.size += static_cast<uint64_t>(n);
+    }
+    ::close(fd);
+    return result;
+}
+
+// The source file, written once, and what its receivers must end up with.
+const fs::path &source_file() {
+    static const fs::path path = [] {
+        fs::path p = work_dir() / "source.bin";
+        const int fd = ::open(p.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+        Bytes block(1 << 20);
+        uint32_t x = 12345;
+        for (uint64_t left = file_size_setting(); left > 0;) {
+            for (auto &b : block) {
+                x = x * 1103515245u + 12345u;
+                b = static_cast<unsigned char>(x >> 16);
+            }
+            const size_t n = static_cast<size_t>(std::min<uint64_t>(left, block.size()));
+            if (fd < 0 || ::write(fd, block.data(), n) != static_cast<ssize_t>(n)) {
+                die("cannot write " + p.string());
+            }
+            left -= n;
+        }
+        ::close(fd);
+        return p;
+    }();
+    return path;
+}
+
+const FileCheck &source_check() {
+    static const FileCheck check = check_file(source_file());
+    return check;
+}
+
+// Wall and process CPU time of the measured stretches only (the checks of
+// the results between them are left out).
+class Stopwatch {
+public:
+    void start() {
+        wall_start_ = std::chrono::steady_clock::now();
+        cpu_start_ = process_cpu_seconds();
+    }
+    void stop() {
+        wall_ += std::chrono::duration<double>(std::chrono::steady_clock::now() - wall_start_).count();
+        cpu_ += process_cpu_seconds() - cpu_start_;
+    }
+    double wall() const { return wall_; }
+    double cpu() const { return cpu_; }
+
+private:
+    std::chrono::steady_clock::time_point wall_start_;
+    double cpu_start_ = 0;
+    double wall_ = 0;
+    double cpu_ = 0;
+};
+
+// Figures for the summary: the rate (MB/s or round trips/s) and the CPU time
+// per unit (GiB or round trip), by benchmark.
+struct Figures {
+    double rate = 0;
+    double cpu_per_unit = 0;
+};
+std::map<std::string, Figures> g_figures;
+
+void record_file(benchmark::State &state, const std::string &name, uint64_t bytes, const Stopwatch &watch) {
+    Figures f{static_cast<double>(bytes) / 1e6 / watch.wall(), watch.cpu() / (static_cast<double>(bytes) / kGiB)};
+    g_figures[name] = f;
+    state.SetBytesProcessed(static_cast<int64_t>(bytes));
+    state.counters["cpu_s_per_GiB"] = f.cpu_per_unit;
+}
+
+void record_round_trips(benchmark::State &state, const std::string &name, const Stopwatch &watch) {
+    const auto trips = static_cast<double>(state.iterations());
+    Figures f{trips / watch.wall(), watch.cpu() / trips * 1e6};
+    g_figures[name] = f;
+    state.counters["round_trips_per_s"] = f.rate;
+    state.counters["cpu_us_per_round_trip"] = f.cpu_per_unit;
+}
+
+// ---- Library sessions ---------------------------------------------------------------
+
+// A listening session on 127.0.0.1 and a port of the system's choosing.
+struct Listener {
+    void *session = nullptr;
+    uint16_t port = 0;
+
+    Listener() {
+        if (sl_net_allocate_handle(SL_NET_TCP, &session) != 1 || sl_net_bind(session, "127.0.0.1", 0) != 1 ||
+            sl_net_listen(session, 4) != 1 || sl_net_get_local_port(session, &port) != 1) {
+            die("listen");
+        }
+    }
+    ~Listener() { sl_net_free_handle(&session); }
+
+    void *accept() const {
+        void *accepted = nullptr;
+        if (sl_net_accept(session, &accepted) != 1) {
+            die("accept");
+        }
+        return accepted;
+    }
+};
+
+void *library_connect(uint16_t port) {
+    void *session = nullptr;
+    const sl_net_remote_info info{"127.0.0.1", nullptr, port};
+    if (sl_net_allocate_handle(SL_NET_TCP, &session) != 1 || sl_net_set_remote_info(session, 0, &info) != 1 ||
+        sl_net_connect(session) != 1) {
+        die("connect");
+    }
+    return session;
+}
+
+// Receives one message with one attachment and returns the file it went to.
+fs::path library_receive_file(void *session) {
+    void *message = nullptr;
+    if (slm_allocate_handle(&message) != 1 || slm_set_temp_dir(message, (work_dir() / "received").c_str()) != 1 ||
+        slm_recv(message, session) != 1) {
+        die("slm_recv");
+    }
+    char *name = nullptr;
+    int32_t binary = 0;
+    if (slm_get_att(message, 1, &name, &binary) != 1 || name == nullptr || binary != 1) {
+        die("slm_get_att");
+    }
+    fs::path path = name;
+    std::free(name);
+    slm_free_handle(&message);
+    return path;
+}
+
+void BM_slm_send_file(benchmark::State &state) {
+    const fs::path &source = source_file();
+    const FileCheck &expected = source_check();
+    Listener listener;
+    Stopwatch watch;
+    for (auto _ : state) {
+        watch.start();
+        fs::path received;
+        std::thread receiver([&] {
+            void *session = listener.accept();
+            received = library_receive_file(session);
+            sl_net_free_handle(&session);
+        });
+        void *session = library_connect(listener.port);
+        void *message = nullptr;
+        if (slm_allocate_handle(&message) != 1 || slm_set_att(message, 1, source.c_str(), 1) != 1 ||
+            slm_send(message, session, 1) != 1) {
+            die("slm_send");
+        }
+        slm_free_handle(&message);
+        receiver.join();
+        sl_net_free_handle(&session);
+        watch.stop();
+        state.PauseTiming();
+        if (!(check_file(received) == expected)) {
+            die("the received file differs from the source: " + received.string());
+        }
+        fs::remove(received);
+        state.ResumeTiming();
+    }
+    record_file(state, "file: library", state.iterations() * expected.size, watch);
+}
+
+// ---- Raw TCP --------------------------------------------------------------------------
+
+int raw_listen(uint16_t &port) {
+    const int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    const int one = 1;
+    setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &one, sizeof one);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t length = sizeof address;
+    if (fd < 0 || ::bind(fd, reinterpret_cast<sockaddr *>(&address), sizeof address) != 0 || ::listen(fd, 4) != 0 ||
+        getsockname(fd, reinterpret_cast<sockaddr *>(&address), &length) != 0) {
+        die("raw listen");
+    }
+    port = ntohs(address.sin_port);
+    return fd;
+}
+
+int raw_connect(uint16_t port) {
+    const int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    address.sin_port = htons(port);
+    if (fd < 0 || ::connect(fd, reinterpret_cast<sockaddr *>(&address), sizeof address) != 0) {
+        die("raw connect");
+    }
+    return fd;
+}
+
+void send_all(int fd, const unsigned char *data, size_t length) {
+    while (length > 0) {
+        const ssize_t n = ::send(fd, data, length, MSG_NOSIGNAL);
+        if (n <= 0) {
+            die("raw send");
+        }
+        data += n;
+        length -= static_cast<size_t>(n);
+    }
+}
+
+void recv_all(int fd, unsigned char *data, size_t length) {
+    while (length > 0) {
+        const ssize_t n = ::recv(fd, data, length, 0);
+        if (n <= 0) {
+            die("raw recv");
+        }
+        data += n;
+        length -= static_cast<size_t>(n);
+    }
+}
+
+void raw_receive_file(int fd, const fs::path &path) {
+    const int out = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+    Bytes buffer(kBufferSize);
+    for (ssize_t n; (n = ::recv(fd, buffer.data(), buffer.size(), 0)) > 0;) {
+        if (out < 0 || ::write(out, buffer.data(), static_cast<size_t>(n)) != n) {
+            die("raw write");
+        }
+    }
+    ::close(out);
+}
+
+void raw_send_file(int fd, const fs::path &path) {
+    const int in = ::open(path.c_str(), O_RDONLY);
+    Bytes buffer(kBufferSize);
+    for (ssize_t n; (n = ::read(in, buffer.data(), buffer.size())) > 0;) {
+        send_all(fd, buffer.data(), static_cast<size_t>(n));
+    }
+    ::close(in);
+}
+
+void BM_raw_tcp_send_file(benchmark::State &state) {
+    const fs::path &source = source_file();
+    const FileCheck &expected = source_check();
+    uint16_t port = 0;
+    const int listener = raw_listen(port);
+    const fs::path received = work_dir() / "received" / "raw.bin";
+    Stopwatch watch;
+    for (auto _ : state) {
+        watch.start();
+        std::thread receiver([&] {
+            const int fd = ::accept(listener, nullptr, nullptr);
+            raw_receive_file(fd, received);
+            ::close(fd);
+        });
+        const int fd = raw_connect(port);
+        raw_send_file(fd, source);
+        ::shutdown(fd, SHUT_WR);
+        receiver.join();
+        ::close(fd);
+        watch.stop();
+        state.PauseTiming();
+        if (!(check_file(received) == expected)) {
+            die("the raw copy differs from the source");
+        }
+        fs::remove(received);
+        state.ResumeTiming();
+    }
+    ::close(listener);
+    record_file(state, "file: raw TCP", state.iterations() * expected.size, watch);
+}
+
+// ---- Round trips of small messages ----------------------------------------------------
+
+constexpr int32_t kStop = -1;
+
+// The 10 elements of a request (or, with answer set, of an answer) for
+// round trip number trip.
+void write_small(void *message, int32_t trip, bool answer) {
+    static const unsigned char kBlob[16] = {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16};
+    if (slm_init_handle(message) != 1 || slm_set_int(message, 1, trip) != 1 ||
+        slm_set_int(message, 2, answer ? 200 : 100) != 1 || slm_set_short(message, 3, 7) != 1 ||
+        slm_set_bool(message, 4, answer ? 1 : 0) != 1 ||
+        slm_set_string(message, 5, answer ? "answer from the server" : "request of the client") != 1 ||
+        slm_set_string(message, 6, "vq_glob") != 1 || slm_set_int(message, 7, 123456789) != 1 ||
+        slm_set_short(message, 8, -2) != 1 || slm_set_void(message, 9, kBlob, sizeof kBlob) != 1 ||
+        slm_set_int(message, 10, trip ^ 0x5A5A) != 1) {
+        die("writing a small message");
+    }
+}
+
+// Reads the 10 elements back and checks them against write_small's; returns
+// the round trip number.
+int32_t read_small(void *message, bool answer) {
+    int32_t trip = 0;
+    int32_t kind = 0;
+    int16_t s3 = 0;
+    int32_t b4 = 0;
+    char text5[32];
+    char text6[16];
+    int32_t i7 = 0;
+    int16_t s8 = 0;
+    void *blob = nullptr;
+    uint32_t blob_length = 0;
+    int32_t check = 0;
+    if (slm_get_int_by_code(message, 1, &trip) != 1 || slm_get_int_by_code(message, 2, &kind) != 1) {
+        die("reading a small message");
+    }
+    if (trip == kStop) {
+        return trip;
+    }
+    if (slm_get_short_by_code(message, 3, &s3) != 1 || slm_get_bool_by_code(message, 4, &b4) != 1 ||
+        slm_get_string_noalloc_by_code(message, 5, text5, sizeof text5) != 1 ||
+        slm_get_string_noalloc_by_code(message, 6, text6, sizeof text6) != 1 ||
+        slm_get_int_by_code(message, 7, &i7) != 1 || slm_get_short_by_code(message, 8, &s8) != 1 ||
+        slm_verify_type(message, 9) != 1 || slm_get_void(message, &blob, &blob_length) != 1 ||
+        slm_get_int_by_code(message, 10, &check) != 1) {
+        die("reading a small message");
+    }
+    if (kind != (answer ? 200 : 100) || s3 != 7 || b4 != (answer ? 1 : 0) || i7 != 123456789 || s8 != -2 ||
+        blob_length != 16 || check != (trip ^ 0x5A5A) ||
+        std::strcmp(text5, answer ? "answer from the server" : "request of the client") != 0 ||
+        std::strcmp(text6, "vq_glob") != 0) {
+        die("a small message arrived changed");
+    }
+    return trip;
+}
+
+void BM_slm_round_trip(benchmark::State &state) {
+    Listener listener;
+    std::thread server([&] {
+        void *session = listener.accept();
+        void *request = nullptr;
+        void *answer = nullptr;
+        if (slm_allocate_handle(&request) != 1 || slm_allocate_handle(&answer) != 1) {
+            die("server handles");
+        }
+        for (;;) {
+            if (slm_recv(request, session) != 1) {
+                die("server slm_recv");
+            }
+            const int32_t trip = read_small(request, false);
+            if (trip == kStop) {
+                break;
+            }
+            write_small(answer, trip, true);
+            if (slm_send(answer, session, 1) != 1) {
+                die("server slm_send");
+            }
+        }
+        slm_free_handle(&request);
+        slm_free_handle(&answer);
+        sl_net_free_handle(&session);
+    });
+    void *session = library_connect(listener.port);
+    void *request = nullptr;
+    void *answer = nullptr;
+    if (slm_allocate_handle(&request) != 1 || slm_allocate_handle(&answer) != 1) {
+        die("client handles");
+    }
+    Stopwatch watch;
+    watch.start();
+    int32_t trip = 0;
+    for (auto _ : state) {
+        write_small(request, trip, false);
+        if (slm_send(request, session, 1) != 1 || slm_recv(answer, session) != 1) {
+            die("client round trip");
+        }
+        if (read_small(answer, true) != trip) {
+            die("an answer to another request");
+        }
+        ++trip;
+    }
+    watch.stop();
+    write_small(request, kStop, false);
+    if (slm_send(request, session, 1) != 1) {
+        die("stop");
+    }
+    server.join();
+    slm_free_handle(&request);
+    slm_free_handle(&answer);
+    sl_net_free_handle(&session);
+    record_round_trips(state, "round trip: library", watch);
+}
+
+// A whole message as the library puts it on the wire: the 10-byte part
+// header and the signed body, taken from the library's own writer. The
+// library sends a part's header and data with one send and receives the
+// header, then the data: the peer does the same.
+struct Wire {
+    Bytes header;
+    Bytes body;
+    Bytes part;  // header and body together, as sent
+};
+
+Wire small_on_wire(bool answer) {
+    void *message = nullptr;
+    if (slm_allocate_handle(&message) != 1) {
+        die("wire handle");
+    }
+    write_small(message, 0, answer);
+    void *data = nullptr;
+    uint32_t size = 0;
+    if (slm_insert_code(message, static_cast<uint16_t>(SLM_END_CODE)) != 1 || slm_sign_message(message) != 1 ||
+        slm_get_message_ptr(message, &data) != 1 || slm_get_size(message, &size) != 1) {
+        die("wire message");
+    }
+    Wire wire;
+    wire.body.assign(static_cast<unsigned char *>(data), static_cast<unsigned char *>(data) + size);
+    wire.header = {0, SLM_MSG_SIZE_CODE, static_cast<unsigned char>(size >> 24), static_cast<unsigned char>(size >> 16),
+                   static_cast<unsigned char>(size >> 8), static_cast<unsigned char>(size), 0, SLM_LAST_MSG_CODE, 0,
+                   SLM_PART_BODY_LAST};
+    wire.part = wire.header;
+    wire.part.insert(wire.part.end(), wire.body.begin(), wire.body.end());
+    slm_free_handle(&message);
+    return wire;
+}
+
+void raw_send_message(int fd, const Wire &wire, Bytes &scratch) {
+    // The copy into one buffer is what the library does to send a part with
+    // one call.
+    std::memcpy(scratch.data(), wire.part.data(), wire.part.size());
+    send_all(fd, scratch.data(), wire.part.size());
+}
+
+// Receives the other side's message (header, then body) and checks it byte
+// for byte; false when the peer has closed instead.
+bool raw_recv_message(int fd, const Wire &expected, Bytes &header, Bytes &body) {
+    const ssize_t first = ::recv(fd, header.data(), header.size(), MSG_WAITALL);
+    if (first == 0) {
+        return false;
+    }
+    if (first != static_cast<ssize_t>(header.size())) {
+        die("raw header");
+    }
+    recv_all(fd, body.data(), body.size());
+    if (header != expected.header || body != expected.body) {
+        die("a raw message arrived changed");
+    }
+    return true;
+}
+
+void BM_raw_tcp_round_trip(benchmark::State &state) {
+    const Wire request = small_on_wire(false);
+    const Wire answer = small_on_wire(true);
+    uint16_t port = 0;
+    const int listener = raw_listen(port);
+    std::thread server([&] {
+        const int fd = ::accept(listener, nullptr, nullptr);
+        Bytes header(SLM_PART_HEADER_SIZE);
+        Bytes body(request.body.size());
+        Bytes scratch(answer.part.size());
+        while (raw_recv_message(fd, request, header, body)) {
+            raw_send_message(fd, answer, scratch);
+        }
+        ::close(fd);
+    });
+    const int fd = raw_connect(port);
+    Bytes header(SLM_PART_HEADER_SIZE);
+    Bytes body(answer.body.size());
+    Bytes scratch(request.part.size());
+    Stopwatch watch;
+    watch.start();
+    for (auto _ : state) {
+        raw_send_message(fd, request, scratch);
+        if (!raw_recv_message(fd, answer, header, body)) {
+            die("the raw server closed");
+        }
+    }
+    watch.stop();
+    ::shutdown(fd, SHUT_WR);
+    server.join();
+    ::close(fd);
+    ::close(listener);
+    record_round_trips(state, "round trip: raw TCP", watch);
+}
+
+void print_summary() {
+    const auto ratio = [](const char *library, const char *peer) {
+        const auto a = g_figures.find(library);
+        const auto b = g_figures.find(peer);
+        return a == g_figures.end() || b == g_figures.end() || b->second.rate == 0 ? 0.0
+                                                                                   : a->second.rate / b->second.rate;
+    };
+    std::printf("\n%-22s %14s %16s\n", "", "rate", "CPU per unit");
+    for (const auto &[name, f] : g_figures) {
+        const bool file = name.rfind("file", 0) == 0;
+        std::printf("%-22s %10.1f %-5s %10.3f %s\n", name.c_str(), f.rate, file ? "MB/s" : "rt/s",
+                    f.cpu_per_unit, file ? "s/GiB" : "us/rt");
+    }
+    std::printf("file: library / raw TCP       %.3f\n", ratio("file: library", "file: raw TCP"));
+    std::printf("round trip: library / raw TCP %.3f\n", ratio("round trip: library", "round trip: raw TCP"));
+    std::printf("(file of %llu bytes)\n", static_cast<unsigned long long>(file_size_setting()));
+}
+
+}  // namespace
+
+// The large file goes a fixed number of times (a run of 1 GiB takes seconds);
+// the round trips as many times as Google Benchmark decides.
+BENCHMARK(BM_slm_send_file)->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(3);
+BENCHMARK(BM_raw_tcp_send_file)->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(3);
+BENCHMARK(BM_slm_round_trip)->UseRealTime();
+BENCHMARK(BM_raw_tcp_round_trip)->UseRealTime();
+
+int main(int argc, char **argv) {
+    if (sl_net_init() != 1) {
+        die("sl_net_init");
+    }
+    benchmark::Initialize(&argc, argv);
+    if (benchmark::ReportUnrecognizedArguments(argc, argv)) {
+        return 1;
+    }
+    benchmark::RunSpecifiedBenchmarks();
+    benchmark::Shutdown();
+    print_summary();
+    fs::remove_all(work_dir());
+    sl_net_clean();
+    return 0;
+}
