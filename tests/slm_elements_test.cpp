@@ -92,7 +92,9 @@ class Reader {
 public:
     explicit Reader(const Bytes &body)
         : block_(static_cast<unsigned char *>(std::malloc(body.empty() ? 1 : body.size()))) {
-        std::memcpy(block_, body.data(), body.size());
+        if (!body.empty()) {
+            std::memcpy(block_, body.data(), body.size());
+        }
         ok_ = slm_read_message_to_handle(&h_, block_, static_cast<uint32_t>(body.size())) == 1;
     }
     ~Reader() {
@@ -301,6 +303,18 @@ TEST(SlmWriters, WritingAWrappedBodyLeavesTheCallersBytesAlone) {
     EXPECT_EQ(slm_get_int_by_code(again.get(), 2, &value), 1);
     EXPECT_EQ(value, 22);
     slm_free_handle(&h);
+}
+
+TEST(SlmReaders, AnyNonZeroBoolByteReadsAsOne) {
+    Bytes body = body_of({0, 1, SLM_TYPE_BOOL, 0x80, 0, 2, SLM_TYPE_BOOL, 0});
+    sign(body);
+    Reader r(body);
+    ASSERT_TRUE(r.ok());
+    int32_t value = -1;
+    ASSERT_EQ(slm_get_bool_by_code(r.get(), 1, &value), 1);
+    EXPECT_EQ(value, 1);
+    ASSERT_EQ(slm_get_bool_by_code(r.get(), 2, &value), 1);
+    EXPECT_EQ(value, 0);
 }
 
 TEST(SlmReaders, InitRewindsAWrappedBody) {

@@ -224,7 +224,7 @@ bool read_bool(Handle &h, int32_t &value) {
     if (p == nullptr) {
         return false;
     }
-    value = *p;
+    value = *p != 0 ? 1 : 0;  // as the writer: any non-zero byte is true
     step_over_fixed(h, SLM_TYPE_BOOL);
     return true;
 }
