@@ -31,8 +31,6 @@
 namespace vq::slm {
 namespace {
 
-using raise::Report;
-
 constexpr uint32_t kCodeSize = 2;
 constexpr uint32_t kTypeSize = 1;
 constexpr uint32_t kLengthSize = 4;
@@ -55,8 +53,8 @@ int malformed(const char *what) {
     return 0;
 }
 
-int type_mismatch(uint8_t found, uint8_t expected) {
-    err_add_error(ERR_MSG_TYPMIS, static_cast<int>(found), static_cast<int>(expected));
+int type_mismatch(int found, int expected) {
+    err_add_error(ERR_MSG_TYPMIS, found, expected);
     return 0;
 }
 
@@ -127,11 +125,10 @@ int type_at_cursor(const Handle &h) {
 // The value of a fixed-size element of the expected type at the cursor, its
 // whole value inside the message; null with the error raised.
 const unsigned char *fixed_value(const Handle &h, uint8_t expected) {
-    if (left(h) < kTypeSize) {
-        malformed("element type missing");
+    const int found = type_at_cursor(h);
+    if (found < 0) {
         return nullptr;
     }
-    const uint8_t found = h.buffer[h.position];
     if (found != expected) {
         type_mismatch(found, expected);
         return nullptr;
@@ -150,10 +147,10 @@ struct Sized {
 };
 
 bool sized_value(const Handle &h, uint8_t expected, Sized &out) {
-    if (left(h) < kTypeSize) {
-        return malformed("element type missing") != 0;
+    const int found = type_at_cursor(h);
+    if (found < 0) {
+        return false;
     }
-    const uint8_t found = h.buffer[h.position];
     if (found != expected) {
         return type_mismatch(found, expected) != 0;
     }
@@ -279,11 +276,10 @@ bool read_string_into(Handle &h, char *buffer, uint32_t size) {
 // The attachment entry behind the reference element at the cursor, and
 // whether the element marks it binary; the cursor moves past the element.
 const Attachment *read_reference(Handle &h) {
-    if (left(h) < kTypeSize) {
-        malformed("element type missing");
+    const int found = type_at_cursor(h);
+    if (found < 0) {
         return nullptr;
     }
-    const uint8_t found = h.buffer[h.position];
     if (found != SLM_TYPE_TEXT_ATT && found != SLM_TYPE_BINARY_ATT) {
         type_mismatch(found, SLM_TYPE_TEXT_ATT);
         return nullptr;
