@@ -27,8 +27,13 @@
  *    the socket; any process the caller starts afterwards (under any user
  *    identity) inherits the descriptor, and reading the file there checks
  *    that the recorded descriptor is open, is a socket and is the same socket
- *    before returning a duplicate of it. The file layout is described at
- *    sl_net_save_socket_for_process. */
+ *    before returning a duplicate of it (close-on-exec; in a process other
+ *    than the one that saved it the inherited descriptor is closed, so the
+ *    socket moves rather than being held twice). The file layout is
+ *    described at sl_net_save_socket_for_process.
+ * Either way, once its socket is saved a session closes it without shutting
+ * the connection down, so that the parent can free its session while the
+ * other process goes on talking. */
 #ifndef VQ_GLOB_SL_NET_H
 #define VQ_GLOB_SL_NET_H
 
@@ -101,7 +106,8 @@ VQ_API int sl_net_resolve_service(const char *name, int32_t protocol, uint16_t *
  * flags 1, no socket. The caller frees it with sl_net_free_handle. Errors:
  * ERR_NET_BADPROT, ERR_NET_BADPTR for a null out pointer. */
 VQ_API int sl_net_allocate_handle(int32_t protocol, void **session);
-/* Shuts the socket down, closes it, frees the session and nulls *session. */
+/* Shuts the socket down (not after sl_net_save_socket_for_process), closes
+ * it, frees the session and nulls *session. */
 VQ_API int sl_net_free_handle(void **session);
 
 /* Setters of the session's fields: protocol 0 or 1 (ERR_NET_BADPROT), I/O
@@ -126,8 +132,10 @@ VQ_API int sl_net_set_remote_info(void *session, int32_t info_type, const sl_net
 
 /* Socket options of an active session (ERR_NET_NOTACT otherwise): the kernel
  * send and receive buffer sizes in bytes; the send and receive time-outs in
- * seconds (stored; when positive also set on the socket); no lingering on
- * close; address reuse. */
+ * seconds (stored; when positive also set on the socket, 0 or less takes the
+ * socket's own time-out away); no lingering on close; address reuse. A
+ * negative size or a refused option fails with the socket error and
+ * ERR_NET_BADPTR. */
 VQ_API int sl_net_set_send_buffer_size(void *session, int32_t bytes);
 VQ_API int sl_net_set_recv_buffer_size(void *session, int32_t bytes);
 VQ_API int sl_net_set_send_timeout(void *session, int32_t seconds);
@@ -163,15 +171,19 @@ VQ_API int sl_net_accept(void *listening, void **new_session);
  * Errors: ERR_NET_BADSESS, ERR_NET_NOTACT under ERR_NET_SEND. */
 VQ_API int sl_net_send(void *session, const void *buffer, int32_t length, int32_t *sent_or_null);
 /* Receives length bytes into buffer the same way. A synchronous receive that
- * finds the peer closed fails and leaves the session inactive. */
+ * finds the peer closed fails and leaves the session inactive. With the hook
+ * state on but no routine for the direction, both go by the I/O mode. */
 VQ_API int sl_net_recv(void *session, void *buffer, int32_t length, int32_t *received_or_null);
 /* Sends every byte, retrying would-block at once; fails with ERR_NET_SEND when
  * the send time-out passes without progress or on any other socket error. */
 VQ_API int sl_net_send_sync(void *session, const void *buffer, int32_t length, int32_t *sent_or_null);
 /* Receives every byte (or, with SL_NET_FLAG_PARTIAL_RECV, what the first
  * successful recv brings); fails with ERR_NET_RECV on a time-out without
- * progress, a socket error or a closed peer, and then leaves the session
- * inactive. */
+ * progress, a socket error or a closed peer (reported as the system's
+ * connection-reset error, a closed peer setting none of its own), and then
+ * leaves the session inactive. The socket's own receive time-out counts as
+ * no progress, so a silent peer ends the receive once the time-out passed.
+ * Both report the count moved so far, on failure too. */
 VQ_API int sl_net_recv_sync(void *session, void *buffer, int32_t length, int32_t *received_or_null);
 /* One send or recv of the whole length; would-block succeeds with 0 bytes. A
  * receive that finds the peer closed fails with nothing on the error stack
@@ -190,16 +202,22 @@ VQ_API int sl_net_recv_async(void *session, void *buffer, int32_t length, int32_
 VQ_API int sl_net_allocate_selection_group(void **group);
 VQ_API int sl_net_init_selection_group(void *group);
 VQ_API int sl_net_free_selection_group(void **group);
-/* Adds a session with its interest mask of SL_NET_EVENT_* bits; the member
- * table grows by 5 slots when full. */
+/* Adds a session with its interest mask of SL_NET_EVENT_* bits into the first
+ * free slot; the member table grows by 5 slots when full. A session already
+ * in the group only gets the new mask. */
 VQ_API int sl_net_add_to_selection_group(void *group, void *session, int32_t events);
 /* Removes a session from the group (a session not in it fails with
  * ERR_NET_BADSESS). */
 VQ_API int sl_net_remove_from_selection_group(void *group, void *session);
 VQ_API int sl_net_get_number_of_members(void *group, int32_t *count);
 /* Waits up to timeout_ms milliseconds (negative: without limit) for any
- * member's events; *ready is the number of sockets ready (0 on time-out).
- * Fails with ERR_NET_SELECT. */
+ * member's events; *ready is the number of members ready (0 on time-out),
+ * each counted once whatever its events, which is what get_next_event then
+ * hands out. Members without a socket are not watched, and a group with
+ * nothing to watch returns at once. At most 1024 members may wait for each
+ * kind of event (select's set size; POSIX waits with poll, which knows no
+ * limit on descriptor numbers); more fail with ERR_NET_SELECT, as does a
+ * failed wait. */
 VQ_API int sl_net_select(void *group, int32_t timeout_ms, int32_t *ready);
 /* Hands out the next ready member and its SL_NET_EVENT_* bits; *session is
  * NULL when every ready member has been reported. */
@@ -248,11 +266,24 @@ VQ_API int sl_net_pack_handle(void *session, void **buffer, uint32_t *length);
 VQ_API int sl_net_unpack_to_handle(const void *buffer, uint32_t length, void **session);
 /* Writes the socket file that lets process process_id take over the
  * session's socket (exactly SL_NET_SOCKET_FILE_SIZE bytes; ERR_FIL_WRITE on
- * a short write; the system's message when the file cannot be created). */
+ * a short write, and the file is removed again; the system's message when
+ * the file cannot be created; ERR_NET_NOTACT without a socket). On Windows
+ * the file is the WSAPROTOCOL_INFOA. On POSIX the socket stays open across
+ * exec in the processes the caller starts from now on, and the file is this
+ * record, numbers big-endian, the rest zero:
+ *   offset  0  4 bytes  magic "VQSK"
+ *   offset  4  4 bytes  layout version, 1
+ *   offset  8  4 bytes  descriptor number
+ *   offset 12  4 bytes  id of the saving process
+ *   offset 16  4 bytes  process_id as given
+ *   offset 20  8 bytes  st_dev of the socket
+ *   offset 28  8 bytes  st_ino of the socket */
 VQ_API int sl_net_save_socket_for_process(void *session, uint32_t process_id, const char *file_name);
-/* Reads exactly SL_NET_SOCKET_FILE_SIZE bytes of a socket file
- * (ERR_FIL_READ otherwise) and creates the process's own socket from it; the
- * caller owns *socket (sl_net_override_socket gives it to a session). */
+/* Reads exactly SL_NET_SOCKET_FILE_SIZE bytes of a regular socket file
+ * (ERR_FIL_READ otherwise, under the system's message when it cannot be
+ * opened) and creates the process's own socket from it (the socket error and
+ * ERR_NET_CRESOCK when the record names no socket this process can take);
+ * the caller owns *socket (sl_net_override_socket gives it to a session). */
 VQ_API int sl_net_get_socket_from_file(sl_net_socket *socket, const char *file_name);
 
 VQ_EXTERN_C_END
