@@ -54,7 +54,12 @@
  * existing file keeps unless the replace value is 1, or when times are
  * considered and the file on the target is newer (equal times are not
  * newer). slm_get_att_and_status tells where each attachment went and
- * whether it was written. A restart part drops the message received so far:
+ * whether it was written; an attachment refused by the target root or whose
+ * old file could not be deleted also leaves its reason (ERR_MSG_TGTROOT,
+ * ERR_MSG_ATTDEL) on the error stack, while the receive goes on and may
+ * still return 1. Text and binary attachments both travel byte for byte (no
+ * line-end translation on either side): the kind only decides the
+ * indications and the mode the receiver reports. A restart part drops the message received so far:
  * its temporary files are deleted, and the receive goes on with the next
  * message. A receive that fails (a broken or malformed message, a closed
  * peer, a time-out) deletes the temporary files of the message it was
@@ -206,7 +211,8 @@ VQ_API int slm_get_string(void *handle, char **text);
 VQ_API int slm_get_string_noalloc(void *handle, char *buffer, uint32_t size);
 /* *data points into the message (valid while the handle is), *length its size. */
 VQ_API int slm_get_void(void *handle, void **data, uint32_t *length);
-/* Steps over one element of any type. */
+/* Steps over the element whose code was just read (the cursor on its type
+ * byte), whatever its type; an unknown type fails with ERR_MSG_BADMSG. */
 VQ_API int slm_skip_element(void *handle);
 /* Reads a code and fails unless it is code. */
 VQ_API int slm_verify_type(void *handle, uint16_t code);
