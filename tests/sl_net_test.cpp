@@ -385,6 +385,22 @@ TEST_F(SlNet, SynchronousReceiveFromAClosedPeerLeavesTheSessionInactive) {
     EXPECT_EQ(stack_codes(), (std::vector<uint32_t>{ERR_NET_SEND, ERR_NET_NOTACT}));
 }
 
+TEST_F(SlNet, SendingToAClosedPeerFailsWithoutKillingTheProcess) {
+    Connection c;
+    free_session(c.server);
+    // The first bytes may still be taken into the send buffer; the peer's
+    // reset to them makes a later send fail (with EPIPE on POSIX, which
+    // must not come as a signal).
+    int result = 1;
+    int sends = 0;
+    while (result == 1) {
+        result = sl_net_send(c.client, "x", 1, nullptr);
+        ++sends;
+    }
+    EXPECT_GE(sends, 1);
+    EXPECT_EQ(stack_codes(), (std::vector<uint32_t>{ERR_NET_SEND, ERR_SYS_ERRMSG}));
+}
+
 TEST_F(SlNet, NonBlockingReceiveOfAClosedPeerFailsSilentlyAndKeepsTheState) {
     Connection c;
     ASSERT_EQ(sl_net_set_io_mode(c.client, SL_NET_IO_NON_BLOCKING), 1);
