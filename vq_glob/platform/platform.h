@@ -134,3 +134,4 @@ int32_t plat_mktime(struct tm *local, int64_t *seconds);
 #include "platform/fs.h"
 #include "platform/conf_io.h"
 #include "platform/net.h"
+#include "platform/spawn.h"
