@@ -481,8 +481,7 @@ TEST(PlatSpawn, OutputAndErrorGoToTheirOwnHandles) {
     close_handle(&output.read_end);
     close_handle(&error.read_end);
 
-    // Swapped: the caller's output handle as the child's error and the
-    // other way round; neither may overwrite the other on the way.
+    // One handle for both.
     Pipe both = make_pipe();
     request.std_output = both.write_end;
     request.std_error = both.write_end;
@@ -496,6 +495,34 @@ TEST(PlatSpawn, OutputAndErrorGoToTheirOwnHandles) {
     plat_child_release(&shared.child);
     close_handle(&both.read_end);
 }
+
+#ifndef _WIN32
+TEST(PlatSpawn, ErrorHandleThatIsTheCallersOutputSurvivesRedirectingOutput) {
+    // The child's error goes to whatever is the caller's descriptor 1 while
+    // its output goes elsewhere: putting the output in place first must not
+    // overwrite the error's source.
+    Pipe output = make_pipe();
+    Pipe error = make_pipe();
+    int saved_stdout = dup(1);
+    ASSERT_GE(saved_stdout, 0);
+    ASSERT_EQ(dup2(static_cast<int>(error.write_end), 1), 1);
+    PlatSpawnRequest request = self_request("out-err");
+    request.std_output = output.write_end;
+    request.std_error = 1;
+    Started started = start(request);
+    dup2(saved_stdout, 1);
+    close(saved_stdout);
+    close_handle(&output.write_end);
+    close_handle(&error.write_end);
+    ASSERT_EQ(started.error, 0);
+    EXPECT_EQ(read_from(output.read_end), "to output");
+    EXPECT_EQ(read_from(error.read_end), "to error");
+    EXPECT_EQ(wait_for(started.child).code, 0u);
+    plat_child_release(&started.child);
+    close_handle(&output.read_end);
+    close_handle(&error.read_end);
+}
+#endif
 
 #ifndef _WIN32
 TEST(PlatSpawn, OnlyStandardAndInheritedDescriptorsReachTheChild) {
