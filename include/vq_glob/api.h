@@ -107,7 +107,8 @@ VQ_API int api_get_shr_image_name(int32_t h, char **name);
 VQ_API int api_set_shr_function(int32_t h, int32_t function);
 /* A name for the process, used in traces and messages. */
 VQ_API int api_set_process_name(int32_t h, const char *name);
-/* The user to run as and the working directory (either may be NULL). */
+/* The user to run as and the working directory (either may be NULL); the
+ * user is also stored as text parameter API_KEY_RUN_AS_USER. */
 VQ_API int api_set_context(int32_t h, const char *user, const char *working_directory);
 /* *user and *working_directory (either may be NULL) become the stored texts, NULL when unset. */
 VQ_API int api_get_context(int32_t h, char **user, char **working_directory);
@@ -132,10 +133,12 @@ VQ_API int api_set_group_id(int32_t h, int32_t group_id);
 /* Where the child's standard output / standard error go. */
 VQ_API int api_set_log_filename(int32_t h, const char *path);
 VQ_API int api_set_errlog_filename(int32_t h, const char *path);
-/* Marks the ended child of the handle as seen by its owner. */
+/* Marks the ended child of the handle as seen by its owner: the ended-child
+ * scans skip the handle until its next run. */
 VQ_API int api_set_handle_processed(int32_t h);
-/* 0: the child is not put on the kill list, and freeing the handle leaves it
- * running; non-zero (the default): it is. */
+/* API_KILL_LIST_NONE: the child is not put on the kill list, and freeing the
+ * handle leaves it running; API_KILL_LIST_RECOVER (the default) or
+ * API_KILL_LIST_NO_RECOVERY: it is (see the kill list); other values BADPAR. */
 VQ_API int api_set_kill_list_ind(int32_t h, int32_t ind);
 /* The child inherits none of the caller's inheritable handles. */
 VQ_API int api_unset_inherit_handles_ind(int32_t h);
@@ -217,15 +220,155 @@ VQ_API const char *api_get_last_error_msg(void);
 VQ_API int32_t api_get_last_system_error_code(void);
 VQ_API const char *api_get_last_system_error_msg(void);
 
-/* ---- Running images: arriving with a later issue --------------------------------------------
+/* ---- Running images ----------------------------------------------------------------------
  *
- * int api_run_user_image(int32_t h);  int api_check_user_image(int32_t h);
- * int api_get_image_state_and_exit_code(int32_t h, int32_t *state, int32_t *exit_code);
- * int api_get_child_exit_status(int32_t h, int32_t *exit_code);
- * int api_scan_for_ended_child(int32_t *handle);
- * int api_kill_process(int32_t h, int32_t mode);
- * int api_sync_execute_user_image_with_timeout(int32_t h, int32_t timeout_seconds);
+ * A handle describes the child (api_set_user_image_name, api_set_user_image_params,
+ * api_set_context, api_set_password, the log files, environment variables, creation flags);
+ * api_run_user_image starts it and the functions below follow it to its end.
+ *
+ * - Parameters: one command-line text split at blanks (spaces and tabs); a double-quoted run
+ *   belongs to the argument it stands in, without its quotes ("a b" -> a b, x"y z" -> xy z,
+ *   "" -> an empty argument); an unbalanced quote is refused (BADPAR).
+ * - An image whose path holds a blank is run from its own directory (any working directory of
+ *   the handle is not used); the command line traced is "file" parameters.
+ * - Log files: the log file receives the child's standard output, the error log file its
+ *   standard error; both are opened by the caller before the child starts, created or emptied
+ *   (truncated), so that each run starts a fresh log; one name given for both gives one file.
+ *   A name that is a link, a directory, a device or a fifo is refused (LOGFILE / ERRLOGFILE);
+ *   without a name the child shares the caller's output.
+ * - Identity: the user is the newest API_KEY_RUN_AS_USER text (api_set_context sets it), unless
+ *   api_set_do_not_change_context is set. With a password the user is authenticated (POSIX:
+ *   PAM; Windows: LogonUserA) before anything is opened or started; a wrong password fails
+ *   with CONCHG and starts nothing. Without a password only a caller that may switch users by
+ *   itself (root on POSIX, running as a service) may run as another user; any other caller
+ *   fails with CONCHG. The password is never traced, logged, put in an error text, the child's
+ *   environment or its command line.
+ * - The child's environment is the caller's with the handle's variables set over it; a child
+ *   under another user also gets that user's HOME, USER, LOGNAME and SHELL.
+ * - Administrative hold: while the environment variable VQ_SERVER_ALLOW_NEW_PROCS is exactly
+ *   "FALSE", nothing starts: the run fails with MORINFO (naming API_ADMIN_HOLD_REFERENCE) under
+ *   NONEWPROC.
+ * - The end: a child that exits records its exit status, a child ended by a signal or killed
+ *   records -1 (0xFFFFFFFF), in the handle's exit code and as int parameter API_KEY_EXIT_CODE.
+ *   Ended children are reaped; none is left as a zombie.
  */
+
+/* Reserved parameter keys. */
+#define API_KEY_RUN_AS_USER 10010 /* text: the user the child runs as (set by api_set_context) */
+#define API_KEY_EXIT_CODE 10017   /* int: the child's exit code once its end is recorded */
+#define API_KEY_SCAN_MARKER 10021 /* int: the running child's pid, matched by the scans */
+
+/* Image modes (api_set_user_image_mode) and how long api_check_user_image waits in each. */
+#define API_IMAGE_MODE_ASYNC 0      /* only looks whether the child has ended */
+#define API_IMAGE_MODE_SYNC 1       /* waits until the child ends */
+#define API_IMAGE_MODE_SETTLE 2     /* waits a little: a child that fails at once is seen ended */
+#define API_IMAGE_ASYNC_WAIT_MS 0
+#define API_IMAGE_SYNC_WAIT_MS (-1) /* without limit */
+#define API_IMAGE_SETTLE_WAIT_MS 2000
+
+/* Image states reported by api_get_image_state_and_exit_code. */
+#define API_IMAGE_STATE_NONE 0    /* never started, or its start failed */
+#define API_IMAGE_STATE_RUNNING 2 /* from a successful start until its end is recorded */
+#define API_IMAGE_STATE_ENDED 3   /* exited by itself */
+#define API_IMAGE_STATE_KILLED 4  /* ended by a signal or killed */
+
+/* Kill modes of api_kill_process. */
+#define API_KILL_ONLY 0       /* kill and keep the handle, with the end recorded */
+#define API_KILL_AND_DELETE 1 /* kill and free the handle */
+
+/* Kill-list indications of api_set_kill_list_ind. */
+#define API_KILL_LIST_NONE 0        /* not on the kill list; freeing the handle leaves the child running */
+#define API_KILL_LIST_RECOVER 1     /* on the kill list and in its file (the default) */
+#define API_KILL_LIST_NO_RECOVERY 2 /* on the kill list, never in its file */
+
+/* Creation flag: the child starts suspended until api_resume (Windows' CREATE_SUSPENDED). */
+#define API_CREATE_SUSPENDED 0x00000004u
+
+/* The support reference that MORINFO names while new processes are refused. */
+#define API_ADMIN_HOLD_REFERENCE "Administration Guide, chapter Administrative Hold"
+
+/* Starts the handle's image; 1 once the child runs (the exec itself succeeded). Failures
+ * start nothing: BADPAR (no image, unbalanced quote, a running child, unknown mode), NONEWPROC,
+ * CONCHG, LOGFILE, ERRLOGFILE, SETCWD, UEXECVP, FORK, each under the system's message. */
+VQ_API int api_run_user_image(int32_t h);
+/* Lets a child started with API_CREATE_SUSPENDED run. NOTACTIVE when none runs. */
+VQ_API int api_resume(int32_t h);
+/* Waits for the child as the handle's image mode says and records its end when it came;
+ * 1 whether it ended or still runs, 0 with WAIT (or NOTACTIVE when no child was started). */
+VQ_API int api_check_user_image(int32_t h);
+/* *state becomes the image state (API_IMAGE_STATE_...), *exit_code the recorded exit code
+ * (0 while none is recorded). Reports only what is recorded; never waits. */
+VQ_API int api_get_image_state_and_exit_code(int32_t h, int32_t *state, int32_t *exit_code);
+/* *exit_code becomes the recorded exit code; 0 with PARNOTFOUND while no end is recorded. */
+VQ_API int api_get_child_exit_status(int32_t h, int32_t *exit_code);
+/* Looks, without waiting, whether the child has ended, recording its end: *running 1 or 0,
+ * *exit_code the exit code once ended (either pointer may be NULL). */
+VQ_API int api_check_async_image_status(int32_t h, int32_t *running, int32_t *exit_code);
+
+/* Looks at every running child of the calling thread, recording the ends that came, and sets
+ * *handle to the lowest handle whose child has ended and that is not yet marked processed
+ * (api_set_handle_processed), or -1 and returns 0 without an error when there is none. */
+VQ_API int api_scan_for_ended_child(int32_t *handle);
+/* Restarts the search of api_get_next_ended_child at the lowest handle. */
+VQ_API int api_init_search(void);
+/* The next handle, upwards, whose child has ended (its end recorded now or before) and that is
+ * not marked processed; 0 without an error at the end of the table. */
+VQ_API int api_get_next_ended_child(int32_t *handle);
+/* Restarts the search of api_get_next_active_child at the lowest handle. */
+VQ_API int api_init_active_search(void);
+/* The next handle, upwards, whose child runs as far as recorded (nothing is waited for); 0
+ * without an error at the end. */
+VQ_API int api_get_next_active_child(int32_t *handle);
+
+/* Kills the handle's child (SIGKILL / TerminateProcess) and reaps it within 2 seconds,
+ * recording -1 as its exit code; a child that has already ended is not signalled (its pid may
+ * belong to another process by now). API_KILL_AND_DELETE then frees the handle; API_KILL_ONLY
+ * keeps it. 0 with TERMPRC or WAIT when the child could not be ended; the handle then stays. */
+VQ_API int api_kill_process(int32_t h, int32_t mode);
+/* As api_kill_process; *was_running (may be NULL) becomes 1 when a running child was killed,
+ * 0 when there was none to kill. Only this handle's own child is ever signalled: a handle made
+ * from a pid or a unique id is refused (BADPAR). */
+VQ_API int api_kill_process_with_protect(int32_t h, int32_t mode, int32_t *was_running);
+
+/* ---- The kill list ----------------------------------------------------------------------
+ *
+ * Every child started with a kill-list indication is listed process-wide (pid, creation time,
+ * image) until its end is recorded or it is killed. With a kill-list file, the list of the
+ * API_KILL_LIST_RECOVER children is written there (section "Kill List Params" of the kill-list
+ * configuration table, one line "<unique process id> <image>" each) after every change, so
+ * that a successor of a process that died can end the children it left. */
+
+/* Saves the kill list to path (copied) now and after every change; NULL stops saving. 0 with
+ * the configuration module's errors when the file cannot be written. */
+VQ_API int api_set_kill_list_file(const char *path);
+/* Kills every process listed in the kill-list file at path whose pid and creation time still
+ * match (a reused pid is left alone) and that is not on this process's own list; *killed (may
+ * be NULL) counts them. A missing file kills nothing and succeeds. */
+VQ_API int api_kill_listed_processes(const char *path, int32_t *killed);
+/* The number of children on the process-wide kill list. */
+VQ_API int32_t api_get_kill_list_size(void);
+
+/* ---- Running in one call -------------------------------------------------------------------- */
+
+/* Runs the handle's image and waits for its end: 1 when it exited with 0; 0 with USRIMGFAIL
+ * (exit code in API_KEY_EXIT_CODE) or IMGUNEXPTERM (killed), or a start failure. */
+VQ_API int api_sync_execute_user_image(int32_t h);
+/* Runs the handle's image without waiting; follow it with api_check_async_image_status. */
+VQ_API int api_async_execute_user_image(int32_t h);
+/* As api_sync_execute_user_image with at most timeout_seconds (1 or more) of waiting; on the
+ * time-out the child is killed and reaped (-1 recorded) and the call fails with TIMEOUT. */
+VQ_API int api_sync_execute_user_image_with_timeout(int32_t h, int32_t timeout_seconds);
+/* Runs a command line through the system's shell (/bin/sh -c, cmd.exe /c) under the caller's
+ * identity and waits: *exit_code (may be NULL) becomes its exit code; 1 when that is 0, else
+ * as api_sync_execute_user_image. */
+VQ_API int api_system_command(const char *command, int32_t *exit_code);
+/* Runs image with its command line (may be NULL) under the caller's identity and waits, as
+ * api_system_command does. */
+VQ_API int api_run_local_image(const char *image, const char *command_line, int32_t *exit_code);
+/* Writes the recorded exit code of the handle's child as one decimal line to path, replacing
+ * the file; PARNOTFOUND while no end is recorded, GENERAL under the system's message when the
+ * file cannot be written. */
+VQ_API int api_write_exit_file(int32_t h, const char *path);
 
 VQ_EXTERN_C_END
 

@@ -120,12 +120,15 @@ struct Entry {
     uint32_t creation_flags = 0;
     Text user_image_name;
     Text user_image_params;
+    // The image's arguments as they are, used instead of splitting the
+    // parameters (the run helpers set it for commands given whole).
+    std::optional<std::vector<std::string>> user_image_arguments;
     Text user_image_queue;
     int32_t group_id = 0;
     int32_t user_image_mode = 0;
     Text log_filename;
     Text errlog_filename;
-    bool kill_list_ind = true;
+    int32_t kill_list_ind = API_KILL_LIST_RECOVER;  // API_KILL_LIST_*
     bool inherit_handles = true;
     api_monitor_routine monitor_routine = nullptr;
     void *callback_info = nullptr;
@@ -199,6 +202,13 @@ void release_entry(Table &table, int32_t handle);
 // The environment variables a handle gives its child, oldest first; null
 // (with an error) for a handle that is not valid.
 const std::vector<EnvVar> *env_vars_of(int32_t handle);
+
+// Writes the unique id of a process (its id and creation time, 32 digits) and
+// a NUL into buffer, which holds API_UNIQUE_ID_SIZE bytes.
+void format_unique_id(uint32_t pid, uint64_t created, char *buffer);
+// Reads the 32 digits of a unique id at the start of text; false for
+// anything else.
+bool read_unique_id(const char *text, uint32_t *pid, uint64_t *created);
 
 // Copies a caller's text into an entry field (null clears it).
 void assign_text(Text &field, const char *value);

@@ -150,7 +150,7 @@ VQ_API int api_set_context(int32_t h, const char *user, const char *working_dire
         new_dbg_str(kTraceChannel,
                     "api_set_context() - handle is %d , user is %s , working directory is %s\n", h,
                     trace_text(user), trace_text(working_directory));
-    });
+    }) != 0 && api_set_str_param(h, API_KEY_RUN_AS_USER, user) != 0 ? 1 : 0;
 }
 
 VQ_API int api_get_context(int32_t h, char **user, char **working_directory) {
@@ -233,10 +233,14 @@ VQ_API int api_set_handle_processed(int32_t h) {
 }
 
 VQ_API int api_set_kill_list_ind(int32_t h, int32_t ind) {
+    if (ind < API_KILL_LIST_NONE || ind > API_KILL_LIST_NO_RECOVERY) {
+        raise_bad_param(h, "api_set_kill_list_ind: unknown kill list indication");
+        return 0;
+    }
     return with_entry("api_set_kill_list_ind", h, [&](Entry &entry) {
-        entry.kill_list_ind = ind != 0;
-        new_dbg_str(kTraceChannel, "api_set_kill_list_ind() - handle is %d , kill list indication is %s\n", h,
-                    true_false(ind != 0));
+        entry.kill_list_ind = ind;
+        new_dbg_str(kTraceChannel, "api_set_kill_list_ind() - handle is %d , kill list indication is %d\n", h,
+                    static_cast<int>(ind));
     });
 }
 

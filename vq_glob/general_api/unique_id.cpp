@@ -48,10 +48,10 @@ bool read_hex(const char *digits, size_t count, uint64_t *value) {
     return true;
 }
 
-// Exactly 32 hexadecimal digits whose first 16 hold a 32-bit process id;
-// signs, blanks, prefixes and a longer or shorter text are all refused.
-bool parse_unique_id(const char *text, UniqueId *id) {
-    if (strnlen(text, kUniqueIdDigits + 1) != kUniqueIdDigits) {
+// 32 hexadecimal digits at the start of text whose first 16 hold a 32-bit
+// process id; signs, blanks, prefixes and a shorter text are refused.
+bool parse_unique_id_prefix(const char *text, UniqueId *id) {
+    if (strnlen(text, kUniqueIdDigits) != kUniqueIdDigits) {
         return false;
     }
     uint64_t pid = 0;
@@ -63,6 +63,11 @@ bool parse_unique_id(const char *text, UniqueId *id) {
     }
     *id = UniqueId{static_cast<uint32_t>(pid), static_cast<uint32_t>(high), static_cast<uint32_t>(low)};
     return true;
+}
+
+// Exactly the 32 digits, nothing after them.
+bool parse_unique_id(const char *text, UniqueId *id) {
+    return strnlen(text, kUniqueIdDigits + 1) == kUniqueIdDigits && parse_unique_id_prefix(text, id);
 }
 
 // The creation time of a process; false with the system's reason and a
@@ -120,8 +125,7 @@ int get_unique_id(int32_t h, char *buffer) {
     if (!creation_time(h, entry->pid, &created)) {
         return 0;
     }
-    std::snprintf(buffer, API_UNIQUE_ID_SIZE, "%016X%08X%08X", static_cast<unsigned>(entry->pid),
-                  static_cast<unsigned>(created >> 32), static_cast<unsigned>(created & 0xFFFFFFFFu));
+    format_unique_id(entry->pid, created, buffer);
     return 1;
 }
 
@@ -151,6 +155,22 @@ int create_from_unique_id(const char *text, int32_t *handle) {
 }
 
 }  // namespace
+
+void format_unique_id(uint32_t pid, uint64_t created, char *buffer) {
+    std::snprintf(buffer, API_UNIQUE_ID_SIZE, "%016X%08X%08X", static_cast<unsigned>(pid),
+                  static_cast<unsigned>(created >> 32), static_cast<unsigned>(created & 0xFFFFFFFFu));
+}
+
+bool read_unique_id(const char *text, uint32_t *pid, uint64_t *created) {
+    UniqueId id{};
+    if (!parse_unique_id_prefix(text, &id)) {
+        return false;
+    }
+    *pid = id.pid;
+    *created = (static_cast<uint64_t>(id.created_high) << 32) | id.created_low;
+    return true;
+}
+
 }  // namespace vq::api
 
 using namespace vq::api;
