@@ -364,9 +364,11 @@ TEST(PlatSpawn, ExitCodeIsCollectedOnceAndTheChildReaped) {
         EXPECT_EQ(ending.error, 0);
         EXPECT_EQ(ending.state, PlatChildState::exited);
         EXPECT_EQ(ending.code, static_cast<uint32_t>(code));
+#ifndef _WIN32
         // Asking again finds nothing: the end was collected once.
         Ending again = wait_for(started.child, 0);
-        EXPECT_NE(again.error, 0) << code;
+        EXPECT_EQ(again.error, ECHILD) << code;
+#endif
         // Killing an ended child succeeds without reaching anything else.
         EXPECT_EQ(plat_child_kill(started.child), 0);
         plat_child_release(&started.child);
@@ -689,7 +691,19 @@ TEST(PlatSpawn, SuspendedChildCanBeKilledBeforeItRuns) {
 
 // ---- Identity ---------------------------------------------------------------------
 
+#ifdef _WIN32
+bool under_wine() {
+    HMODULE ntdll = GetModuleHandleA("ntdll.dll");
+    return ntdll != nullptr && GetProcAddress(ntdll, "wine_get_version") != nullptr;
+}
+#endif
+
 TEST(PlatSpawn, UnknownUserIsRefusedBeforeAnythingStarts) {
+#ifdef _WIN32
+    if (under_wine()) {
+        GTEST_SKIP() << "Wine's logon accepts any user and password";
+    }
+#endif
     PlatSpawnRequest request = self_request("exit 0");
     request.identity.user = "vq_spawn_no_such_user";
     Started started = start(request);

@@ -113,16 +113,19 @@ enum class PlatChildState {
 };
 
 // Waits up to timeout_ms milliseconds (negative: as long as it takes, 0: only
-// looks) for the child's end. An ended child is reaped (POSIX) so that no
-// zombie remains; asking again afterwards fails with ECHILD / the system's
-// error. 0 or the system's error number.
+// looks) for the child's end. POSIX: an ended child is reaped so that no
+// zombie remains, and asking again afterwards fails with ECHILD; the wait
+// goes through the pidfd when there is one, so it never reaches a process
+// that took the number of a reaped child. Windows: the process handle keeps
+// the end, and asking again gives it again. 0 or the system's error number.
 int32_t plat_child_wait(const PlatChild &child, int32_t timeout_ms, PlatChildState *state, uint32_t *exit_code);
 
 // Ends the child at once (SIGKILL / TerminateProcess); a child that has
 // already ended succeeds. 0 or the system's error number.
 int32_t plat_child_kill(const PlatChild &child);
 
-// Lets a child started suspended run (SIGCONT / ResumeThread).
+// Lets a child started suspended run (SIGCONT / ResumeThread). 0 or the
+// system's error number.
 int32_t plat_child_resume(const PlatChild &child);
 
 // Closes the child's handles (the child itself is not affected); *child is
