@@ -162,6 +162,25 @@ std::string child_directory() {
 #endif
 }
 
+// The arguments after the program name, each in brackets.
+std::string arguments_text() {
+    std::string text;
+#ifdef _WIN32
+    for (int i = 1; i < __argc; ++i) {
+        text += std::string("[") + __argv[i] + "]";
+    }
+#else
+    std::ifstream line("/proc/self/cmdline", std::ios::binary);
+    std::string argument;
+    for (bool first = true; std::getline(line, argument, '\0'); first = false) {
+        if (!first) {
+            text += "[" + argument + "]";
+        }
+    }
+#endif
+    return text;
+}
+
 #ifndef _WIN32
 // Every descriptor open in this process, found without opening one.
 std::string open_descriptors() {
@@ -189,7 +208,7 @@ std::string identity_text() {
 #endif
 
 // What a child does, named by kChildVariable: "exit N", "env NAME",
-// "out-err", "cwd", "fds", "ids", or "hold H" (say "ready", then read
+// "out-err", "args", "cwd", "fds", "ids", or "hold H" (say "ready", then read
 // handle H until its writers have gone and exit with 3; SIGTERM is ignored).
 void run_as_child(const std::string &order) {
     std::istringstream words(order);
@@ -210,6 +229,10 @@ void run_as_child(const std::string &order) {
     if (what == "out-err") {
         child_write("to output");
         child_write("to error", true);
+        child_exit(0);
+    }
+    if (what == "args") {
+        child_write(arguments_text());
         child_exit(0);
     }
     if (what == "cwd") {
@@ -431,6 +454,23 @@ TEST(PlatSpawn, BadWorkingDirectoryFailsAtItsStageAndAGoodOneIsUsed) {
     ASSERT_NE(realpath(directory.c_str(), wanted), nullptr);
     EXPECT_EQ(good.text, wanted);
 #endif
+}
+
+TEST(PlatSpawn, ArgumentsArriveUnchanged) {
+    // Blanks, quotes and backslashes in every position the command-line
+    // rules treat differently, and an empty argument.
+    const std::vector<std::string> arguments{"plain",      "with blank", "",          "quote\"inside",
+                                             "back\\slash", "trailing\\", "blank and\\", "\\\"both\\\\\""};
+    PlatSpawnRequest request = self_request("args");
+    request.arguments = arguments;
+    Output output = run_capturing(request);
+    ASSERT_EQ(output.started.error, 0);
+    std::string expected;
+    for (const std::string &argument : arguments) {
+        expected += "[" + argument + "]";
+    }
+    EXPECT_EQ(output.text, expected);
+    EXPECT_EQ(output.ending.code, 0u);
 }
 
 // ---- Environment and standard handles --------------------------------------------

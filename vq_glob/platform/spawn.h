@@ -27,6 +27,12 @@
 //   and the change of directory, just before exec; a failing exec after
 //   plat_child_resume ends it with exit code 127.
 // - The child keeps the caller's standard input.
+// - A caller that sets SIGCHLD to SIG_IGN has its children reaped by the
+//   system; plat_child_wait then fails with ECHILD.
+//
+// Windows details: there is no identity that may switch without a password,
+// so a user other than the caller's own needs one. Starts are serialised,
+// as each marks the handles its child inherits for the time of the creation.
 #pragma once
 
 #include <cstddef>
@@ -100,8 +106,9 @@ int32_t plat_authenticate(const PlatIdentity &identity, PlatLogonErrors *logon_e
 
 // Starts the child. 0 with *child filled, or the system's error number with
 // *stage naming the step that failed; nothing is left running on failure.
-// Arguments, environment entries and names may not hold NUL bytes (EINVAL);
-// an entry without '=' is refused (EINVAL). logon_errors may be null.
+// Arguments and environment entries may not hold NUL bytes, and an entry
+// needs a name and '=' (EINVAL / ERROR_INVALID_PARAMETER). logon_errors may
+// be null.
 // The caller releases *child with plat_child_release.
 int32_t plat_spawn(const PlatSpawnRequest &request, PlatChild *child, PlatSpawnStage *stage,
                    PlatLogonErrors *logon_errors = nullptr);

@@ -342,9 +342,11 @@ int32_t plan_descriptors(const PlatSpawnRequest &request, ChildPlan *plan) {
             plan->kept.push_back(static_cast<int>(handle));
         }
     }
+    // Only used where the kernel lacks close_range.
     rlimit limit{};
-    if (getrlimit(RLIMIT_NOFILE, &limit) == 0 && limit.rlim_cur != RLIM_INFINITY) {
-        plan->descriptor_limit = static_cast<unsigned long>(limit.rlim_cur);
+    if (getrlimit(RLIMIT_NOFILE, &limit) == 0) {
+        plan->descriptor_limit =
+            limit.rlim_cur == RLIM_INFINITY ? (1ul << 20) : static_cast<unsigned long>(limit.rlim_cur);
     }
     return 0;
 }

@@ -407,6 +407,23 @@ int32_t create_as(Creation &creation, HANDLE token, PROCESS_INFORMATION *process
     return error;
 }
 
+// Plans and creates the child, under token's user when there is a token.
+int32_t create_child(const PlatSpawnRequest &request, HANDLE token, PROCESS_INFORMATION *process,
+                     PlatSpawnStage *stage) {
+    Creation creation;
+    InheritedHandles inherited;
+    int32_t error = plan_creation(request, &creation, &inherited, stage);
+    if (error != 0) {
+        return error;
+    }
+    *stage = PlatSpawnStage::execute;
+    error = token != nullptr ? create_as(creation, token, process, stage) : create(creation, nullptr, process);
+    if (error == ERROR_DIRECTORY && creation.has_directory) {
+        *stage = PlatSpawnStage::working_directory;
+    }
+    return error;
+}
+
 bool has_ended(HANDLE process) { return WaitForSingleObject(process, 0) == WAIT_OBJECT_0; }
 
 }  // namespace
@@ -435,23 +452,15 @@ int32_t plat_spawn(const PlatSpawnRequest &request, PlatChild *child, PlatSpawnS
     if (error != 0) {
         return error;
     }
-    Creation creation;
-    InheritedHandles inherited;
-    error = plan_creation(request, &creation, &inherited, stage);
-    if (error != 0) {
-        return error;
-    }
+    // Handles shared between starts (the caller's standard handles) are made
+    // inheritable and back again by each start: one start at a time, so
+    // that no start takes the mark away while another creates its child.
+    static SRWLOCK creating = SRWLOCK_INIT;
+    AcquireSRWLockExclusive(&creating);
     PROCESS_INFORMATION process{};
-    *stage = PlatSpawnStage::execute;
-    if (primary.get() != nullptr) {
-        error = create_as(creation, primary.get(), &process, stage);
-    } else {
-        error = create(creation, nullptr, &process);
-    }
+    error = create_child(request, primary.get(), &process, stage);
+    ReleaseSRWLockExclusive(&creating);
     if (error != 0) {
-        if (error == ERROR_DIRECTORY && creation.has_directory) {
-            *stage = PlatSpawnStage::working_directory;
-        }
         return error;
     }
     *stage = PlatSpawnStage::none;
