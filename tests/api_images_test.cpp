@@ -542,6 +542,21 @@ TEST_F(Images, TimeOutKillsAndReapsTheChildAndFailsWithTimeout) {
     EXPECT_EQ(top_code(), ERR_EXE_BADPAR);
 }
 
+int count_calls(int32_t, void *calls) {
+    ++*static_cast<int *>(calls);
+    return 1;
+}
+
+TEST_F(Images, MonitorRoutineIsCalledBetweenTheSlicesOfALongWait) {
+    int32_t h = child_handle("hang");
+    int calls = 0;
+    ASSERT_EQ(api_set_user_monitor_routine(h, count_calls), 1);
+    ASSERT_EQ(api_send_callback_info(h, &calls), 1);
+    EXPECT_EQ(api_sync_execute_user_image_with_timeout(h, 2), 0);
+    EXPECT_EQ(top_code(), ERR_EXE_TIMEOUT);
+    EXPECT_EQ(calls, 1);  // after the first second; the second one ends in the time-out
+}
+
 TEST_F(Images, SuspendedChildRunsOnlyOnceResumed) {
     int32_t h = child_handle("exit 7", false);
     ASSERT_EQ(api_set_creation_flags(h, API_CREATE_SUSPENDED), 1);
