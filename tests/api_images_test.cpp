@@ -262,9 +262,6 @@ TEST_F(Images, RunLocalImageReportsTheExitCode) {
 }
 
 TEST_F(Images, SystemCommandGivesTheShellTheCommandWhole) {
-#ifdef _WIN32
-    GTEST_SKIP() << "the command shell of the Windows platform layer is not there yet";
-#else
     int32_t code = -1;
     std::string marker = path("marker");
     std::string command = "echo \"quoted text\" > \"" + marker + "\"";
@@ -274,7 +271,6 @@ TEST_F(Images, SystemCommandGivesTheShellTheCommandWhole) {
     EXPECT_NE(written.find("quoted text"), std::string::npos) << written;
     EXPECT_EQ(api_system_command("exit 5", &code), 0);
     EXPECT_EQ(code, 5);
-#endif
 }
 
 // ---- Log files -----------------------------------------------------------------------------
@@ -644,9 +640,6 @@ TEST_F(Images, KillListFileFollowsTheRecoverableChildren) {
 }
 
 TEST_F(Images, ListedProcessesAreKilledOnlyWhileTheirIdAndCreationTimeMatch) {
-#ifdef _WIN32
-    GTEST_SKIP() << "killing a process that is not a child needs a platform function Windows lacks yet";
-#endif
     // Children a predecessor left: not on this process's list.
     int32_t left = child_handle("hang", false);
     ASSERT_EQ(api_set_kill_list_ind(left, API_KILL_LIST_NONE), 1);

@@ -845,6 +845,27 @@ TEST_F(PlatSpawnUser, WrongPasswordStartsNothing) {
     EXPECT_EQ(plat_authenticate(right), 0);
 }
 
+TEST_F(PlatSpawnUser, IdentityAuthenticatedByTheCallerIsNotCheckedAgain) {
+    // A password PAM would refuse shows that no second check happens.
+    PlatSpawnRequest request = self_request("ids");
+    request.identity.user = kUser;
+    request.identity.password = "not checked again";
+    request.authenticated = true;
+    Output ids = run_capturing(request);
+    ASSERT_EQ(ids.started.error, 0);
+    EXPECT_EQ(ids.text, expected_ids());
+
+    // The user is still looked up: an unknown one starts nothing.
+    PlatSpawnRequest unknown = self_request("exit 0");
+    unknown.identity.user = "vqspawn-nobody";
+    unknown.authenticated = true;
+    Started refused = start(unknown);
+    EXPECT_EQ(refused.error, EPERM);
+    EXPECT_EQ(refused.stage, PlatSpawnStage::authenticate);
+    EXPECT_EQ(refused.child.pid, 0u);
+    expect_no_zombies();
+}
+
 TEST_F(PlatSpawnUser, CallerWithoutRootNeedsThePasswordForAnotherUser) {
     // A forked helper becomes the user and asks to run as root.
     pid_t helper = fork();

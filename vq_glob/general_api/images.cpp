@@ -168,7 +168,10 @@ bool build_request(int32_t h, const Entry &entry, const char *user, Launch *laun
     const std::string &image = *entry.user_image_name;
     const char *params = entry.user_image_params ? entry.user_image_params->c_str() : "";
     if (entry.user_image_arguments) {
+        // Arguments given whole come with the command line a Windows child
+        // reads instead, when its program reads it by rules of its own.
         request.arguments = *entry.user_image_arguments;
+        request.command_line = entry.user_image_params ? entry.user_image_params->c_str() : nullptr;
     } else if (!split_command_line(params, &request.arguments)) {
         raise_bad_param(h, "api_run_user_image: unbalanced double quote in the image parameters");
         return false;
@@ -198,6 +201,7 @@ bool build_request(int32_t h, const Entry &entry, const char *user, Launch *laun
     request.creation_flags = entry.creation_flags;
     request.suspended = (entry.creation_flags & API_CREATE_SUSPENDED) != 0;
     request.identity = PlatIdentity{user, nullptr, entry.password.get()};
+    request.authenticated = true;  // check_identity has, before any file opened
     if (user != nullptr) {
         request.desktop = kUserDesktop;
         new_dbg_str(kTraceChannel, "going to use desktop %s\n", kUserDesktop);

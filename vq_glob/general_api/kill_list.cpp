@@ -163,11 +163,7 @@ bool kill_recorded(const KillList &list, const char *line) {
     if (listed(list, pid) || pid == plat_process_id()) {
         return false;  // ours, and running
     }
-    uint64_t now_created = 0;
-    PlatChild process;
-    process.pid = pid;
-    if (plat_process_creation_time(pid, &now_created) != 0 || now_created != created ||
-        plat_child_kill(process) != 0) {
+    if (plat_process_kill_if_created(pid, created) != 0) {
         new_dbg_str(kTraceChannel, "api_kill_listed_processes() - process %u is gone or another one now\n",
                     static_cast<unsigned>(pid));
         return false;

@@ -69,8 +69,10 @@ private:
 };
 
 // Runs image with arguments under the caller's identity and waits; the
-// exit code goes to *exit_code whenever the child ended.
-int run_local(const char *function, const char *image, std::vector<std::string> arguments, int32_t *exit_code) {
+// exit code goes to *exit_code whenever the child ended. A command_line is
+// what a Windows child gets instead of the one quoted from the arguments.
+int run_local(const char *function, const char *image, std::vector<std::string> arguments, int32_t *exit_code,
+              const std::string *command_line = nullptr) {
     OwnHandle own(function);
     Entry *entry = own.entry();
     if (entry == nullptr) {
@@ -78,6 +80,9 @@ int run_local(const char *function, const char *image, std::vector<std::string> 
     }
     entry->user_image_name = image;
     entry->user_image_arguments = std::move(arguments);
+    if (command_line != nullptr) {
+        entry->user_image_params = *command_line;
+    }
     int result = execute(function, own.handle(), -1);
     if (exit_code != nullptr && entry->status == EntryStatus::ended) {
         *exit_code = entry->exit_code;
@@ -156,10 +161,19 @@ VQ_API int api_system_command(const char *command, int32_t *exit_code) {
         return 0;
     }
     return guarded("api_system_command", [&] {
-        std::string shell = "/bin/sh";
-        std::vector<std::string> arguments{"-c"};
+        std::string shell;
+        std::vector<std::string> arguments;
+        plat_command_shell(&shell, &arguments);
+        // The interpreter reads its own command line; the command goes to it
+        // in one pair of double quotes, which it drops, and is otherwise left
+        // as the caller wrote it.
+        std::string line = "\"" + shell + "\"";
+        for (const std::string &argument : arguments) {
+            line += " " + argument;
+        }
+        line += " \"" + std::string(command) + "\"";
         arguments.emplace_back(command);
-        return run_local("api_system_command", shell.c_str(), std::move(arguments), exit_code);
+        return run_local("api_system_command", shell.c_str(), std::move(arguments), exit_code, &line);
     });
 }
 

@@ -56,6 +56,10 @@ struct PlatIdentity {
 struct PlatSpawnRequest {
     const char *image = nullptr;                      // the program file
     std::vector<std::string> arguments;               // argv[1..]
+    // Windows: the command line given to CreateProcess as it is, in place of
+    // the one quoted from image and arguments (for programs such as cmd.exe
+    // that read their command line by rules of their own). POSIX: ignored.
+    const char *command_line = nullptr;
     const char *working_directory = nullptr;          // null: the caller's
     // "NAME=value" entries set in the child over the caller's environment (an
     // entry replaces the caller's variable of the same name). A child under
@@ -69,6 +73,11 @@ struct PlatSpawnRequest {
     uint32_t creation_flags = 0;                      // Windows creation flags, passed through
     const char *desktop = nullptr;                    // Windows desktop of a child under another user
     PlatIdentity identity;
+    // The caller has passed identity through plat_authenticate already, so
+    // plat_spawn does not check the password again (POSIX: the user is still
+    // looked up, and the kernel still decides the switch; Windows: the logon
+    // runs anyway, as it gives the token the child runs under).
+    bool authenticated = false;
 };
 
 // The step of plat_spawn that failed, so that the caller can name it.
@@ -138,3 +147,18 @@ int32_t plat_child_resume(const PlatChild &child);
 // Closes the child's handles (the child itself is not affected); *child is
 // emptied.
 void plat_child_release(PlatChild *child);
+
+// The system's command interpreter and the arguments that come before the
+// command it is to run: POSIX "/bin/sh" and {"-c"}; Windows %ComSpec% (else
+// the system folder's cmd.exe) and {"/s", "/c"}, after which cmd.exe takes
+// the rest of its command line whole once the first and the last double
+// quote are dropped. May throw std::bad_alloc.
+void plat_command_shell(std::string *program, std::vector<std::string> *leading_arguments);
+
+// Ends a process that need not be our child (SIGKILL / TerminateProcess), but
+// only while its creation time, as plat_process_creation_time gives it, still
+// equals creation_time, so that a process that took over a reused pid is left
+// alone. The process is held (pidfd / process handle) from the comparison to
+// the kill. 0 when killed; ESRCH / ERROR_INVALID_PARAMETER when there is no
+// such process or its creation time differs; else the system's error number.
+int32_t plat_process_kill_if_created(uint32_t pid, uint64_t creation_time);

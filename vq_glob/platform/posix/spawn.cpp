@@ -192,9 +192,9 @@ int32_t authorise(const PlatIdentity &identity, const UserEntry &user) {
     return geteuid() == 0 || runs_as(user.uid) ? 0 : EPERM;
 }
 
-// Looks the user up and authorises the caller: an unknown user is refused
-// like a forbidden one.
-int32_t admit(const PlatIdentity &identity, UserEntry *user) {
+// Looks the user up and, unless the caller has done so already, authorises
+// the caller: an unknown user is refused like a forbidden one.
+int32_t admit(const PlatIdentity &identity, bool authorised, UserEntry *user) {
     if (*identity.user == '\0') {
         return EPERM;
     }
@@ -202,7 +202,7 @@ int32_t admit(const PlatIdentity &identity, UserEntry *user) {
     if (error != 0) {
         return error == ENOENT ? EPERM : error;
     }
-    return authorise(identity, *user);
+    return authorised ? 0 : authorise(identity, *user);
 }
 
 // ---- What the child needs, prepared before fork -------------------------------
@@ -713,7 +713,7 @@ int32_t plat_authenticate(const PlatIdentity &identity, PlatLogonErrors *logon_e
         return 0;
     }
     UserEntry user;
-    return admit(identity, &user);
+    return admit(identity, false, &user);
 }
 
 int32_t plat_spawn(const PlatSpawnRequest &request, PlatChild *child, PlatSpawnStage *stage,
@@ -726,7 +726,7 @@ int32_t plat_spawn(const PlatSpawnRequest &request, PlatChild *child, PlatSpawnS
     UserEntry user;
     const UserEntry *switch_to = nullptr;
     if (request.identity.user != nullptr) {
-        int32_t error = admit(request.identity, &user);
+        int32_t error = admit(request.identity, request.authenticated, &user);
         if (error != 0) {
             *stage = PlatSpawnStage::authenticate;
             return error;

@@ -148,6 +148,9 @@ void append_quoted(std::wstring *line, const std::wstring &argument) {
 }
 
 int32_t command_line(const PlatSpawnRequest &request, std::wstring *line) {
+    if (request.command_line != nullptr) {
+        return to_wide(request.command_line, line);
+    }
     std::wstring wide;
     if (int32_t error = to_wide(request.image, &wide); error != 0) {
         return error;
