@@ -247,7 +247,7 @@ TEST_F(SlmTransfer, PiecesFollowTheAttachmentBufferSizeButNeverExceedAPart) {
 
 TEST_F(SlmTransfer, ReceivedAttachmentsGoToTemporaryFilesUnderTheSendersNumbers) {
     Connection c;
-    const Bytes text = pattern(40000, 7, true);
+    const Bytes text = pattern(40000, 7);
     const Bytes buffer = pattern(32768, 8);
     ASSERT_EQ(slm_set_att(out_.get(), 1, file("a.txt", text).string().c_str(), 0), 1);
     ASSERT_EQ(slm_set_buffer_as_att(out_.get(), 2, buffer.data(), static_cast<uint32_t>(buffer.size()), 1),
