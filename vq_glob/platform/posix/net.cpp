@@ -18,15 +18,13 @@
 #include <ctime>
 #include <vector>
 
+#include "platform/posix/monotonic.h"
+
 namespace {
 
 int fd_of(PlatSocket socket) { return static_cast<int>(socket); }
 
-int64_t monotonic_ms() {
-    timespec now{};
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    return static_cast<int64_t>(now.tv_sec) * 1000 + now.tv_nsec / 1000000;
-}
+using vq::posix::monotonic_ms;
 
 // poll() restarted after a signal with the time that is left; a negative
 // timeout waits without limit. The result is poll's.

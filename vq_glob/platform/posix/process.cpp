@@ -13,15 +13,13 @@
 #include <cstring>
 #include <ctime>
 
+#include "platform/posix/monotonic.h"
+
 namespace {
 
 int fd_of(PlatHandle handle) { return static_cast<int>(handle); }
 
-int64_t monotonic_ms() {
-    timespec now{};
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    return static_cast<int64_t>(now.tv_sec) * 1000 + now.tv_nsec / 1000000;
-}
+using vq::posix::monotonic_ms;
 
 // Keeps SIGPIPE away from the process while one thread writes to a pipe
 // whose reader may have gone: the signal is blocked for this thread only,

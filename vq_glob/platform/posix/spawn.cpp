@@ -39,6 +39,8 @@ extern char **environ;
 #define P_PIDFD 3
 #endif
 
+#include "monotonic.h"
+
 namespace {
 
 // ---- Users -------------------------------------------------------------------
@@ -651,11 +653,7 @@ int32_t fork_child(ChildPlan &plan, pid_t *pid_out, PlatSpawnStage *stage) {
     return record.error;
 }
 
-int64_t monotonic_ms() {
-    timespec now{};
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    return static_cast<int64_t>(now.tv_sec) * 1000 + now.tv_nsec / 1000000;
-}
+using vq::posix::monotonic_ms;
 
 int pidfd_of(const PlatChild &child) {
     return child.process >= 0 && child.process <= INT32_MAX ? static_cast<int>(child.process) : -1;
