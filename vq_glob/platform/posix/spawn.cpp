@@ -40,6 +40,7 @@ extern char **environ;
 #endif
 
 #include "monotonic.h"
+#include "pidfd.h"
 
 namespace {
 
@@ -558,15 +559,7 @@ void switch_identity(const ChildPlan &plan) {
 
 // ---- The parent ----------------------------------------------------------------
 
-int open_pidfd(pid_t pid) {
-#ifdef SYS_pidfd_open
-    long fd = syscall(SYS_pidfd_open, pid, 0);
-    return fd < 0 ? -1 : static_cast<int>(fd);
-#else
-    (void)pid;
-    return -1;
-#endif
-}
+using vq::posix::open_pidfd;
 
 void reap(pid_t pid) {
     while (waitpid(pid, nullptr, 0) < 0 && errno == EINTR) {
@@ -688,17 +681,7 @@ void await_end(const PlatChild &child, int64_t deadline) {
 }
 
 int signal_child(const PlatChild &child, int signal_number) {
-    int pidfd = pidfd_of(child);
-#ifdef SYS_pidfd_send_signal
-    if (pidfd >= 0) {
-        // Through the pidfd, a signal can never reach a process that took
-        // the number of a child already reaped.
-        return syscall(SYS_pidfd_send_signal, pidfd, signal_number, nullptr, 0) == 0 ? 0 : errno;
-    }
-#else
-    (void)pidfd;
-#endif
-    return kill(static_cast<pid_t>(child.pid), signal_number) == 0 ? 0 : errno;
+    return vq::posix::signal_process(pidfd_of(child), static_cast<pid_t>(child.pid), signal_number);
 }
 
 }  // namespace
