@@ -26,5 +26,8 @@
 #include "vq_glob/cli.h"
 #include "vq_glob/sl_net.h"
 #include "vq_glob/slm.h"
+#include "vq_glob/env.h"
+#include "vq_glob/dir.h"
+#include "vq_glob/filter.h"
 
 #endif /* VQ_GLOB_H */

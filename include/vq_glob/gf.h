@@ -232,6 +232,57 @@ VQ_API int gf_read_vl_line(FILE *stream, char **line, uint16_t *length);
  * closes it. An empty file leaves *crc untouched. */
 VQ_API int gf_calc_file_crc(int32_t h, uint32_t *crc);
 
+/* ---- Search streams ----------------------------------------------------------------------- */
+/* A handle whose file name is a specification with wildcards yields, one call
+ * at a time, the full names that match it, in its result file name
+ * (gf_get_res_file_name). The handle's last status is the search's state:
+ * ERR_FIL_SEARCHI after gf_init_search, ERR_FIL_SSEARCH after each name,
+ * ERR_FIL_NMFILES at the end. The end is not an error: gf_next_file returns 0
+ * with last status ERR_FIL_NMFILES and nothing on the error stack.
+ *
+ *   gf_set_file_name(h, "/data/in/x*.csv");
+ *   if (gf_init_search(h))
+ *       while (gf_next_file(h)) { gf_get_res_file_name(h, &name); ... }
+ *   if (gf_get_last_status(h) != ERR_FIL_NMFILES) ... a real failure ...
+ *   gf_close_search(h);
+ */
+
+#define GF_SEARCH_DIRECTORY 0 /* the names of a directory that match the specification */
+#define GF_SEARCH_LIST_FILE 1 /* the lines of a list file that match it */
+
+/* The kind of search gf_init_search starts (stored unchecked; other values
+ * make gf_init_search and gf_next_file fail with ERR_FIL_BADPAR). */
+VQ_API int gf_set_search_type(int32_t h, int32_t type);
+/* List-file searches: the text put, with a separator, before every listed
+ * name; one trailing separator of prefix is dropped. NULL clears it. */
+VQ_API int gf_set_search_prefix(int32_t h, const char *prefix);
+/* List-file searches: the file holding one name per line (LF or CR LF; lines
+ * longer than GF_SEARCH_MAX_LINE bytes fail with ERR_FIL_SEAFILOP_171F). */
+VQ_API int gf_set_search_file(int32_t h, const char *list_file_path);
+#define GF_SEARCH_MAX_LINE 65536
+/* Starts (or restarts) the search. Directory searches look in the
+ * specification's directory, or in the current directory (env_get_cwd) when
+ * it has none, and fail with ERR_FIL_NOFILEFND (last status ERR_FIL_NMFILES)
+ * when nothing matches; "." and ".." never match. On POSIX names are matched
+ * with match_wildcard, case-sensitively; on Windows by FindFirstFileW. A handle
+ * without a file name fails with ERR_FIL_NFNAM; a list file that cannot be
+ * opened with ERR_FIL_SEAFILOP_171E. */
+VQ_API int gf_init_search(int32_t h);
+/* 1 with the next full name as the result file name; 0 at the end (see
+ * above) or on a failure (ERR_FIL_SEARCH_1712 after the system's message).
+ * Names are returned in the order the system lists them. */
+VQ_API int gf_next_file(int32_t h);
+/* As gf_next_file, but a name holding any byte of 0x80 or above (a name the
+ * ANSI code page cannot hold on Windows) fails with ERR_FIL_NOUNICOD; the
+ * next call goes on with the following name. */
+VQ_API int gf_next_file_check_unicode(int32_t h);
+/* Ends the search: releases the directory and the list file. The handle keeps
+ * its names and can search again. */
+VQ_API int gf_close_search(int32_t h);
+/* The list-file forms behind gf_init_search and gf_next_file for type 1. */
+VQ_API int gf_init_file_search(int32_t h);
+VQ_API int gf_file_search_next_file(int32_t h);
+
 /* ---- Lock files ---------------------------------------------------------------------------- */
 
 /* Takes the lock lock_name (for example "<file>.lock") by creating that file,

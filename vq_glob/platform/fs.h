@@ -18,6 +18,17 @@ struct PlatFsStatus {
     bool is_dir = false;
     bool is_regular = false;
     bool is_link = false;
+    // Of what the query describes (the link itself when it does not follow).
+    // device and inode identify one object: st_dev/st_ino on POSIX, the
+    // volume serial number and file index on Windows (filled by
+    // plat_dir_child_status; plat_fs_status leaves them 0 on Windows, where
+    // they cost an open). mode is the POSIX permission bits (0 on Windows);
+    // modified is the last-write time in 100 ns units since 1970.
+    uint64_t device = 0;
+    uint64_t inode = 0;
+    uint64_t size = 0;
+    uint32_t mode = 0;
+    int64_t modified = 0;
 };
 
 // Fills *status for an existing name (stat/lstat, GetFileAttributesW): 0, or

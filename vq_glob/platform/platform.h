@@ -132,6 +132,7 @@ int32_t plat_mktime(struct tm *local, int64_t *seconds);
 #include "platform/file.h"
 #include "platform/process.h"
 #include "platform/fs.h"
+#include "platform/dir.h"
 #include "platform/conf_io.h"
 #include "platform/net.h"
 #include "platform/spawn.h"

@@ -1,6 +1,7 @@
 // POSIX backend: status queries by name, the current directory and full-path
 // expansion, directory creation, and the UTF-8 <-> wchar_t (UTF-32) conversions.
 #include "platform/platform.h"
+#include "platform/posix/fs_status.h"
 
 #include <sys/stat.h>
 #include <unistd.h>
@@ -101,6 +102,15 @@ size_t root_length(std::string_view name) {
 
 }  // namespace
 
+// The identity, size, permission bits and last-write time of a stat record.
+void plat_fs_fill_identity(const struct stat &record, PlatFsStatus *status) {
+    status->device = static_cast<uint64_t>(record.st_dev);
+    status->inode = static_cast<uint64_t>(record.st_ino);
+    status->size = static_cast<uint64_t>(record.st_size);
+    status->mode = static_cast<uint32_t>(record.st_mode & 07777);
+    status->modified = static_cast<int64_t>(record.st_mtim.tv_sec) * 10000000 + record.st_mtim.tv_nsec / 100;
+}
+
 int32_t plat_fs_status(const char *name, PlatFsStatus *status) {
     struct stat own {};
     if (::lstat(name, &own) != 0) {
@@ -114,6 +124,7 @@ int32_t plat_fs_status(const char *name, PlatFsStatus *status) {
     }
     status->is_dir = S_ISDIR(target.st_mode);
     status->is_regular = S_ISREG(target.st_mode);
+    plat_fs_fill_identity(target, status);
     return 0;
 }
 
