@@ -62,12 +62,60 @@ const std::string &plat_dir_path(const PlatDir *dir);
 // Closes dir; a null dir is ignored.
 void plat_dir_close(PlatDir *dir);
 
-// The name of the file system that holds path (GetVolumeInformationA on the
-// volume root on Windows, such as "NTFS" or "FAT32"; on POSIX the name of the
-// statfs type when known, such as "ext4", "tmpfs", "xfs", else "unknown").
+// The open directory's own status (fstat): identity, permission bits and
+// last-write time of the directory itself.
+int32_t plat_dir_status(PlatDir *dir, PlatFsStatus *status);
+
+// True for the errors that mean an entry is no longer what the directory
+// listed: gone, or replaced by another kind of object (a file where a
+// directory was, a link where no link is followed). A walk steps over them.
+bool plat_dir_is_vanished_error(int32_t code);
+// The error number that reports a missing name (ENOENT / ERROR_PATH_NOT_FOUND),
+// for a directory found replaced by another one when it is opened again.
+int32_t plat_dir_missing_error();
+
+// ---- Changing a tree relative to an open directory ----------------------------
+
+// Creates the directory name in dir with the POSIX permission bits mode (less
+// the umask; Windows ignores mode). An existing name fails with the error
+// plat_fs_is_exists_error recognises.
+int32_t plat_dir_make_child(PlatDir *dir, const char *name, uint32_t mode);
+
+// The text of the symbolic link name in dir, whole and unchanged (readlinkat;
+// the substitute name of a symbolic-link reparse point on Windows).
+int32_t plat_dir_read_link(PlatDir *dir, const char *name, std::string *target);
+
+// Creates the symbolic link name in dir holding target. to_directory makes a
+// directory link on Windows, which tells the two kinds apart; POSIX ignores it.
+int32_t plat_dir_make_link(PlatDir *dir, const char *name, const char *target, bool to_directory);
+
+// Copies the regular file name of from into the new file new_name of to:
+// contents, permission bits and last-write time (nanoseconds where the system
+// keeps them). The source is opened without following a link and without
+// blocking (a name replaced by a fifo or a device is refused, not read);
+// new_name must not exist. On failure new_name is removed again.
+int32_t plat_dir_copy_file(PlatDir *from, const char *name, PlatDir *to, const char *new_name);
+
+// Gives the directory to the permission bits and last-write time of from.
+// Called after to's contents are complete, since adding entries changes its
+// time and read-only bits could refuse them.
+int32_t plat_dir_copy_attributes(PlatDir *from, PlatDir *to);
+
+// Renames the entry from of dir to to in the same directory. With replace an
+// existing non-directory to is replaced in one step; without it an existing
+// to fails with the error plat_fs_is_exists_error recognises.
+int32_t plat_dir_rename_child(PlatDir *dir, const char *from, const char *to, bool replace);
+
+// The name of the file system that holds path: 0 with *name set, or the
+// error number. On Windows path must be a volume root as the caller formed
+// it ("C:\", "\\node\share\"), given to GetVolumeInformationW, and the
+// name is the volume's own ("NTFS", "FAT32"...). On POSIX any existing path
+// will do (statfs), and the name is the statfs type's when known ("ext4",
+// "tmpfs", "xfs", "ntfs"...), else "unknown".
 int32_t plat_fs_volume_name(const char *path, std::string *name);
 
 // Whether the Windows file-system rules of the filter apply (the recycler,
 // "System Volume Information" and the system configuration directory):
-// true on Windows, false on POSIX.
+// true on Windows, false on POSIX, where the filter's UNIX keys (hidden
+// files, mount points, links) act instead.
 bool plat_fs_has_system_dir_rules();
