@@ -136,3 +136,6 @@ int32_t plat_mktime(struct tm *local, int64_t *seconds);
 #include "platform/conf_io.h"
 #include "platform/net.h"
 #include "platform/spawn.h"
+#include "platform/registry.h"
+#include "platform/find.h"
+#include "platform/env.h"
