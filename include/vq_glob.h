@@ -23,11 +23,13 @@
 #include "vq_glob/rep_var.h"
 #include "vq_glob/slbn.h"
 #include "vq_glob/conf.h"
+#include "vq_glob/cconf.h"
 #include "vq_glob/cli.h"
 #include "vq_glob/sl_net.h"
 #include "vq_glob/slm.h"
 #include "vq_glob/env.h"
 #include "vq_glob/dir.h"
 #include "vq_glob/filter.h"
+#include "vq_glob/reg.h"
 
 #endif /* VQ_GLOB_H */
