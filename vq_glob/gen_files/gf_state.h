@@ -43,13 +43,22 @@ struct Tables {
     unsigned char write[256];
 };
 
+// The search under way on a handle (search.cpp): the directory being listed
+// or the list file being read. Destroying it releases both, so that freeing
+// or cleaning the handle ends its search.
+struct SearchStream;
+struct SearchStreamDeleter {
+    void operator()(SearchStream *stream) const;
+};
+using SearchStreamPtr = std::unique_ptr<SearchStream, SearchStreamDeleter>;
+
 // One handle. A default-constructed entry is free; gf_allocate_handle turns
 // it into an active one with the defaults below.
 struct Entry {
     int32_t active = 0;
     OwnedText file_name;
     OwnedText res_file_name;
-    uint8_t search_mark = 0;  // for file searches
+    uint8_t search_mark = 0;  // the search active byte: cleared by every init and next-file call
     uint8_t opened = 0;
     uint32_t open_flags = 0;
     int32_t packet_size = 0;
@@ -68,6 +77,11 @@ struct Entry {
     PlatNativeOpen native{};  // type 2: the open flags in the platform's terms
     OwnedText table_name;     // set when the handle made its own tables
     std::shared_ptr<const Tables> tables;
+    int32_t search_type = GF_SEARCH_DIRECTORY;
+    OwnedText search_dir;     // directory searches: where the names are, ending with a separator
+    OwnedText search_prefix;  // list files: put before each name, without a trailing separator
+    OwnedText search_file;    // list files: the list's path
+    SearchStreamPtr search;   // the search under way; null before an init and after gf_close_search
 };
 
 struct FilesRecord {
