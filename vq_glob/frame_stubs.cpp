@@ -18,7 +18,6 @@ constexpr Module empty_module(const char *name) {
 }  // namespace
 
 constinit const Module kDirListModule = empty_module<kSlotDirList>("dir");
-constinit const Module kEnvModule = empty_module<kSlotEnv>("env");
 constinit const Module kCompressModule = empty_module<kSlotCompress>("compress");
 constinit const Module kSemaphoresModule = empty_module<kSlotSemaphores>("sem");
 constinit const Module kMulticastModule = empty_module<kSlotMulticast>("vq_mc");
