@@ -54,7 +54,9 @@ Object locate(const Filter &filter, const char *name, bool is_dir) {
     const std::string &prefix = filter.base_with_separator;
     if (full.size() > prefix.size() && ascii::starts_with_nocase(full, prefix)) {
         object.relative = full.substr(prefix.size());
-        object.below_base = str_relative_up_dir_included(object.relative.data()) == 0;
+        // Most names hold no ".." at all; only those need the element scan.
+        object.below_base = object.relative.find("..") == std::string_view::npos ||
+                            str_relative_up_dir_included(object.relative.data()) == 0;
     }
     return object;
 }
@@ -143,22 +145,15 @@ int skip_object(const Filter &filter, const char *name, int32_t type, int32_t *s
     return 1;
 }
 
-int include_object(const Filter &filter, const char *name, int32_t type, int32_t *skip) {
-    Scratch scratch;
-    Object object = describe(filter, name, type);
-    bool out = true;
-    if (include_half(filter, object, scratch, &out) == 0) {
-        return 0;
-    }
-    *skip = out ? 1 : 0;
-    return 1;
-}
+// One half of Skip alone, include_half or exclude_half.
+using Half = int (*)(const Filter &, const Object &, Scratch &, bool *);
 
-int exclude_object(const Filter &filter, const char *name, int32_t type, int32_t *skip) {
+template <Half kHalf>
+int one_half(const Filter &filter, const char *name, int32_t type, int32_t *skip) {
     Scratch scratch;
     Object object = describe(filter, name, type);
     bool out = true;
-    if (exclude_half(filter, object, scratch, &out) == 0) {
+    if (kHalf(filter, object, scratch, &out) == 0) {
         return 0;
     }
     *skip = out ? 1 : 0;
@@ -269,19 +264,19 @@ VQ_API int WSkip(void *filter, const wchar_t *name, int32_t type, int32_t *skip)
 }
 
 VQ_API int include_check(void *filter, const char *name, int32_t type, int32_t *skip) {
-    return narrow_entry("include_check", filter, name, type, skip, include_object);
+    return narrow_entry("include_check", filter, name, type, skip, one_half<include_half>);
 }
 
 VQ_API int W_include_check(void *filter, const wchar_t *name, int32_t type, int32_t *skip) {
-    return wide_entry("W_include_check", filter, name, type, skip, include_object);
+    return wide_entry("W_include_check", filter, name, type, skip, one_half<include_half>);
 }
 
 VQ_API int exclude_check(void *filter, const char *name, int32_t type, int32_t *skip) {
-    return narrow_entry("exclude_check", filter, name, type, skip, exclude_object);
+    return narrow_entry("exclude_check", filter, name, type, skip, one_half<exclude_half>);
 }
 
 VQ_API int W_exclude_check(void *filter, const wchar_t *name, int32_t type, int32_t *skip) {
-    return wide_entry("W_exclude_check", filter, name, type, skip, exclude_object);
+    return wide_entry("W_exclude_check", filter, name, type, skip, one_half<exclude_half>);
 }
 
 VQ_API int should_dig_into_dir(void *filter, const char *path, int32_t *should_dig) {

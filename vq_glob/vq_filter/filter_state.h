@@ -35,6 +35,10 @@ struct Rule {
     std::string recursive;
     // R holds no separator, so it can only ever fit the object's own name.
     bool recursive_is_name = false;
+    // N's first element when it holds no wildcard (and N is not empty): an
+    // object whose first element differs cannot match N at all, which is
+    // known without the path matcher.
+    std::string literal_first;
     // An invalid exclude pair is kept (its index still pairs the lists) but
     // never fits.
     bool valid = true;

@@ -8,16 +8,20 @@
 // from its first element or from any deeper one. R always has to match what
 // it is given whole: a star never crosses a separator, so R without a
 // separator can only fit the object's name. That case is by far the most
-// common one and is matched on the name alone, without trying every level.
+// common one: the name is tested first, with the name matcher on the caller's
+// own text, and the path matcher (which needs writable copies) runs only for
+// names that fit. A literal first element of N rules out most other paths
+// with one comparison.
 #include <cstring>
 
+#include "internal/ascii.h"
+#include "internal/raise.h"
 #include "platform/platform.h"
 #include "vq_filter/filter_state.h"
 #include "vq_glob/err.h"
 #include "vq_glob/filter.h"
 #include "vq_glob/str.h"
 #include "vq_glob/wildcard.h"
-#include "internal/raise.h"
 
 namespace vq::filter {
 namespace {
@@ -72,6 +76,16 @@ int match_path(std::string_view pattern, std::string_view text, bool add_separat
     }
 }
 
+// False when N's literal first element rules the candidate out: the path
+// matcher compares first elements before anything else that could match.
+bool first_element_may_match(const Rule &rule, const Candidate &candidate) {
+    if (rule.literal_first.empty()) {
+        return true;
+    }
+    std::string_view first = candidate.relative.substr(0, candidate.relative.find(kSeparator));
+    return ascii::equal_nocase(first, rule.literal_first);
+}
+
 // Whether R, free of separators, fits the candidate's own name.
 bool name_fits(const Rule &rule, const Candidate &candidate, Scratch &scratch) {
     std::string_view name = candidate.relative.substr(candidate.name_at);
@@ -98,10 +112,6 @@ int recursive_fits_at(const Rule &rule, const Candidate &candidate, size_t from,
 int recursive_fits_below(const Rule &rule, const Candidate &candidate, size_t rest_at, Scratch &scratch,
                          bool *fits) {
     *fits = false;
-    if (rule.recursive_is_name) {
-        *fits = candidate.name_at >= rest_at && name_fits(rule, candidate, scratch);
-        return 1;
-    }
     for (size_t from = rest_at; from <= candidate.name_at && !*fits;) {
         if (recursive_fits_at(rule, candidate, from, scratch, fits) == 0) {
             return 0;
@@ -153,6 +163,10 @@ Rule make_rule(const std::string &base, std::string_view non_recursive, std::str
     rule.relative_at = base.size() + 1;
     rule.recursive.assign(recursive);
     rule.recursive_is_name = recursive.find(kSeparator) == std::string_view::npos;
+    std::string_view first = non_recursive.substr(0, non_recursive.find(kSeparator));
+    if (!first.empty() && first.find_first_of("*?") == std::string_view::npos) {
+        rule.literal_first.assign(first);
+    }
     rule.valid = pair_is_valid(non_recursive, recursive);
     return rule;
 }
@@ -179,18 +193,23 @@ Candidate make_candidate(std::string_view relative, bool is_dir) {
 
 int rule_fits(const Rule &rule, const Candidate &candidate, Scratch &scratch, bool *fits) {
     *fits = false;
-    if (!rule.valid) {
+    if (!rule.valid || !first_element_may_match(rule, candidate)) {
+        return 1;
+    }
+    // R that names the object fits whether N selects the object or a
+    // directory above it: the cheap test on the name comes first.
+    if (rule.recursive_is_name && !name_fits(rule, candidate, scratch)) {
         return 1;
     }
     PathMatch match;
     if (match_path(rule.relative_view(), candidate.relative, candidate.is_dir, scratch, &match) == 0) {
         return 0;
     }
+    if (rule.recursive_is_name) {
+        *fits = match.fit == Fit::whole || match.fit == Fit::below;
+        return 1;
+    }
     if (match.fit == Fit::whole) {
-        if (rule.recursive_is_name) {
-            *fits = name_fits(rule, candidate, scratch);
-            return 1;
-        }
         return recursive_fits_at(rule, candidate, candidate.name_at, scratch, fits);
     }
     if (match.fit == Fit::below) {
@@ -201,7 +220,7 @@ int rule_fits(const Rule &rule, const Candidate &candidate, Scratch &scratch, bo
 
 int rule_could_fit_below(const Rule &rule, const Candidate &candidate, Scratch &scratch, bool *could) {
     *could = false;
-    if (!rule.valid) {
+    if (!rule.valid || !first_element_may_match(rule, candidate)) {
         return 1;
     }
     PathMatch match;
