@@ -2,10 +2,11 @@
  *
  * Each function returns a text in a buffer of the calling thread's, valid
  * until the same function is called again on that thread (or the thread ends);
- * the caller never frees it. On failure the result is NULL with the cause on
- * the error stack (the system's message, then ERR_GEN_PARAMS-style context as
- * the function says); nothing is ever cut short: a value of any length is
- * returned whole. */
+ * the caller never frees it; answers of other functions and of other threads
+ * are kept apart. On failure the result is NULL with the cause on the error
+ * stack: the system's message (ERR_SYS_ERRMSG), then the function's ERR_ENV_
+ * line where it names one below. Nothing is ever cut short: a value of any
+ * length is returned whole. */
 #ifndef VQ_GLOB_ENV_H
 #define VQ_GLOB_ENV_H
 
@@ -14,23 +15,27 @@
 VQ_EXTERN_C_BEGIN
 
 /* The name of the user the calling thread runs as (the effective user on
- * POSIX, from the account database; GetUserNameW on Windows). */
+ * POSIX, from the account database; GetUserNameW on Windows). Fails with
+ * ERR_ENV_GETPWUID naming the user id (alone when the id has no entry). */
 VQ_API const char *env_get_user_name(void);
 /* That user's home directory: the account database's entry on POSIX (HOME
- * only when the database has none), the user profile directory on Windows. */
+ * only when the database has none), the user profile directory on Windows
+ * (USERPROFILE when it cannot be had). Fails with ERR_ENV_GETHDIR. */
 VQ_API const char *env_get_home_dir(void);
-/* This machine's host name without its domain (gethostname / the NetBIOS-free
- * DNS host name on Windows). */
+/* This machine's host name without its domain: gethostname cut at its first
+ * dot / the DNS host name on Windows. Fails with ERR_ENV_GETHOSTNAME. */
 VQ_API const char *env_get_host_name(void);
 /* The DNS domain this machine belongs to (the part of its canonical name
  * after the first dot on POSIX, the primary DNS domain on Windows); an empty
- * text when it has none. */
+ * text when it has none or the resolver does not know the host. A resolver
+ * failure gives ERR_ENV_GETHOSTBYNAME naming the host. */
 VQ_API const char *env_get_domain_name(void);
 /* The operating system's name, release and version in one line, for example
  * "Linux 6.1.0-18-amd64 #1 SMP ... x86_64" or "Windows 10.0.19045". */
 VQ_API const char *env_get_os_version(void);
 /* The process's current directory, without a trailing separator except for a
- * root ("/" or "C:\"). */
+ * root ("/" or "C:\"). A directory that has been removed fails with
+ * ERR_ENV_GETCWD. */
 VQ_API const char *env_get_cwd(void);
 
 VQ_EXTERN_C_END

@@ -256,8 +256,13 @@ VQ_API int gf_set_search_type(int32_t h, int32_t type);
 /* List-file searches: the text put, with a separator, before every listed
  * name; one trailing separator of prefix is dropped. NULL clears it. */
 VQ_API int gf_set_search_prefix(int32_t h, const char *prefix);
-/* List-file searches: the file holding one name per line (LF or CR LF; lines
- * longer than GF_SEARCH_MAX_LINE bytes fail with ERR_FIL_SEAFILOP_171F). */
+/* List-file searches: the file holding one name per line (LF or CR LF, the
+ * last line with or without one). Lines are selected by the handle's file name
+ * as a pattern, letter case ignored; blank lines are passed over. A line
+ * longer than GF_SEARCH_MAX_LINE bytes or holding a NUL byte fails its
+ * gf_next_file with ERR_FIL_SEAFILOP_171F (the reason beneath it); the next
+ * call goes on with the line after it. Only a regular file is read: a
+ * directory, fifo or device fails gf_init_search with ERR_FIL_SEAFILOP_171E. */
 VQ_API int gf_set_search_file(int32_t h, const char *list_file_path);
 #define GF_SEARCH_MAX_LINE 65536
 /* Starts (or restarts) the search. Directory searches look in the
@@ -266,18 +271,22 @@ VQ_API int gf_set_search_file(int32_t h, const char *list_file_path);
  * when nothing matches; "." and ".." never match. On POSIX names are matched
  * with match_wildcard, case-sensitively; on Windows by FindFirstFileW. A handle
  * without a file name fails with ERR_FIL_NFNAM; a list file that cannot be
- * opened with ERR_FIL_SEAFILOP_171E. */
+ * opened with ERR_FIL_SEAFILOP_171E, a type other than the two with
+ * ERR_FIL_BADPAR. A running search is ended first. */
 VQ_API int gf_init_search(int32_t h);
 /* 1 with the next full name as the result file name; 0 at the end (see
- * above) or on a failure (ERR_FIL_SEARCH_1712 after the system's message).
- * Names are returned in the order the system lists them. */
+ * above) or on a failure (ERR_FIL_SEARCH_1712 after the system's message;
+ * ERR_FIL_SEARCH_1712 alone when no search is running). Names are returned in
+ * the order the system lists them; a name removed since its directory was
+ * listed is not returned. */
 VQ_API int gf_next_file(int32_t h);
 /* As gf_next_file, but a name holding any byte of 0x80 or above (a name the
  * ANSI code page cannot hold on Windows) fails with ERR_FIL_NOUNICOD; the
  * next call goes on with the following name. */
 VQ_API int gf_next_file_check_unicode(int32_t h);
-/* Ends the search: releases the directory and the list file. The handle keeps
- * its names and can search again. */
+/* Ends the search: releases the directory and the list file (as
+ * gf_free_handle and gf_clean do). The handle keeps its names and can search
+ * again; gf_next_file fails until it does. */
 VQ_API int gf_close_search(int32_t h);
 /* The list-file forms behind gf_init_search and gf_next_file for type 1. */
 VQ_API int gf_init_file_search(int32_t h);
