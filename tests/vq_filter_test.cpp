@@ -218,6 +218,23 @@ TEST(FilterRules, RecursivePartsWithSeparatorsAndDirectoryOnlyPatterns) {
     EXPECT_EQ(dig(filter.get(), under(kBase, "proj/keep")), 0);
 }
 
+TEST(FilterRules, WalksEnterOnlyDirectoriesOnTheWayToOrBelowWhatIsIncluded) {
+    Config config;
+    config.include = {{"src/util", "*.c"}};
+    config.exclude = {{"src/util/old", "*"}};
+    FilterPtr filter = make_filter(config);
+    const std::pair<const char *, int> cases[] = {
+        {"src", 1},      {"src/util", 1}, {"src/util/x/y", 1}, {"src/util/old", 0},
+        {"src/other", 0}, {"docs", 0},    {"srcx", 0},
+    };
+    for (const auto &[relative, entered] : cases) {
+        EXPECT_EQ(dig(filter.get(), under(kBase, relative)), entered) << relative;
+        EXPECT_EQ(skipped(filter.get(), under(kBase, relative), kDir), 1) << relative;
+    }
+    EXPECT_EQ(skipped(filter.get(), under(kBase, "src/util/x/y/a.c"), kFile), 0);
+    EXPECT_EQ(skipped(filter.get(), under(kBase, "src/a.c"), kFile), 1);
+}
+
 TEST(FilterRules, LetterCaseNeverMattersEvenWhenConfiguredSensitive) {
     Config config = worked_example();
     config.extra = {"Case Sensitive=TRUE"};
