@@ -318,6 +318,40 @@ TEST(FilterInit, UnevenOrInvalidRulesFailWithTheirCodes) {
     EXPECT_EQ(skipped(filter.get(), under(kBase, "a.o"), kFile), 1);
 }
 
+TEST(FilterInit, HandleBoundToTheFilterTableWorksThroughTypedSetters) {
+    ASSERT_EQ(vq_get_filter_cf_keys_number(), FILTER_CF_KEYS);
+    const conf_table_row *table = vq_get_filter_cf_table();
+    void *h = nullptr;
+    ASSERT_EQ(conf_allocate_handle(&h), 1);
+    ConfPtr conf(h);
+    ASSERT_EQ(conf_set_table(h, table, vq_get_filter_cf_keys_number()), 1) << err_get_error_msg();
+    // The defaults of the keys that act without being set.
+    const std::pair<int32_t, int32_t> defaults[] = {{FILTER_CF_IGNORE_HIDDEN_FILES, 1},
+                                                    {FILTER_CF_IGNORE_MOUNT_POINTS, 1},
+                                                    {FILTER_CF_IGNORE_RECYCLE_DIR, 0},
+                                                    {FILTER_CF_CASE_SENSITIVE, 0}};
+    for (const auto &[constant, value] : defaults) {
+        int32_t got = -1;
+        ASSERT_EQ(conf_get_bool_field_by_const(h, constant, &got), 1) << table[constant].name;
+        EXPECT_EQ(got, value) << table[constant].name;
+    }
+    ASSERT_EQ(conf_set_string_field_by_const(h, FILTER_CF_BASE_DIRECTORY, (kBase + kSep).c_str()), 1);
+    std::string docs = "docs";
+    char *non_recursive[] = {docs.data(), nullptr};
+    char star[] = "*";
+    char *recursive[] = {star, nullptr};
+    ASSERT_EQ(conf_set_ml_string_field_by_const(h, FILTER_CF_INCLUDE_NON_RECURSIVE, non_recursive), 1);
+    ASSERT_EQ(conf_set_ml_string_field_by_const(h, FILTER_CF_INCLUDE_RECURSIVE, recursive), 1);
+    void *filter = nullptr;
+    ASSERT_EQ(init_filter(&filter, h), 1) << err_get_error_msg();
+    FilterPtr owned(filter);
+    EXPECT_EQ(skipped(filter, under(kBase, "docs/a"), kFile), 0);  // the trailing separator of the base is cut
+    EXPECT_EQ(skipped(filter, under(kBase, "src/a"), kFile), 1);
+#ifndef _WIN32
+    EXPECT_EQ(skipped(filter, under(kBase, "docs/.a"), kFile), 1);  // hidden files are left out by default
+#endif
+}
+
 TEST(FilterInit, ConfigurationProblemsFailAndNullArgumentsAreRefused) {
     EXPECT_EQ(init_failure("[Other]\nx=1\n"), std::vector<uint32_t>{ERR_CNF_SECTION});
     Config typed;
