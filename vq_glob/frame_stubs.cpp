@@ -22,7 +22,6 @@ constinit const Module kCompressModule = empty_module<kSlotCompress>("compress")
 constinit const Module kSemaphoresModule = empty_module<kSlotSemaphores>("sem");
 constinit const Module kMulticastModule = empty_module<kSlotMulticast>("vq_mc");
 constinit const Module kMd5Module = empty_module<kSlotMd5>("md5");
-constinit const Module kRegistryModule = empty_module<kSlotRegistry>("reg");
 constinit const Module kNtEnvModule = empty_module<kSlotNtEnv>("ntenv");
 
 }  // namespace vq::frame
