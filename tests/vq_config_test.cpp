@@ -650,4 +650,38 @@ TEST_F(Conf, SharedHandleServesTwoThreads) {
     conf_free_handle(&h);
 }
 
+// A holder of the critical section reads the same version however long it
+// holds it; the other thread's change lands only after the release. Without
+// the lock the writer, started while the holder is inside, could slip in.
+TEST_F(Conf, LockedHandleShowsItsHolderOneVersion) {
+    void *h = nullptr;
+    ASSERT_EQ(conf_allocate_handle_use_cs(&h), 1);
+    ASSERT_EQ(conf_read_buffer_to_handle(h, "[s]\nf=old\n"), 1);
+    ASSERT_EQ(conf_lock_handle(h), 1);
+    std::atomic<bool> writer_started{false};
+    std::thread writer([&] {
+        writer_started = true;
+        EXPECT_EQ(conf_set_string_field(h, "s", "f", "new"), 1);
+    });
+    while (!writer_started) {
+        std::this_thread::yield();
+    }
+    std::this_thread::yield();
+    char *value = nullptr;
+    ASSERT_EQ(conf_get_string_field(h, "s", "f", &value), 1);  // re-entered by the holder
+    EXPECT_STREQ(value, "old");
+    ASSERT_EQ(conf_unlock_handle(h), 1);
+    writer.join();
+    ASSERT_EQ(conf_get_string_field(h, "s", "f", &value), 1);
+    EXPECT_STREQ(value, "new");
+    conf_free_handle(&h);
+
+    void *plain = nullptr;  // no section to hold: both calls succeed, nothing blocks
+    ASSERT_EQ(conf_allocate_handle(&plain), 1);
+    EXPECT_EQ(conf_lock_handle(plain), 1);
+    EXPECT_EQ(conf_unlock_handle(plain), 1);
+    conf_free_handle(&plain);
+    EXPECT_EQ(conf_lock_handle(nullptr), 0);
+}
+
 }  // namespace

@@ -63,6 +63,13 @@ VQ_API int conf_free_handle(void **handle);
  * makes later reads and writes wait 60 s and fail until
  * conf_delete_lock_file removes it. */
 VQ_API int conf_set_lock_use_on_handle(void *h, int32_t on);
+/* Holds the handle's critical section (conf_allocate_handle_use_cs) across
+ * several calls, so that a thread reads or changes several fields of one
+ * version while other threads wait; the section is re-entrant, so the
+ * holder's own calls work. Every conf_lock_handle needs one conf_unlock_handle
+ * on the same thread. A handle without a section: 1, nothing is held. */
+VQ_API int conf_lock_handle(void *h);
+VQ_API int conf_unlock_handle(void *h);
 /* conf_write writes "<file>.temp" and then puts it in the file's place. */
 VQ_API int conf_enable_write_with_temp(void *h);
 VQ_API int conf_disable_write_with_temp(void *h);

@@ -82,6 +82,30 @@ VQ_API int conf_set_lock_use_on_handle(void *vh, int32_t on) {
     });
 }
 
+// The handle's critical section is re-entrant, so the holder's own calls on
+// the handle enter it again without blocking.
+VQ_API int conf_lock_handle(void *vh) {
+    Handle *h = handle_of(vh, "conf_lock_handle");
+    if (h == nullptr) {
+        return 0;
+    }
+    if (h->use_cs) {
+        plat_lock_enter(&h->cs);
+    }
+    return 1;
+}
+
+VQ_API int conf_unlock_handle(void *vh) {
+    Handle *h = handle_of(vh, "conf_unlock_handle");
+    if (h == nullptr) {
+        return 0;
+    }
+    if (h->use_cs) {
+        plat_lock_leave(&h->cs);
+    }
+    return 1;
+}
+
 VQ_API int conf_enable_write_with_temp(void *vh) {
     return with_handle(vh, "conf_enable_write_with_temp", __LINE__, [](Handle &h) {
         h.write_with_temp = true;
