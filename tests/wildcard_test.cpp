@@ -1,7 +1,10 @@
 // Wildcard matching: the name matcher against a literal recursive reference,
-// its edge rules, and the element-by-element path matcher with its rests.
+// its edge rules, and the element-by-element path matcher with its rests; both
+// against glibc's fnmatch where their rules agree, on short generated texts
+// and on long adversarial ones.
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <random>
 #include <string>
 #include <utility>
@@ -10,6 +13,12 @@
 #include "vq_glob/dbg.h"
 #include "vq_glob/err.h"
 #include "vq_glob/wildcard.h"
+
+// The C library's matcher is the peer where it exists (not on Windows).
+#if __has_include(<fnmatch.h>)
+#include "support/wildcard_fnmatch.h"
+#define VQ_TEST_FNMATCH 1
+#endif
 
 namespace {
 
@@ -96,6 +105,142 @@ TEST(NameMatch, AgreesWithTheRecursiveRules) {
     }
     ::testing::Test::RecordProperty("cases", compared);
 }
+
+// Random texts over an alphabet, up to max_length characters.
+class TextSource {
+public:
+    explicit TextSource(unsigned seed) : random_(seed) {}
+    std::string operator()(const std::string &alphabet, size_t max_length) {
+        std::string text(random_() % (max_length + 1), ' ');
+        for (char &c : text) {
+            c = alphabet[random_() % alphabet.size()];
+        }
+        return text;
+    }
+
+    // A name the pattern is likely to match: stars stand for up to three
+    // characters of the alphabet, "?" for one, letters for themselves in
+    // either case; now and then one character is changed.
+    std::string name_for(const std::string &pattern, const std::string &alphabet) {
+        std::string name;
+        for (char c : pattern) {
+            if (c == '*') {
+                name += (*this)(alphabet, 3);
+            } else if (c == '?') {
+                name += alphabet[random_() % alphabet.size()];
+            } else {
+                name += random_() % 2 != 0 && c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c;
+            }
+        }
+        if (!name.empty() && random_() % 4 == 0) {
+            name[random_() % name.size()] = alphabet[random_() % alphabet.size()];
+        }
+        return name;
+    }
+
+private:
+    std::mt19937 random_;
+};
+
+// Counts the answers of a differential check, to show that both kinds were compared.
+struct Tally {
+    int compared = 0;
+    int matched = 0;
+
+    void count(int result) {
+        ++compared;
+        matched += result;
+    }
+    ~Tally() {
+        ::testing::Test::RecordProperty("cases", compared);
+        ::testing::Test::RecordProperty("matches", matched);
+        EXPECT_GT(matched, 10000) << "too few matches to compare";
+        EXPECT_GT(compared - matched, 10000) << "too few mismatches to compare";
+    }
+};
+
+#ifdef VQ_TEST_FNMATCH
+// ---- Against fnmatch ------------------------------------------------------
+// The rules both share and how they are compared: support/wildcard_fnmatch.h.
+
+using vq_test::fnmatch_pattern;
+using vq_test::fnmatch_result;
+
+// The alphabets of generated pairs: every text up to 4 characters over the
+// short alphabets, random texts up to the lengths given over the others, and
+// names derived from their pattern over `derived_names`.
+struct Alphabets {
+    std::string short_patterns, short_names;
+    std::string patterns, names, derived_names;
+    size_t pattern_length, name_length;
+};
+
+// Calls compare(pattern, name) on every pair of short texts, then on 100,000
+// random pairs, half of them with a name derived from the pattern.
+template <typename Compare>
+void over_generated_pairs(const Alphabets &alphabets, unsigned seed, Compare compare) {
+    const std::vector<std::string> short_patterns = all_texts(alphabets.short_patterns, 4);
+    const std::vector<std::string> short_names = all_texts(alphabets.short_names, 4);
+    for (const std::string &pattern : short_patterns) {
+        for (const std::string &name : short_names) {
+            compare(pattern, name);
+        }
+    }
+    TextSource text(seed);
+    for (int i = 0; i < 100000; ++i) {
+        std::string pattern = text(alphabets.patterns, alphabets.pattern_length);
+        compare(pattern, i % 2 == 0 ? text(alphabets.names, alphabets.name_length)
+                                    : text.name_for(pattern, alphabets.derived_names));
+    }
+}
+
+TEST(AgainstFnmatch, NamesAgreeWithFlagsZero) {
+    const std::string patterns = "ab*?./";
+    const std::string names = "abB*?./";
+    Tally tally;
+    auto compare = [&](const std::string &pattern, const std::string &name) {
+        for (int cs = 0; cs < 2; ++cs) {
+            int ours = match_wildcard(pattern.c_str(), name.c_str(), cs);
+            ASSERT_EQ(ours, fnmatch_result(fnmatch_pattern(pattern, '\0'), name, cs, 0))
+                << "pattern <" << pattern << "> name <" << name << "> case " << cs;
+            tally.count(ours);
+        }
+    };
+    over_generated_pairs({patterns, "aB*/", patterns, names, names, 14, 24}, 20241124, compare);
+}
+
+// Long adversarial texts, where the recursive reference would take forever.
+TEST(AgainstFnmatch, LongAdversarialNames) {
+    auto repeat = [](const std::string &unit, size_t times) {
+        std::string text;
+        for (size_t i = 0; i < times; ++i) {
+            text += unit;
+        }
+        return text;
+    };
+    const std::string as(10000, 'a');
+    const std::vector<std::pair<std::string, std::string>> cases = {
+        {std::string(10000, '?'), std::string(10000, 'q')},
+        {std::string(10000, '?'), std::string(9999, 'q')},
+        {repeat("*a", 5000) + "*b", as},
+        {repeat("*a", 5000) + "*b", as + "b"},
+        {"*" + std::string(5000, '?') + "b*", as},
+        {"*" + std::string(5000, '?') + "b*", as + "b"},
+        {"*" + std::string(5000, '?') + "b*", "b" + as},
+        {repeat("*??", 2500) + "b", as},
+        {repeat("*??", 2500) + "b", as + "b"},
+        {repeat("*?a", 3000) + "*", as},
+        {repeat("*A?", 3000) + "*", as},
+    };
+    for (const auto &[pattern, name] : cases) {
+        for (int cs = 0; cs < 2; ++cs) {
+            EXPECT_EQ(match_wildcard(pattern.c_str(), name.c_str(), cs), fnmatch_result(pattern, name, cs, 0))
+                << "pattern of " << pattern.size() << " beginning <" << pattern.substr(0, 8) << "> case " << cs;
+        }
+    }
+}
+
+#endif  // VQ_TEST_FNMATCH
 
 TEST(NameMatch, MissingOperandsAndEmptyTexts) {
     EXPECT_EQ(match_wildcard(nullptr, "x", 1), 1);
@@ -249,6 +394,170 @@ TEST(PathMatch, TracesEachStepOnTheFilterChannel) {
         expected += std::string("str_iterative_match_wildcard_with_strike : ") + line;
     }
     EXPECT_EQ(traced, expected);
+}
+
+#ifdef VQ_TEST_FNMATCH
+// A full match of the path matcher (result 1) is fnmatch's match with
+// FNM_PATHNAME, element by element, except for the names path_comparable
+// leaves out.
+TEST(AgainstFnmatch, FullPathMatchesAgreeWithPathnameFlag) {
+    const std::string patterns = path("aA*?|");
+    const std::string names = path("ab*|");
+    Tally tally;
+    auto compare = [&](const std::string &pattern, const std::string &name) {
+        if (!vq_test::path_comparable(name, kSep)) {
+            return;
+        }
+        for (int cs = 0; cs < 2; ++cs) {
+            int result = match_path(pattern, name, cs).result;
+            ASSERT_EQ(result == WILDCARD_MATCH ? 1 : 0,
+                      fnmatch_result(fnmatch_pattern(pattern, kSep), name, cs, FNM_PATHNAME))
+                << "pattern <" << pattern << "> name <" << name << "> case " << cs << " result " << result;
+            tally.count(result == WILDCARD_MATCH ? 1 : 0);
+        }
+    };
+    // Stars stand for no separator in derived names, so that most of them match.
+    over_generated_pairs({path("a*?|"), path("aB|"), patterns, names, "ab*", 16, 24}, 20241125, compare);
+}
+
+#endif  // VQ_TEST_FNMATCH
+
+// The path rules step by step, as plainly as they can be written: whole-text
+// checks, then the first elements cut at their separators and matched by the
+// name matcher; every round searches and compares the whole remainders.
+int path_steps(char *pattern, char *name, int case_sensitive, char **rest_pattern, char **rest_name, int strike) {
+    auto equal = [&](const char *a, const char *b) {
+        for (; *a != '\0' && fold(*a, case_sensitive != 0) == fold(*b, case_sensitive != 0); ++a, ++b) {
+        }
+        return *a == *b;
+    };
+    for (;;) {
+        char *pattern_sep = std::strchr(pattern, kSep);
+        char *name_sep = std::strchr(name, kSep);
+        if (pattern_sep == nullptr && name_sep == nullptr && *pattern != '\0' && *name != '\0' &&
+            match_wildcard(pattern, name, case_sensitive) != 0) {
+            return WILDCARD_MATCH;
+        }
+        if (equal(pattern, name)) {
+            return WILDCARD_MATCH;
+        }
+        if (*pattern == '\0') {
+            *rest_name = name;
+            return WILDCARD_NAME_BELOW;
+        }
+        if (*name == '\0') {
+            *rest_pattern = pattern;
+            return WILDCARD_NAME_ABOVE;
+        }
+        for (char *sep : {pattern_sep, name_sep}) {
+            if (sep != nullptr) {
+                *sep = '\0';
+            }
+        }
+        if (match_wildcard_with_strike(pattern, name, case_sensitive, strike) == 0) {
+            return WILDCARD_NO_MATCH;
+        }
+        if (pattern_sep == nullptr && name_sep == nullptr) {
+            return WILDCARD_MATCH;
+        }
+        if (pattern_sep == nullptr) {
+            *rest_name = name_sep + 1;
+            return WILDCARD_NAME_BELOW;
+        }
+        if (name_sep == nullptr) {
+            *rest_pattern = pattern_sep + 1;
+            return WILDCARD_NAME_ABOVE;
+        }
+        pattern = pattern_sep + 1;
+        name = name_sep + 1;
+    }
+}
+
+// Runs the library and the plain steps on copies of the same texts and
+// compares the results, the rests (as offsets) and both buffers afterwards.
+void compare_with_steps(const std::string &pattern, const std::string &name, int case_sensitive, int strike) {
+    std::vector<char> p1(pattern.c_str(), pattern.c_str() + pattern.size() + 1), p2 = p1;
+    std::vector<char> n1(name.c_str(), name.c_str() + name.size() + 1), n2 = n1;
+    char *rest_pattern1 = nullptr, *rest_name1 = nullptr, *rest_pattern2 = nullptr, *rest_name2 = nullptr;
+    int ours = str_iterative_match_wildcard_with_strike(p1.data(), n1.data(), case_sensitive, &rest_pattern1,
+                                                        &rest_name1, strike);
+    int steps = path_steps(p2.data(), n2.data(), case_sensitive, &rest_pattern2, &rest_name2, strike);
+    auto offset = [](const char *rest, const std::vector<char> &buffer) {
+        return rest == nullptr ? -1L : static_cast<long>(rest - buffer.data());
+    };
+    std::string where = "pattern <" + pattern.substr(0, 40) + "> name <" + name.substr(0, 40) + "> case " +
+                        std::to_string(case_sensitive) + " strike " + std::to_string(strike);
+    ASSERT_EQ(ours, steps) << where;
+    ASSERT_EQ(offset(rest_pattern1, p1), offset(rest_pattern2, p2)) << where;
+    ASSERT_EQ(offset(rest_name1, n1), offset(rest_name2, n2)) << where;
+    ASSERT_TRUE(p1 == p2 && n1 == n2) << "the separators cut differ: " << where;
+}
+
+TEST(PathMatch, AgreesWithThePlainSteps) {
+    const std::string alphabet = path("aA*?|");
+    std::vector<std::string> texts = all_texts(alphabet, 3);
+    for (const std::string &pattern : texts) {
+        for (const std::string &name : texts) {
+            for (int flags = 0; flags < 4; ++flags) {
+                compare_with_steps(pattern, name, flags & 1, flags >> 1);
+            }
+        }
+    }
+    TextSource text(20241126);
+    const std::string wider = path("aAbB*?|||");
+    for (int i = 0; i < 40000; ++i) {
+        std::string pattern = text(wider, 14);
+        // Shared endings exercise the equal-remainder shortcut.
+        std::string ending = text(wider, 6);
+        compare_with_steps(pattern + ending, text(wider, 14) + ending, i & 1, (i >> 1) & 1);
+    }
+}
+
+TEST(PathMatch, LongPathsKeepResultsRestsAndCuts) {
+    auto elements = [](const std::string &element, size_t count, const std::string &last) {
+        std::string text;
+        for (size_t i = 0; i < count; ++i) {
+            text += element + kSep;
+        }
+        return text + last;
+    };
+    const std::vector<std::pair<std::string, std::string>> cases = {
+        {elements("a", 10000, "y"), elements("a", 10000, "x")},
+        {elements("a", 10000, "x"), elements("A", 10000, "x")},
+        {elements("*", 10000, "*x"), elements("a", 10000, "ay")},
+        {elements("*", 10000, "*x"), elements("a", 10000, "ax")},
+        {elements("?*?", 2500, "x"), elements("abc", 2500, "x")},
+        {elements("a", 5000, "b"), elements("a", 8000, "b")},
+        {elements("a", 8000, "b"), elements("a", 5000, "b")},
+        {elements("a", 5000, "b*"), elements("a", 5000, "b") + kSep},
+        {std::string(10000, '?'), std::string(10000, 'q')},
+        {std::string(10000, '?'), elements("q", 10, std::string(10000, 'q'))},
+    };
+    for (const auto &[pattern, name] : cases) {
+        for (int flags = 0; flags < 4; ++flags) {
+            compare_with_steps(pattern, name, flags & 1, flags >> 1);
+        }
+    }
+}
+
+// Nothing is written unless the FILTER channel or the debug flag is on.
+TEST(PathMatch, TracesOnlyWhenTheFilterChannelOrTheFlagIsOn) {
+    auto traced_by = [](auto set_up) {
+        set_up();
+        ::testing::internal::CaptureStdout();
+        match_path(path("d*|x"), path("dir|x"));
+        std::string traced = ::testing::internal::GetCapturedStdout();
+        dbg_set_debug(0);
+        dbg_clear_debug_mask();
+        return traced;
+    };
+    const unsigned char network[8] = {0, 0, 0, 0, 0, 0, 0x80, 0};  // channel 55, the neighbour
+    const unsigned char filter_and_more[8] = {0xFF, 0, 0, 0, 0, 0, 0, 0x03};
+    EXPECT_EQ(traced_by([&] { dbg_set_debug_mask_value(network); }), "");
+    std::string with_filter = traced_by([&] { dbg_set_debug_mask_value(filter_and_more); });
+    EXPECT_NE(with_filter.find("going to check <d*" + path("|x> and <dir|x> \n")), std::string::npos);
+    EXPECT_EQ(traced_by([] { dbg_set_debug(2); }), with_filter);  // the flag alone, every channel bit clear
+    EXPECT_EQ(traced_by([] {}), "");
 }
 
 }  // namespace

@@ -13,8 +13,11 @@
  *  - a run of two or more stars at the end of a pattern needs at least one
  *    character left to match: "a**" matches "ab" but not "a" (a single
  *    trailing star matches an empty remainder).
- * Matching takes time proportional to the product of the two lengths at worst;
- * no pattern makes it backtrack exponentially. */
+ * Cost: matching a name is linear for runs of "?" and for texts between stars
+ * that can begin at few places, and proportional to the product of the two
+ * lengths at worst (a text between stars that almost matches everywhere); no
+ * pattern makes it backtrack exponentially. A path match measures both texts
+ * once and then costs no more than matching its elements. */
 #ifndef VQ_GLOB_WILDCARD_H
 #define VQ_GLOB_WILDCARD_H
 
