@@ -8,13 +8,17 @@
 //  - a case-sensitive match is also a case-blind one, and a match with the
 //    strike rule also one without it;
 //  - the path matcher returns 0 to 3 and sets only the rest its result names,
-//    pointing inside the caller's buffer.
+//    pointing inside the caller's buffer;
+//  - where glibc's fnmatch has the same rules (tests/support/wildcard_fnmatch.h),
+//    the name matcher answers as fnmatch does with flags 0, and a full path
+//    match is fnmatch's match with FNM_PATHNAME.
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <string>
 #include <vector>
 
+#include "../tests/support/wildcard_fnmatch.h"
 #include "vq_glob/wildcard.h"
 
 namespace {
@@ -93,7 +97,8 @@ bool inside(const char *p, const std::vector<char> &buffer) {
     return p >= buffer.data() && p < buffer.data() + buffer.size();
 }
 
-void check_path_match(const std::string &pattern, const std::string &name, int case_sensitive, int strike) {
+// Returns the path matcher's result after checking its rests.
+int check_path_match(const std::string &pattern, const std::string &name, int case_sensitive, int strike) {
     std::vector<char> p(pattern.begin(), pattern.end()), n(name.begin(), name.end());
     p.push_back('\0');
     n.push_back('\0');
@@ -105,6 +110,21 @@ void check_path_match(const std::string &pattern, const std::string &name, int c
     check((rest_pattern != nullptr) == (result == WILDCARD_NAME_ABOVE));
     check(rest_name == nullptr || inside(rest_name, n));
     check(rest_pattern == nullptr || inside(rest_pattern, p));
+    return result;
+}
+
+// fnmatch recurses at every star, so only texts of reference size go to it.
+void check_against_fnmatch(const std::string &pattern, const std::string &name, int case_sensitive) {
+    if (!vq_test::fnmatch_comparable(pattern) || !vq_test::fnmatch_comparable(name)) {
+        return;
+    }
+    int theirs = vq_test::fnmatch_result(vq_test::fnmatch_pattern(pattern, '\0'), name, case_sensitive, 0);
+    check(theirs < 0 || match_wildcard(pattern.c_str(), name.c_str(), case_sensitive) == theirs);
+    if (vq_test::path_comparable(name, VQ_PATH_SEPARATOR)) {
+        theirs = vq_test::fnmatch_result(vq_test::fnmatch_pattern(pattern, VQ_PATH_SEPARATOR), name, case_sensitive,
+                                         FNM_PATHNAME);
+        check(theirs < 0 || (check_path_match(pattern, name, case_sensitive, 0) == WILDCARD_MATCH) == (theirs == 1));
+    }
 }
 
 }  // namespace
@@ -125,6 +145,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     check(matched == 0 || matched == 1);
     if (pattern.size() <= kReferenceLimit && name.size() <= kReferenceLimit) {
         check((matched == 1) == Reference(pattern, name, case_sensitive != 0, strike != 0).match());
+        check_against_fnmatch(pattern, name, case_sensitive);
     }
     if (matched == 1) {
         check(match_wildcard_with_strike(pattern.c_str(), name.c_str(), 0, strike) == 1);
