@@ -234,16 +234,16 @@ int wide_entry(const char *function, void *handle, const wchar_t *name, int32_t 
         return null_parameter(function, name == nullptr ? "name" : "skip");
     }
     return guarded(function, [&] {
-        std::string utf8(std::wcslen(name) * 4 + 1, '\0');
-        int32_t error = plat_wide_to_utf8(name, utf8.data(), utf8.size());
+        // The base directory, then the name converted in place behind it:
+        // at most four bytes of UTF-8 for each wide character.
+        const std::string &prefix = filter->base_with_separator;
+        std::string full(prefix.size() + std::wcslen(name) * 4 + 1, '\0');
+        full.replace(0, prefix.size(), prefix);
+        int32_t error = plat_wide_to_utf8(name, full.data() + prefix.size(), full.size() - prefix.size());
         if (error != 0) {
             raise::system(raise::Report::add, error);
             return raise::params(raise::Report::add, function, "name");
         }
-        utf8.resize(std::char_traits<char>::length(utf8.c_str()));
-        std::string full;
-        full.reserve(filter->base_with_separator.size() + utf8.size());
-        full.append(filter->base_with_separator).append(utf8);
         return check(*filter, full.c_str(), type, skip);
     });
 }
