@@ -165,8 +165,12 @@ int32_t plat_reg_set_value(bool user, const char *key, const char *value_name, c
     std::wstring units;
     if (is_string_type(type)) {
         error = utf16_of(static_cast<const char *>(data), length, &units);
-        bytes = reinterpret_cast<const BYTE *>(units.data());
         size = units.size() * sizeof(wchar_t);
+        // RegSetValueExW counts a terminator the caller "forgot" when the
+        // unit just past the data is NUL; a string passed without one must
+        // keep its length, so that unit is never NUL.
+        units.push_back(L'.');
+        bytes = reinterpret_cast<const BYTE *>(units.data());
     }
     if (error == 0 && size > MAXDWORD) {
         error = ERROR_INVALID_PARAMETER;
