@@ -115,16 +115,23 @@ int32_t plat_fs_status(const char *name, PlatFsStatus *status) {
         if (int32_t error = long_name(name, &wide); error != 0) {
             return error;
         }
-        DWORD attributes = GetFileAttributesW(wide.c_str());
-        if (attributes == INVALID_FILE_ATTRIBUTES) {
+        WIN32_FILE_ATTRIBUTE_DATA data{};
+        if (GetFileAttributesExW(wide.c_str(), GetFileExInfoStandard, &data) == 0) {
             return last_error();
         }
         // A directory link carries the directory attribute, a file link not:
         // the attributes of the name itself already tell what it points to.
+        // Size and time are the name's own (a link's, not its target's).
+        const DWORD attributes = data.dwFileAttributes;
         *status = PlatFsStatus{};
         status->is_dir = (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
         status->is_regular = (attributes & (FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_DEVICE)) == 0;
         status->is_link = (attributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0;
+        status->size = (static_cast<uint64_t>(data.nFileSizeHigh) << 32) | data.nFileSizeLow;
+        // 100 ns units from 1601 to 100 ns units from 1970.
+        const uint64_t written =
+            (static_cast<uint64_t>(data.ftLastWriteTime.dwHighDateTime) << 32) | data.ftLastWriteTime.dwLowDateTime;
+        status->modified = static_cast<int64_t>(written) - 116444736000000000LL;
         return 0;
     } catch (...) {
         return ERROR_NOT_ENOUGH_MEMORY;
