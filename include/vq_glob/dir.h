@@ -49,10 +49,15 @@ VQ_API int dir_set_follow_links_flag(int32_t follow);
  * itself is not listed): each directory's entries sorted by name (bytes
  * compared), a directory listed before its contents. Without DIR_LIST_FILES
  * only directories are listed. With filter (from init_filter, filter.h) each
- * object goes through Skip and a skipped one is left out; a directory is
- * entered only when should_dig_into_dir agrees, so an excluded subtree is not
- * read at all. A root that is not a directory fails with ERR_MKL_BADDIR; an
- * unreadable directory below it fails the walk (its name on the stack).
+ * object goes through Skip (type 2 for a directory, 1 for anything else) and
+ * a skipped one is left out; a directory is entered only when
+ * should_dig_into_dir agrees, so an excluded subtree is not read at all,
+ * while a directory Skip leaves out may still be entered for what lies below
+ * it. A root that is missing or no directory fails with ERR_MKL_BADDIR; an
+ * unreadable directory below it fails the walk (ERR_FIL_OPENDIR or
+ * ERR_FIL_DIRACC with its name), as does a filter failure
+ * (ERR_FIL_SEARCH_1712 with the name). Each directory entered is traced on
+ * the GF channel as "directory_build_list: entering <path>".
  * 1 with *list (free it with directory_free_list), or 0 with *list NULL. */
 VQ_API int directory_build_list(void **list, const char *root, void *filter, int32_t flags);
 /* The next directory of the list in walk order, skipping other objects:
@@ -73,41 +78,54 @@ VQ_API void directory_free_list(void **list);
 /* The names (one element each, not paths) of the regular files in directory
  * whose names match pattern (match_wildcard; case-sensitive on POSIX,
  * ignoring case on Windows; NULL matches every name), sorted by name.
- * Subdirectories are not entered. 1 with *list (an ml_ string list, possibly
- * empty; ml_free it), or 0 with *list NULL. */
+ * Subdirectories are not entered; links are not followed, so a link is no
+ * regular file. 1 with *list (an ml_ string list, possibly empty; ml_free
+ * it), or 0 with *list NULL: ERR_MKL_BADDIR for a directory that is missing
+ * or no directory. */
 VQ_API int gf_get_file_list(const char *directory, const char *pattern, char ***list);
 /* The same names in one buffer, each followed by "\n"; *length bytes without
  * the terminating NUL. 1 with *buffer (sl_free it), or 0 with *buffer NULL. */
 VQ_API int gf_get_file_list_as_buffer(const char *directory, const char *pattern, char **buffer,
                                       int32_t *length);
-/* 1 when directory holds any entry besides "." and "..", else 0 (*has_children). */
+/* *has_children = 1 when directory holds any entry besides "." and "..",
+ * else 0; reads one entry, not the whole directory. 1, or 0 with
+ * ERR_MKL_BADDIR for a directory that is missing or no directory. */
 VQ_API int gf_is_dir_has_children(const char *directory, int32_t *has_children);
 
 /* ---- Whole trees ---------------------------------------------------------- */
 
-/* Copies the tree source into target (created when missing; an existing
- * target is merged into, and with overwrite 0 an existing file of the same
- * name fails the copy with ERR_FIL_COPY,
- * the system's "exists" message first). Files keep their permission bits
- * and modification times; a symbolic link is copied as a link (its text
- * unchanged); devices, fifos and sockets are left out with a trace. A target
- * inside source fails with ERR_FIL_BADPAR before anything is copied. Stops at
- * the first failure with its cause on the stack; each file is written under a
- * temporary name and renamed, so no half-copied file is left. *copied (may be
- * NULL) is the number of files and links copied, also on failure. */
+/* Copies the tree source into target (created when missing, its parent must
+ * exist; an existing target is merged into, and with overwrite 0 an existing
+ * file of the same name fails the copy with ERR_FIL_COPY, the system's
+ * "exists" message first). Files keep their permission bits and modification
+ * times (to the nanosecond where the system keeps them); directories get
+ * theirs once their contents are complete (an existing target root keeps its
+ * own). A symbolic link is copied as a link (its text unchanged, never
+ * followed); devices, fifos and sockets are left out with a trace. A target
+ * inside source fails with ERR_FIL_BADPAR before anything is made; a source
+ * that is no directory with ERR_MKL_BADDIR; a file or link where a directory
+ * must be made with ERR_FIL_MKDFEX. Stops at the first failure with its cause
+ * on the stack; each file is written under a temporary name and renamed, so
+ * no half-copied file is left under its own name. *copied (may be NULL) is
+ * the number of files and links copied, also on failure. */
 VQ_API int gf_copy_dir(const char *source, const char *target, int32_t overwrite, int32_t *copied);
 /* Removes path and, when it is a directory, everything below it; a symbolic
- * link is removed as a link, never followed. A missing path succeeds with
- * nothing removed. Stops at the first failure with its cause on the stack.
- * *removed (may be NULL) is the number of objects removed, also on failure. */
+ * link (also path itself) is removed as a link, never followed. A missing
+ * path succeeds with nothing removed; a path with no last element of its own
+ * (a root, "." or "..") fails with ERR_FIL_BADPAR. Stops at the first failure
+ * with its cause on the stack (ERR_FIL_DELETE_170B, ERR_FIL_DELETE_1736 for a
+ * link, ERR_FIL_DELDIR_1721, ERR_FIL_VLONGNAME...). *removed (may be NULL) is
+ * the number of objects removed, also on failure. */
 VQ_API int gf_remove_recursive(const char *path, int32_t *removed);
-/* Removes each regular file named in list (full paths; directories are
- * refused) and writes one line per name to report_file (created, or
- * replaced): "deleted <name>", "missing <name>" for a name already gone, or
- * "failed <name>: <system message>". Goes on past failures; the result is 1
- * only when every name was deleted or missing. A report that cannot be
- * written fails with ERR_MKL_FPRINTF. *deleted (may be NULL) counts the
- * deleted files. A NULL report_file writes no report. */
+/* Removes each file named in list (an ml_ string list of full paths;
+ * directories are refused by the system) and writes one line per name to
+ * report_file (created, or replaced): "deleted <name>", "missing <name>" for
+ * a name already gone, or "failed <name>: <system message>". Goes on past
+ * failures, each leaving ERR_FIL_DELETE_170B on the stack; the result is 1
+ * only when every name was deleted or missing. The report is created before
+ * anything is removed: one that cannot be created or written fails with
+ * ERR_MKL_FPRINTF. *deleted (may be NULL) counts the deleted files. A NULL
+ * report_file writes no report. */
 VQ_API int gf_delete_from_list_make_report(char **list, const char *report_file, int32_t *deleted);
 
 VQ_EXTERN_C_END
