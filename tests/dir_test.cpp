@@ -448,8 +448,9 @@ TEST_F(DirCopy, CopiesContentsModesAndTimes) {
     ASSERT_EQ(::chmod((source_ / "a file").c_str(), 0640), 0);
     ASSERT_EQ(::chmod((source_ / "sub" / "b").c_str(), 0751), 0);
     ASSERT_EQ(::chmod((source_ / "sub").c_str(), 0705), 0);
-#endif
+    // The C++ library of the Windows build cannot set a directory's time.
     fs::last_write_time(source_ / "sub", stamp - std::chrono::hours(2));
+#endif
     int32_t copied = -1;
     ASSERT_EQ(gf_copy_dir(source_.string().c_str(), target_.string().c_str(), 0, &copied), 1);
     EXPECT_EQ(copied, 3);
