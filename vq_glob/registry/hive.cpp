@@ -72,16 +72,22 @@ public:
             return fail("a quoted text was expected");
         }
         while (at_ < line_.size()) {
-            char c = line_[at_++];
-            if (c == '"') {
-                return true;
-            }
-            if (c != '\\') {
-                if (is_control(static_cast<unsigned char>(c)) && c != '\t') {
+            // The run up to the next quote or escape goes over in one piece.
+            size_t run = at_;
+            while (run < line_.size() && line_[run] != '"' && line_[run] != '\\') {
+                unsigned char c = static_cast<unsigned char>(line_[run]);
+                if (is_control(c) && c != '\t') {
                     return fail("a control character in quoted text (write it as \\xHH)");
                 }
-                out->push_back(c);
-                continue;
+                ++run;
+            }
+            out->append(line_.substr(at_, run - at_));
+            at_ = run;
+            if (at_ == line_.size()) {
+                break;
+            }
+            if (line_[at_++] == '"') {
+                return true;
             }
             if (at_ == line_.size()) {
                 break;
@@ -105,6 +111,7 @@ public:
         if (at_end()) {
             return true;
         }
+        out->reserve(out->size() + (line_.size() - at_ + 1) / 3);
         for (;;) {
             if (!read_hex_byte(out)) {
                 return fail("a byte of two hex digits was expected");
