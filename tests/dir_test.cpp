@@ -23,10 +23,12 @@
 #endif
 
 #include "support/net_support.h"
+#include "vq_glob/conf.h"
 #include "vq_glob/dbg.h"
 #include "vq_glob/dir.h"
 #include "vq_glob/err.h"
 #include "vq_glob/err_codes.h"
+#include "vq_glob/filter.h"
 #include "vq_glob/gf_path.h"
 #include "vq_glob/memory.h"
 #include "vq_glob/mlist.h"
@@ -236,7 +238,68 @@ TEST_F(DirWalk, FollowedLinkToAnOutsideDirectoryIsEntered) {
               followed.end());
 }
 
+// The filter decides what is listed; an excluded directory is not entered
+// at all, which the walk's trace shows.
+TEST_F(DirWalk, FilterSelectsObjectsAndPrunesExcludedDirectories) {
+    fs::create_directories(scratch_.path() / "src" / "sub");
+    fs::create_directories(scratch_.path() / "build");
+    for (const char *name : {"src/a.c", "src/b.txt", "src/sub/c.C", "build/x.c", "a/top.c"}) {
+        write_text(scratch_.path() / fs::path(name).make_preferred(), name);
+    }
+    std::string text = "[Filter Params]\nBase Directory=" + root_ +
+                       "\nInclude Non Recursive Part List=_ml_text_\nsrc\n*\n_ml_text_\n"
+                       "Include Recursive Part List=_ml_text_\n*.c\nz\n_ml_text_\n"
+                       "Exclude Non Recursive Part List=_ml_text_\nbuild\n_ml_text_\n"
+                       "Exclude Recursive Part List=_ml_text_\n*\n_ml_text_\n"
+                       "Ignore UNIX Hidden Files=FALSE\nIgnore UNIX Mount Points=FALSE\n";
+    void *conf = nullptr;
+    void *filter = nullptr;
+    ASSERT_EQ(conf_allocate_handle(&conf), 1);
+    ASSERT_EQ(conf_read_buffer_to_handle(conf, text.c_str()), 1);
+    ASSERT_EQ(init_filter(&filter, conf), 1) << err_get_error_msg();
+    conf_free_handle(&conf);
+
+    std::string trace = (scratch_.path() / "trace.txt").string();
+    ASSERT_EQ(dbg_set_debug_output_filename(trace.c_str()), 1);
+    dbg_add_debug_mask("GF");
+    void *list = nullptr;
+    int rc = directory_build_list(&list, root_.c_str(), filter, DIR_LIST_FILES);
+    dbg_add_debug_mask("NOGF");
+    dbg_close_debug_output();
+    dbg_set_debug_output(nullptr);
+    close_filter(filter);
+    ASSERT_EQ(rc, 1);
+    std::vector<std::string> listed;
+    char *path = nullptr;
+    while (directory_next_entry(list, &path, nullptr) == 1) {
+        listed.push_back(path);
+    }
+    directory_free_list(&list);
+    // "a/top.c" is outside "src", the directory "a/y" is no "z", "c.C"
+    // matches "*.c" since the filter ignores case.
+    std::vector<std::string> expected = {join(join(root_, "a"), "z"),
+                                         join(join(root_, "src"), "a.c"),
+                                         join(join(join(root_, "src"), "sub"), "c.C")};
+    EXPECT_EQ(listed, expected);
+    std::string traced = read_text(trace);
+    EXPECT_NE(traced.find("entering <" + join(root_, "src") + ">"), std::string::npos) << traced;
+    EXPECT_EQ(traced.find("entering <" + join(root_, "build") + ">"), std::string::npos) << traced;
+}
+
 #ifndef _WIN32
+TEST_F(DirWalk, DevicesAndFifosAreListedButNeverOpened) {
+    ASSERT_EQ(::mkfifo((scratch_.path() / "fifo").c_str(), 0600), 0);
+    Listing top = walk(root_, DIR_LIST_FILES | DIR_LIST_NO_RECURSE);
+    EXPECT_NE(std::find(top.begin(), top.end(), std::make_pair(std::string("fifo"), DIR_TYPE_OTHER)), top.end());
+    // A copy leaves it out instead of blocking on it.
+    int32_t copied = 0;
+    std::string target = root_ + "-copy";
+    ASSERT_EQ(gf_copy_dir(root_.c_str(), target.c_str(), 0, &copied), 1);
+    EXPECT_EQ(copied, 4);
+    EXPECT_FALSE(fs::exists(fs::symlink_status(fs::path(target) / "fifo")));
+    ASSERT_EQ(gf_remove_recursive(target.c_str(), nullptr), 1);
+}
+
 // Trace lines of the walk reach this stream as they are written, so a test
 // can change the tree at a known point of the walk: the walk itself signals
 // the moment, nothing depends on timing.
