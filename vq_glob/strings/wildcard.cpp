@@ -122,7 +122,8 @@ struct Star {
     // faster than trying each of them would.
     bool place(const Byte *from, const Byte *name_end, Rules rules) {
         for (;;) {
-            if (static_cast<size_t>(name_end - from) < questions || from == name_end) {
+            // Attempts start at characters of the name, never at its end.
+            if (from == name_end || static_cast<size_t>(name_end - from) < questions) {
                 return false;
             }
             start = from;
