@@ -22,9 +22,6 @@ namespace vq::filter {
 inline constexpr int kTraceBit = debug::kChannelFilter;
 inline constexpr char kSeparator = VQ_PATH_SEPARATOR;
 
-// The filter's own handle tag, "FILT" in a memory dump.
-inline constexpr tag::Kind kFilterKind = static_cast<tag::Kind>(0x544C4946u);
-
 // One rule pair. The non-recursive part is kept as configured behind the
 // base directory and a separator (so traces show the full pattern); matching
 // starts at relative_at, since the object's own path has been checked to
@@ -48,7 +45,7 @@ struct Rule {
 };
 
 struct Filter {
-    tag::HandleTag tag{kFilterKind};
+    tag::HandleTag tag{tag::Kind::filter};
     std::vector<Rule> exclude;
     std::string base;                 // "Base Directory" without its trailing separator
     std::string base_with_separator;  // base and one separator: what every kept name begins with

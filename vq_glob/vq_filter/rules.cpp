@@ -255,7 +255,7 @@ const Filter *checked_filter(const void *handle, const char *function) {
         raise::params(raise::Report::add, function, "filter");
         return nullptr;
     }
-    if (!tag::is(handle, kFilterKind)) {
+    if (!tag::is(handle, tag::Kind::filter)) {
         debug::trace_bit(kTraceBit, "%s - not a filter handle\n", function);
         raise::params(raise::Report::add, function, "filter");
         return nullptr;
