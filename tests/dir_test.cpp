@@ -195,6 +195,12 @@ TEST_F(DirWalk, RefusesRootsThatAreNoDirectoryAndBadArguments) {
     EXPECT_TRUE(on_stack(ERR_GEN_PARAMS));
     EXPECT_EQ(dir_set_follow_links_flag(2), 0);
     EXPECT_TRUE(on_stack(ERR_FIL_BADPAR));
+    // A handle of another kind is refused, not read as a list.
+    uint32_t foreign[8] = {};
+    char *path = nullptr;
+    EXPECT_EQ(directory_next_dir(foreign, &path), 0);
+    EXPECT_TRUE(on_stack(ERR_GEN_PARAMS));
+    EXPECT_EQ(directory_rewind(foreign), 0);
 }
 
 TEST_F(DirWalk, LinkCycleIsNeverEnteredTwice) {

@@ -58,7 +58,9 @@ VQ_API int dir_set_follow_links_flag(int32_t follow);
  * ERR_FIL_DIRACC with its name), as does a filter failure
  * (ERR_FIL_SEARCH_1712 with the name). Each directory entered is traced on
  * the GF channel as "directory_build_list: entering <path>".
- * 1 with *list (free it with directory_free_list), or 0 with *list NULL. */
+ * 1 with *list (free it with directory_free_list), or 0 with *list NULL.
+ * The list functions below refuse a NULL, freed or foreign handle with
+ * ERR_GEN_PARAMS; directory_free_list frees nothing for such a handle. */
 VQ_API int directory_build_list(void **list, const char *root, void *filter, int32_t flags);
 /* The next directory of the list in walk order, skipping other objects:
  * 1 with *path (list-owned, valid until the list is freed); 0 at the end,

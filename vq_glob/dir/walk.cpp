@@ -16,6 +16,7 @@
 
 #include "dir/dir_chain.h"
 #include "dir/dir_common.h"
+#include "internal/checked_handle.h"
 #include "internal/raise.h"
 #include "vq_glob/dir.h"
 #include "vq_glob/err.h"
@@ -41,6 +42,7 @@ struct ListedObject {
 // each with its terminator, in one text that no longer changes once the walk
 // is done, so the pointers handed out stay valid until the list is freed.
 struct WalkList {
+    tag::HandleTag tag{tag::Kind::dir_list};
     std::string text;
     std::vector<ListedObject> objects;
     int32_t directories = 0;
@@ -230,7 +232,11 @@ void Walker::add(const std::string &path, PlatDirType type) {
     }
 }
 
-WalkList *walk_list(void *list) { return static_cast<WalkList *>(list); }
+// The list behind a handle, or null with a PARAMS error naming function when
+// the handle is null or no walk list (freed, or another kind of handle).
+WalkList *walk_list(void *list, const char *function) {
+    return tag::checked<WalkList>(list, tag::Kind::dir_list, raise::Report::add, function, "list");
+}
 
 }  // namespace
 }  // namespace vq::dir
@@ -270,10 +276,13 @@ VQ_API int directory_build_list(void **list, const char *root, void *filter, int
 }
 
 VQ_API int directory_next_entry(void *list, char **path, int32_t *type) {
-    if (list == nullptr || path == nullptr) {
-        return VQ_PARAMS(vq::raise::Report::add, list == nullptr ? "list" : "path");
+    WalkList *walk = vq::dir::walk_list(list, __func__);
+    if (walk == nullptr) {
+        return 0;
     }
-    WalkList *walk = vq::dir::walk_list(list);
+    if (path == nullptr) {
+        return VQ_PARAMS(vq::raise::Report::add, "path");
+    }
     if (walk->cursor == walk->objects.size()) {
         return 0;
     }
@@ -286,10 +295,13 @@ VQ_API int directory_next_entry(void *list, char **path, int32_t *type) {
 }
 
 VQ_API int directory_next_dir(void *list, char **path) {
-    if (list == nullptr || path == nullptr) {
-        return VQ_PARAMS(vq::raise::Report::add, list == nullptr ? "list" : "path");
+    WalkList *walk = vq::dir::walk_list(list, __func__);
+    if (walk == nullptr) {
+        return 0;
     }
-    WalkList *walk = vq::dir::walk_list(list);
+    if (path == nullptr) {
+        return VQ_PARAMS(vq::raise::Report::add, "path");
+    }
     while (walk->cursor < walk->objects.size()) {
         auto &object = walk->objects[walk->cursor++];
         if (object.type == DIR_TYPE_DIR) {
@@ -301,18 +313,19 @@ VQ_API int directory_next_dir(void *list, char **path) {
 }
 
 VQ_API int directory_rewind(void *list) {
-    if (list == nullptr) {
-        return VQ_PARAMS(vq::raise::Report::add, "list");
+    WalkList *walk = vq::dir::walk_list(list, __func__);
+    if (walk == nullptr) {
+        return 0;
     }
-    vq::dir::walk_list(list)->cursor = 0;
+    walk->cursor = 0;
     return 1;
 }
 
 VQ_API int directory_list_count(void *list, int32_t *objects, int32_t *directories) {
-    if (list == nullptr) {
-        return VQ_PARAMS(vq::raise::Report::add, "list");
+    WalkList *walk = vq::dir::walk_list(list, __func__);
+    if (walk == nullptr) {
+        return 0;
     }
-    WalkList *walk = vq::dir::walk_list(list);
     if (objects != nullptr) {
         *objects = static_cast<int32_t>(walk->objects.size());
     }
@@ -323,8 +336,10 @@ VQ_API int directory_list_count(void *list, int32_t *objects, int32_t *directori
 }
 
 VQ_API void directory_free_list(void **list) {
-    if (list != nullptr) {
-        delete vq::dir::walk_list(*list);
+    // A handle that is no walk list (already freed, or of another kind) is
+    // left alone rather than freed twice.
+    if (list != nullptr && *list != nullptr) {
+        delete vq::dir::walk_list(*list, __func__);
         *list = nullptr;
     }
 }

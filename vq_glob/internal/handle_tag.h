@@ -36,6 +36,7 @@ enum class Kind : uint32_t {
     net_session = 0x53455353u,    // "SSES"
     net_group = 0x50524753u,      // "SGRP"
     message = 0x484D4C53u,        // "SLMH"
+    dir_list = 0x4C524944u,       // "DIRL"
     filter = 0x544C4946u,         // "FILT"
 };
 
