@@ -231,6 +231,10 @@ TEST(AgainstFnmatch, LongAdversarialNames) {
         {repeat("*??", 2500) + "b", as + "b"},
         {repeat("*?a", 3000) + "*", as},
         {repeat("*A?", 3000) + "*", as},
+        // Letters far behind a star, in either case.
+        {"*b?*", std::string(40, 'a') + "Bc"},
+        {"*B*x", std::string(30, 'a') + "b" + std::string(30, 'a') + "x"},
+        {"*Bx*", std::string(30, 'a') + "b" + std::string(30, 'a') + "BX"},
     };
     for (const auto &[pattern, name] : cases) {
         for (int cs = 0; cs < 2; ++cs) {
