@@ -34,6 +34,14 @@ namespace {
 namespace fs = std::filesystem;
 using namespace std::chrono_literals;
 
+// Windows refuses to rename over a file that another thread has open, so a
+// write back may fail while the file is being read there.
+#if defined(_WIN32)
+constexpr bool kOpenFilesRefuseReplacement = true;
+#else
+constexpr bool kOpenFilesRefuseReplacement = false;
+#endif
+
 constexpr int32_t kGeneration = 2;
 constexpr int32_t kCheck = 3;
 constexpr int32_t kName = 4;
@@ -61,7 +69,9 @@ fs::file_time_type whole_second() {
 }
 
 // Puts content in place of path as the library does: a new file, its
-// last-write time set, renamed over the old one.
+// last-write time set, renamed over the old one. Windows refuses to replace
+// a file while another thread has it open; the rename is tried again until
+// the reader lets go.
 void replace_file(const std::string &path, const std::string &content, fs::file_time_type written) {
     std::string fresh = path + ".new";
     {
@@ -69,7 +79,31 @@ void replace_file(const std::string &path, const std::string &content, fs::file_
         out << content;
     }
     fs::last_write_time(fresh, written);
-    fs::rename(fresh, path);
+    for (;;) {
+        std::error_code ec;
+        fs::rename(fresh, path, ec);
+        if (ec != std::errc::permission_denied) {
+            ASSERT_FALSE(ec) << ec.message();
+            return;
+        }
+        std::this_thread::yield();
+    }
+}
+
+// How far apart the tests set last-write times: 100 ms where the C++
+// library sets fractions of a second, else (mingw's sets whole seconds
+// only) one second.
+std::chrono::milliseconds settable_step() {
+    static const std::chrono::milliseconds step = [] {
+        std::string probe = ::testing::TempDir() + "vq_cconf_probe";
+        std::ofstream(probe) << "probe";
+        fs::file_time_type wanted = whole_second() + 100ms;
+        fs::last_write_time(probe, wanted);
+        bool kept = fs::last_write_time(probe) == wanted;
+        fs::remove(probe);
+        return kept ? std::chrono::milliseconds(100ms) : std::chrono::milliseconds(1s);
+    }();
+    return step;
 }
 
 std::string read_all(const std::string &path) {
@@ -168,6 +202,7 @@ protected:
         fs::remove_all(dir_);
         fs::create_directories(dir_);
         second_ = whole_second();
+        step_ = settable_step();
     }
     void TearDown() override {
         EXPECT_EQ(cconf_cleanup(), 1);
@@ -178,11 +213,10 @@ protected:
     }
 
     std::string path(const std::string &name) const { return dir_ + "/" + name; }
-    // The file with generation's text, written at second_ + offset.
-    std::string file_at(const std::string &name, int generation, std::chrono::milliseconds offset,
-                        const std::string &extra = "") {
+    // The file with generation's text, written steps step_ after second_.
+    std::string file_at(const std::string &name, int generation, int steps, const std::string &extra = "") {
         std::string p = path(name);
-        replace_file(p, text_of(generation, extra), second_ + offset);
+        replace_file(p, text_of(generation, extra), second_ + steps * step_);
         return p;
     }
     void *fetch(const std::string &p) {
@@ -194,16 +228,17 @@ protected:
 
     std::string dir_;
     fs::file_time_type second_;
+    std::chrono::milliseconds step_{};
 };
 
 // ---- Loading and reloading ------------------------------------------------------------
 
 TEST_F(Cache, TwoFetchesOfAnUnchangedFileShareOneLoad) {
-    std::string p = file_at("one.cfg", 1, 100ms);
+    std::string p = file_at("one.cfg", 1, 1);
     void *first = fetch(p);
     EXPECT_EQ(int_field(first, kGeneration), 1);
     // New text under the same last-write time: a second load would show it.
-    file_at("one.cfg", 2, 100ms);
+    file_at("one.cfg", 2, 1);
     void *second = fetch(p);
     EXPECT_EQ(second, first);
     EXPECT_EQ(int_field(second, kGeneration), 1);
@@ -217,12 +252,12 @@ TEST_F(Cache, TwoFetchesOfAnUnchangedFileShareOneLoad) {
 }
 
 TEST_F(Cache, ANewerWriteTimeReloadsInPlaceWhollyEvenWithinOneSecond) {
-    std::string p = file_at("two.cfg", 1, 100ms, "[Old]\nleft=1\n");
+    std::string p = file_at("two.cfg", 1, 1, "[Old]\nleft=1\n");
     void *h = fetch(p);
     char *name = nullptr;
     ASSERT_EQ(conf_get_string_field(h, "Old", "left", &name), 1);
     std::string before = entry_of(p).last_write;
-    file_at("two.cfg", 2, 300ms, "[New]\nright=2\n");
+    file_at("two.cfg", 2, 3, "[New]\nright=2\n");
     EXPECT_EQ(fetch(p), h) << "reloaded into the same handle";
     EXPECT_EQ(int_field(h, kGeneration), 2);
     EXPECT_EQ(int_field(h, kCheck), 14);
@@ -232,28 +267,18 @@ TEST_F(Cache, ANewerWriteTimeReloadsInPlaceWhollyEvenWithinOneSecond) {
     ASSERT_EQ(conf_get_string_field(h, "New", "right", &name), 1);
     EXPECT_STREQ(name, "2");
     EXPECT_EQ(entry_of(p).references, 2);
-}
-
-TEST_F(Cache, TheLastWriteTimeKeepsItsSubSecondPartInBothWords) {
-    std::string p = path("time.cfg");
-    auto written = std::chrono::floor<std::chrono::seconds>(std::chrono::system_clock::now()) + 123456700ns;
-    replace_file(p, text_of(1), fs::file_time_type::clock::from_sys(written));
-    fetch(p);
-    // 100 ns units since 1601, as Windows counts them.
-    uint64_t ticks = static_cast<uint64_t>(written.time_since_epoch() / 100ns) + 116444736000000000ull;
-    char expected[64];
-    std::snprintf(expected, sizeof expected, "last_write=%08X:%08X", static_cast<unsigned>(ticks >> 32),
-                  static_cast<unsigned>(ticks & 0xFFFFFFFFu));
-    EXPECT_EQ(entry_of(p).last_write, expected);
+    if (step_ >= 1s) {
+        GTEST_SKIP() << "this C++ library sets whole seconds only: the two writes were one second apart";
+    }
 }
 
 TEST_F(Cache, AFailedReloadKeepsTheLastGoodConfigurationMarksAndFailsUntilFixed) {
-    std::string p = file_at("bad.cfg", 1, 100ms);
+    std::string p = file_at("bad.cfg", 1, 1);
     void *h = fetch(p);
     // generation is read before the bad value: a read into the shared
     // handle would leave it changed.
     replace_file(p, "[Main]\ngeneration=2\ncheck=14\n[Flags]\nmulti=_ml_bool_x\nmaybe\n_ml_bool_x\n",
-                 second_ + 200ms);
+                 second_ + 2 * step_);
     for (int attempt = 0; attempt < 2; ++attempt) {
         void *failed = &failed;
         err_clear_error_stack();
@@ -267,7 +292,7 @@ TEST_F(Cache, AFailedReloadKeepsTheLastGoodConfigurationMarksAndFailsUntilFixed)
         EXPECT_TRUE(view.marked);
         EXPECT_EQ(view.references, 1) << "a failed fetch takes no reference";
     }
-    file_at("bad.cfg", 3, 300ms);
+    file_at("bad.cfg", 3, 3);
     EXPECT_EQ(fetch(p), h);
     EXPECT_EQ(int_field(h, kGeneration), 3);
     EntryView view = entry_of(p);
@@ -282,7 +307,7 @@ TEST_F(Cache, AMissingFileGivesDefaultsUntilReadAndFailsOnceGone) {
     char *name = nullptr;
     ASSERT_EQ(conf_get_string_field_by_const(h, kName, &name), 1);
     EXPECT_STREQ(name, "unnamed");
-    file_at("later.cfg", 4, 100ms);
+    file_at("later.cfg", 4, 1);
     EXPECT_EQ(fetch(p), h);
     EXPECT_EQ(int_field(h, kGeneration), 4);
     fs::remove(p);
@@ -296,8 +321,8 @@ TEST_F(Cache, AMissingFileGivesDefaultsUntilReadAndFailsOnceGone) {
 // ---- References, removal and scans -------------------------------------------------------
 
 TEST_F(Cache, ScanDropsAGoneFileOnlyAfterItsLastReference) {
-    std::string gone = file_at("gone.cfg", 1, 100ms);
-    std::string kept = file_at("kept.cfg", 1, 100ms);
+    std::string gone = file_at("gone.cfg", 1, 1);
+    std::string kept = file_at("kept.cfg", 1, 1);
     fetch(gone);
     fetch(gone);
     fetch(kept);
@@ -327,7 +352,7 @@ TEST_F(Cache, ScanDropsAGoneFileOnlyAfterItsLastReference) {
 }
 
 TEST_F(Cache, RemoveDropsAtTheLastReferenceAndAFetchMeanwhileClearsTheMark) {
-    std::string p = file_at("rm.cfg", 1, 100ms);
+    std::string p = file_at("rm.cfg", 1, 1);
     fetch(p);
     fetch(p);
     ASSERT_EQ(cconf_remove_handle(p.c_str()), 1);
@@ -342,7 +367,7 @@ TEST_F(Cache, RemoveDropsAtTheLastReferenceAndAFetchMeanwhileClearsTheMark) {
     ASSERT_EQ(cconf_remove_handle(p.c_str()), 1);
     EXPECT_EQ(entry_of(p).references, -1);
     // A new entry reads the file again, even with its old last-write time.
-    file_at("rm.cfg", 5, 100ms);
+    file_at("rm.cfg", 5, 1);
     EXPECT_EQ(int_field(fetch(p), kGeneration), 5);
     EXPECT_EQ(entry_of(p).references, 1);
     std::string unknown = path("never.cfg");
@@ -353,7 +378,7 @@ TEST_F(Cache, RemoveDropsAtTheLastReferenceAndAFetchMeanwhileClearsTheMark) {
 // ---- Writing back ------------------------------------------------------------------------
 
 TEST_F(Cache, WriteReplacesTheFileWithTheHandleAndTheNextFetchReadsItBack) {
-    std::string p = file_at("write.cfg", 1, 100ms);
+    std::string p = file_at("write.cfg", 1, 1);
     void *h = fetch(p);
     ASSERT_EQ(conf_set_int_field_by_const(h, kGeneration, 6), 1);
     ASSERT_EQ(conf_set_int_field_by_const(h, kCheck, 42), 1);
@@ -392,8 +417,8 @@ TEST_F(Cache, WriteReplacesTheFileWithTheHandleAndTheNextFetchReadsItBack) {
 // ---- Settings, dump and arguments -------------------------------------------------------------
 
 TEST_F(Cache, SettingsApplyToHandlesMadeAfterThemAndSurviveReloads) {
-    std::string locked = file_at("locked.cfg", 1, 100ms);
-    std::string plain = file_at("plain.cfg", 1, 100ms);
+    std::string locked = file_at("locked.cfg", 1, 1);
+    std::string plain = file_at("plain.cfg", 1, 1);
     std::string trace = traced([] { cconf_set_lock_critical_section(1); });
     EXPECT_NE(trace.find("cconf_set_lock_critical_section(TRUE)-->\n"), std::string::npos) << trace;
     void *h = fetch(locked);
@@ -407,21 +432,27 @@ TEST_F(Cache, SettingsApplyToHandlesMadeAfterThemAndSurviveReloads) {
 
     trace = traced([] { cconf_use_only_table(1); });
     EXPECT_NE(trace.find("cconf_use_only_table(TRUE)-->\n"), std::string::npos) << trace;
-    std::string only = file_at("only.cfg", 1, 100ms, "[Other]\nx=1\n");
+    std::string only = file_at("only.cfg", 1, 1, "[Other]\nx=1\n");
     void *o = fetch(only);
     char *value = nullptr;
     EXPECT_EQ(conf_get_string_field(o, "Other", "x", &value), 0) << "left out when read";
-    file_at("only.cfg", 2, 200ms, "[Another]\ny=2\n");
+    file_at("only.cfg", 2, 2, "[Another]\ny=2\n");
     EXPECT_EQ(fetch(only), o);
     EXPECT_EQ(int_field(o, kGeneration), 2);
     EXPECT_EQ(conf_get_string_field(o, "Another", "y", &value), 0) << "left out when read again";
     // The plain handle, made before, still reads everything.
-    file_at("plain.cfg", 2, 200ms, "[Other]\nx=1\n");
+    file_at("plain.cfg", 2, 2, "[Other]\nx=1\n");
     EXPECT_NE(handle_text(fetch(plain)).find("[Other]"), std::string::npos);
 }
 
-TEST_F(Cache, DumpTracesEachEntryAndTheTotal) {
-    std::string a = file_at("a.cfg", 1, 100ms);
+TEST_F(Cache, DumpTracesEachEntryWithItsSubSecondWriteTimeAndTheTotal) {
+    std::string a = path("a.cfg");
+    auto written = std::chrono::floor<std::chrono::seconds>(std::chrono::system_clock::now()) + 123456700ns;
+    replace_file(a, text_of(1), fs::file_time_type::clock::from_sys(written));
+    auto held = fs::file_time_type::clock::to_sys(fs::last_write_time(a));
+#if !defined(_WIN32)
+    ASSERT_EQ(held, written) << "the file keeps its nanoseconds";
+#endif
     std::string b = path("b.cfg");
     void *h = fetch(a);
     fetch(b);
@@ -430,13 +461,17 @@ TEST_F(Cache, DumpTracesEachEntryAndTheTotal) {
     fetch(b);
     ASSERT_EQ(cconf_remove_handle(b.c_str()), 1);
     std::string dump = traced([] { EXPECT_EQ(cconf_dump(), 1); });
+    // 100 ns units since 1601, as Windows counts them, split in two words.
+    uint64_t ticks = static_cast<uint64_t>(held.time_since_epoch() / 100ns) + 116444736000000000ull;
+    char words[64];
+    std::snprintf(words, sizeof words, "%08X:%08X", static_cast<unsigned>(ticks >> 32),
+                  static_cast<unsigned>(ticks & 0xFFFFFFFFu));
     char address[64];
     std::snprintf(address, sizeof address, "%p", h);
     std::regex line_a("cconf_dump\\(\\) - <" + std::regex_replace(a, std::regex("[.\\\\]"), "\\$&") +
-                      "> references=1 remove=FALSE last_write=[0-9A-F]{8}:[0-9A-F]{8} loaded=[1-9][0-9]* "
-                      "handle=<" +
-                      std::string(address) + ">\n");
-    EXPECT_TRUE(std::regex_search(dump, line_a)) << dump;
+                      "> references=1 remove=FALSE last_write=" + words + " loaded=[1-9][0-9]* handle=<" +
+                      address + ">\n");
+    EXPECT_TRUE(std::regex_search(dump, line_a)) << dump << words;
     EXPECT_NE(
         dump.find("<" + b + "> references=1 remove=TRUE last_write=00000000:00000000 loaded=0 handle=<"),
         std::string::npos)
@@ -445,7 +480,7 @@ TEST_F(Cache, DumpTracesEachEntryAndTheTotal) {
 }
 
 TEST_F(Cache, BadArgumentsAndAnAbsentCacheAreRefused) {
-    std::string p = file_at("args.cfg", 1, 100ms);
+    std::string p = file_at("args.cfg", 1, 1);
     void *h = &h;
     auto refused = [](const char *argument) {
         std::string text = err_get_error_text(0);
@@ -512,9 +547,9 @@ TEST_F(Cache, ThreadsFetchReleaseRemoveAndWriteWhileFilesAreRewrittenAndScanned)
     constexpr int kFiles = 4;  // file 0 is shared by all, each other one by a few workers
     std::vector<std::string> files;
     for (int f = 0; f < kFiles; ++f) {
-        files.push_back(file_at("t" + std::to_string(f) + ".cfg", 0, 0ms));
+        files.push_back(file_at("t" + std::to_string(f) + ".cfg", 0, 0));
     }
-    std::string coming_and_going = file_at("eph.cfg", 0, 0ms);
+    std::string coming_and_going = file_at("eph.cfg", 0, 0);
     vq::test::LockStep start(kWorkers + 2);
     std::atomic<int> failures{0};
     std::mutex tally_mutex;
@@ -542,7 +577,8 @@ TEST_F(Cache, ThreadsFetchReleaseRemoveAndWriteWhileFilesAreRewrittenAndScanned)
                     cconf_free_handle(p.c_str());
                     break;
                 case 1:
-                    if (cconf_write_handle(p.c_str()) == 0 && &p != &coming_and_going) {
+                    if (cconf_write_handle(p.c_str()) == 0 && &p != &coming_and_going &&
+                        !kOpenFilesRefuseReplacement) {
                         ++failures;
                     }
                     cconf_free_handle(p.c_str());
@@ -574,13 +610,13 @@ TEST_F(Cache, ThreadsFetchReleaseRemoveAndWriteWhileFilesAreRewrittenAndScanned)
         start.arrive_and_wait();
         for (int round = 1; round <= kRounds / 3; ++round) {
             for (int f = 0; f < kFiles; ++f) {
-                file_at("t" + std::to_string(f) + ".cfg", round, round * 1ms);
+                file_at("t" + std::to_string(f) + ".cfg", round, round);
             }
             if (round % 2 == 0) {
                 std::error_code ec;
                 fs::remove(coming_and_going, ec);
             } else {
-                file_at("eph.cfg", round, round * 1ms);
+                file_at("eph.cfg", round, round);
             }
         }
     };
@@ -674,7 +710,7 @@ TEST_F(Cache, AFileReplacedByRenameIsSeenWholeOldOrWholeNew) {
     }
     start.arrive_and_wait();
     for (int g = 1; g <= kGenerations; ++g) {
-        replace_file(p, content(g), second_ + g * 1ms);
+        replace_file(p, content(g), second_ + g * step_);
     }
     for (std::thread &t : threads) {
         t.join();
