@@ -55,7 +55,7 @@ protected:
     void TearDown() override { gf_free_handle(h_); }
 
     fs::path dir() const { return scratch_.path(); }
-    std::string in_dir(const std::string &name) const { return utf8(dir() / name); }
+    std::string in_dir(const std::string &name) const { return utf8(dir() / fs::u8path(name)); }
 
     void touch(const std::vector<std::string> &names) {
         for (const std::string &name : names) {
@@ -133,9 +133,13 @@ TEST_F(GfSearch, SpecificationWithoutDirectorySearchesTheCurrentOne) {
 TEST_F(GfSearch, NothingToFindFailsTheInitWithNoMoreFilesAsStatus) {
     touch({"a.txt"});
     fs::create_directory(dir() / "empty");
-    const std::vector<std::string> specs = {in_dir("*.none"), in_dir("missing") + VQ_PATH_SEPARATOR + "*",
-                                            in_dir("a.txt") + VQ_PATH_SEPARATOR + "*",
-                                            in_dir("empty") + VQ_PATH_SEPARATOR + "*"};
+    std::vector<std::string> specs = {in_dir("*.none"), in_dir("missing") + VQ_PATH_SEPARATOR + "*",
+                                      in_dir("empty") + VQ_PATH_SEPARATOR + "*"};
+#ifndef _WIN32
+    // A file where the directory should be is no directory to search (Windows
+    // reports it as an invalid name instead, a failure of its own).
+    specs.push_back(in_dir("a.txt") + VQ_PATH_SEPARATOR + "*");
+#endif
     for (const std::string &spec : specs) {
         err_clear_error_stack();
         ASSERT_EQ(gf_set_file_name(h_, spec.c_str()), 1);
