@@ -22,6 +22,7 @@
 #include <unistd.h>
 #endif
 
+#include "support/deep_tree.h"
 #include "support/net_support.h"
 #include "vq_glob/conf.h"
 #include "vq_glob/dbg.h"
@@ -395,34 +396,7 @@ TEST(DirTree, RemovalStepsOverEntriesRemovedMeanwhile) {
 // ---- Long paths ------------------------------------------------------------
 
 #ifndef _WIN32
-// Builds root/<levels>/<file> whose full path is exactly length bytes,
-// going down by open directories since the system's own limit is shorter.
-// Returns the file's path.
-std::string make_deep_file(const std::string &root, size_t length, const std::string &file) {
-    std::string path = root;
-    int fd = ::open(root.c_str(), O_RDONLY | O_DIRECTORY);
-    EXPECT_GE(fd, 0);
-    while (path.size() + 1 + 200 + 1 + file.size() < length) {
-        std::string name(200, 'd');
-        name[0] = static_cast<char>('a' + path.size() % 26);
-        EXPECT_EQ(::mkdirat(fd, name.c_str(), 0755), 0);
-        int next = ::openat(fd, name.c_str(), O_RDONLY | O_DIRECTORY);
-        ::close(fd);
-        fd = next;
-        path += "/" + name;
-    }
-    std::string last(length - path.size() - 2 - file.size(), 'L');
-    EXPECT_EQ(::mkdirat(fd, last.c_str(), 0755), 0);
-    int dir = ::openat(fd, last.c_str(), O_RDONLY | O_DIRECTORY);
-    ::close(fd);
-    int out = ::openat(dir, file.c_str(), O_WRONLY | O_CREAT, 0644);
-    EXPECT_EQ(::write(out, "deep", 4), 4);
-    ::close(out);
-    ::close(dir);
-    path += "/" + last + "/" + file;
-    EXPECT_EQ(path.size(), length);
-    return path;
-}
+using vq_test::make_deep_file;
 
 TEST(DirLongPaths, PathsUpToTheLimitWorkAndLongerOnesFailWhole) {
     ScratchDir scratch("vq_dir_deep_");

@@ -16,9 +16,11 @@
 #include <sys/stat.h>
 #endif
 
+#include "support/deep_tree.h"
 #include "support/net_support.h"
 #include "vq_glob/err.h"
 #include "vq_glob/gf.h"
+#include "vq_glob/gf_path.h"
 
 namespace {
 
@@ -311,6 +313,16 @@ TEST_F(GfSearch, ListFilesThatCannotBeReadAreRefusedAtOnce) {
         EXPECT_EQ(gf_get_last_status(h_), static_cast<int32_t>(ERR_FIL_SEAFILOP_171E));
     }
 }
+
+#ifndef _WIN32
+// A directory whose path is longer than PATH_MAX, up to the library's own
+// limit, is searched like any other.
+TEST_F(GfSearch, DirectoriesBeyondTheSystemPathLimitAreSearched) {
+    const std::string file = vq_test::make_deep_file(dir().string(), GF_MAX_PATH_LENGTH - 2, "found");
+    const std::string directory = file.substr(0, file.size() - 5);
+    EXPECT_EQ(search(directory + "fo*"), (Names{file}));
+}
+#endif
 
 #ifndef _WIN32
 size_t open_descriptors() {

@@ -1,25 +1,16 @@
-// POSIX backend of the name search: every entry of the directory through
-// opendir / readdir; the caller matches the names against its pattern.
-#include "platform/platform.h"
-
-#include <dirent.h>
-
+// POSIX backend of the name search: every entry of the directory, read
+// through the directory layer (which opens paths beyond PATH_MAX piece by
+// piece and never blocks on a fifo in the directory's place); the caller
+// matches the names against its pattern.
 #include <cerrno>
-#include <cstring>
 #include <new>
 
+#include "platform/platform.h"
+
 struct PlatFind {
-    DIR *dir = nullptr;
+    PlatDir *dir = nullptr;
     bool ended = false;
 };
-
-namespace {
-
-bool is_dot_or_dot_dot(const char *name) {
-    return name[0] == '.' && (name[1] == '\0' || (name[1] == '.' && name[2] == '\0'));
-}
-
-}  // namespace
 
 bool plat_find_matches_names() { return false; }
 
@@ -29,11 +20,7 @@ int32_t plat_find_open(const char *directory, const char * /*pattern*/, PlatFind
     if (find == nullptr) {
         return ENOMEM;
     }
-    // opendir opens with O_DIRECTORY: a fifo or a device in the directory's
-    // place fails at once with ENOTDIR instead of blocking the open.
-    find->dir = ::opendir(directory);
-    if (find->dir == nullptr) {
-        int32_t error = errno;
+    if (int32_t error = plat_dir_open(directory, false, &find->dir); error != 0) {
         delete find;
         return error;
     }
@@ -42,30 +29,19 @@ int32_t plat_find_open(const char *directory, const char * /*pattern*/, PlatFind
 }
 
 int32_t plat_find_next(PlatFind *find, std::string *name, bool *end) {
-    *end = false;
-    while (!find->ended) {
-        // readdir reports its failures only through errno, and leaves it
-        // alone at the end of the directory.
-        errno = 0;
-        const dirent *entry = ::readdir(find->dir);
-        if (entry == nullptr) {
-            if (errno != 0) {
-                return errno;
-            }
-            find->ended = true;
-            break;
-        }
-        if (is_dot_or_dot_dot(entry->d_name)) {
-            continue;
-        }
-        try {
-            name->assign(entry->d_name);
-        } catch (const std::bad_alloc &) {
-            return ENOMEM;
-        }
+    *end = find->ended;
+    if (find->ended) {
         return 0;
     }
-    *end = true;
+    PlatDirEntry entry;
+    if (int32_t error = plat_dir_next(find->dir, &entry, end); error != 0) {
+        return error;
+    }
+    if (*end) {
+        find->ended = true;
+        return 0;
+    }
+    name->swap(entry.name);
     return 0;
 }
 
@@ -75,6 +51,6 @@ void plat_find_close(PlatFind *find) {
     if (find == nullptr) {
         return;
     }
-    ::closedir(find->dir);
+    plat_dir_close(find->dir);
     delete find;
 }
