@@ -69,6 +69,18 @@ struct GmThreadState {
     // The bound of the message (GM_NO_BOUND: none) and whether it was hit.
     uint32_t capacity = GM_NO_BOUND;
     bool overflowed = false;
+    // Where an add must end for its bytes to be written: the capacity while
+    // the message can take more, 0 without a buffer or once it overflowed, so
+    // every add decides with one comparison (room_for).
+    uint64_t limit = 0;
+    // Whether the message's adds trace: asked of the debug module when the
+    // message starts, not again for each element.
+    bool tracing = false;
+
+    GmThreadState() = default;
+    GmThreadState(const GmThreadState &) = delete;
+    GmThreadState &operator=(const GmThreadState &) = delete;
+    ~GmThreadState();
 };
 
 // The parse handle is not freed with the record: the process-handle module,
@@ -76,6 +88,29 @@ struct GmThreadState {
 using Frame = frame::ModuleFrame<GmThreadState, frame::kSlotMessages, frame::OnDemand::yes>;
 
 GmThreadState *state() { return Frame::get(); }
+
+// The record of the thread's message under construction, found once when the
+// message starts rather than through the frame on every add. The record's
+// destructor (run on its own thread by the frame's thread clean-up) forgets it.
+// Where the platform allows, the pointer sits in the library's static TLS
+// block, reached without a call.
+#if defined(__ELF__)
+#define GM_FAST_TLS __attribute__((tls_model("initial-exec")))
+#else
+#define GM_FAST_TLS
+#endif
+thread_local GmThreadState *t_writer GM_FAST_TLS = nullptr;
+
+GmThreadState::~GmThreadState() {
+    if (t_writer == this) {
+        t_writer = nullptr;
+    }
+}
+
+GmThreadState *writer() {
+    GmThreadState *st = t_writer;
+    return st != nullptr ? st : state();
+}
 
 // The user routines are the same for every thread. Each is one atomic
 // pointer, so a reader never sees half of one; gm_init calls racing each
@@ -87,8 +122,9 @@ std::atomic<BufferFn> g_buffer_fn{nullptr};
 std::atomic<InitFn> g_init_fn{nullptr};
 std::atomic<SendFn> g_send_fn{nullptr};
 
-// Traces are decided once per call: formatting is skipped entirely when the
-// channel is off, which is the common case on a busy connection.
+// Traces are decided once per call (once per message for its adds):
+// formatting is skipped entirely when the channel is off, which is the common
+// case on a busy connection.
 bool tracing() { return dbg_check_mask(kTraceChannel) != 0; }
 
 #define GM_TRACE(on, ...) ((on) ? new_dbg_str(::vq::gm::kTraceChannel, __VA_ARGS__) : (void)0)
@@ -116,11 +152,25 @@ uint32_t get32(const unsigned char *p) {
 
 // ---- writing --------------------------------------------------------------------------
 
+// An element's code, length and type, stored at once.
+void put_head(unsigned char *out, int32_t code, ElementType type, uint16_t length) {
+    const unsigned char head[4] = {static_cast<unsigned char>(code), static_cast<unsigned char>(length >> 8),
+                                   static_cast<unsigned char>(length), static_cast<unsigned char>(type)};
+    std::memcpy(out, head, sizeof head);
+}
+
+void set_capacity(GmThreadState &st, uint32_t capacity) {
+    st.capacity = capacity;
+    st.limit = st.buffer != nullptr && !st.overflowed ? capacity : 0;
+}
+
 void start_message(GmThreadState &st, unsigned char *buffer, uint32_t position, uint32_t capacity) {
+    t_writer = &st;
+    st.tracing = tracing();
     st.buffer = buffer;
     st.position = position;
-    st.capacity = capacity;
     st.overflowed = false;
+    set_capacity(st, capacity);
     st.closed = false;
     st.close_result = 0;
     st.stream_open = false;
@@ -131,14 +181,20 @@ void start_message(GmThreadState &st, unsigned char *buffer, uint32_t position, 
 
 // Whether need more bytes fit. The first refusal of a message marks it and
 // says so on the error stack; the message is dead from then on.
-bool room_for(GmThreadState &st, int32_t code, uint32_t need) {
+bool refuse(GmThreadState &st, int32_t code, uint32_t need);
+
+inline bool room_for(GmThreadState &st, int32_t code, uint32_t need) {
+    return static_cast<uint64_t>(st.position) + need <= st.limit || refuse(st, code, need);
+}
+
+// The slow side of room_for: the add does not fit, or the message has no
+// buffer or is dead already.
+bool refuse(GmThreadState &st, int32_t code, uint32_t need) {
     if (st.overflowed) {
         return false;
     }
-    if (st.buffer != nullptr && static_cast<uint64_t>(st.position) + need <= st.capacity) {
-        return true;
-    }
     st.overflowed = true;
+    st.limit = 0;
     char what[128];
     if (st.buffer == nullptr) {
         std::snprintf(what, sizeof what, "general message without a buffer, element code %d",
@@ -154,10 +210,13 @@ bool room_for(GmThreadState &st, int32_t code, uint32_t need) {
 
 // The single routine behind every add, stream head and struct head. number
 // carries the value of types 0-3, 6 and 7; bytes and size the data of types
-// 4 and 5 (a null pointer gives no data, whatever the size).
+// 4 and 5 (a null pointer gives no data, whatever the size). The element is
+// put together in locals and the position moved once: the buffer's bytes
+// could alias the state, so every store through it would otherwise force
+// the position back to memory.
 void add_element(GmThreadState &st, int32_t code, ElementType type, uint32_t number, const void *bytes,
                  uint32_t size) {
-    const bool on = tracing();
+    const bool on = st.tracing;
     uint32_t data_size = 0;
     switch (type) {
     case kChar:
@@ -185,7 +244,8 @@ void add_element(GmThreadState &st, int32_t code, ElementType type, uint32_t num
     if (!room_for(st, code, 4u + length)) {
         return;
     }
-    if (st.stream_open && type != kStr && type != kVoid) {
+    const bool has_bytes = type == kStr || type == kVoid;
+    if (st.stream_open && !has_bytes) {
         ++st.stream_count;
         GM_TRACE(
             on, "gm_add_to_message() - adding an element to current stream. total number of elements is %d\n",
@@ -197,25 +257,22 @@ void add_element(GmThreadState &st, int32_t code, ElementType type, uint32_t num
             on, "gm_add_to_message() - adding an element to current struct. total number of elements is %d\n",
             static_cast<int>(st.struct_count));
     }
-    unsigned char *out = st.buffer + st.position;
-    out[0] = static_cast<unsigned char>(code);
-    st.position += 1;
-    put16(out + 1, length);
+    const uint32_t at = st.position;
     if (type == kStream) {
-        st.stream_head = st.position;
+        st.stream_head = at + 1;
     } else if (type == kStruct) {
-        st.struct_head = st.position;
+        st.struct_head = at + 1;
     }
-    if (st.stream_open && (type == kStr || type == kVoid)) {
+    if (st.stream_open && has_bytes) {
         st.stream_count = static_cast<uint16_t>(st.stream_count + length);
         GM_TRACE(on,
                  "gm_add_to_message() - adding an element to current stream. current bytes for this stream "
                  "is %d\n",
                  static_cast<int>(st.stream_count));
     }
-    st.position += 2;
-    out[3] = static_cast<unsigned char>(type);
-    st.position += 1;
+    st.position = at + 4u + length;
+    unsigned char *out = st.buffer + at;
+    put_head(out, code, type, length);
     if (length == 0) {
         return;
     }
@@ -235,12 +292,55 @@ void add_element(GmThreadState &st, int32_t code, ElementType type, uint32_t num
         out[4] = static_cast<unsigned char>(number);
         break;
     }
-    st.position += length;
 }
 
-void add_number(int32_t code, ElementType type, uint32_t number) {
-    if (GmThreadState *st = state()) {
-        add_element(*st, code, type, number, nullptr, 0);
+// Whether an add can skip the general routine: nothing to trace or count.
+bool plain_add(const GmThreadState &st) { return !st.tracing && !st.stream_open && !st.struct_open; }
+
+// An element of kWidth bytes holding number, big-endian; the common case
+// written in one go.
+template <ElementType kType, uint32_t kWidth>
+void add_number(int32_t code, uint32_t number) {
+    GmThreadState *st = writer();
+    if (st == nullptr) {
+        return;
+    }
+    if (!plain_add(*st)) {
+        add_element(*st, code, kType, number, nullptr, 0);
+        return;
+    }
+    if (!room_for(*st, code, 4u + kWidth)) {
+        return;
+    }
+    unsigned char element[4 + kWidth] = {static_cast<unsigned char>(code), 0, kWidth, kType};
+    for (uint32_t i = 0; i < kWidth; ++i) {
+        element[4 + i] = static_cast<unsigned char>(number >> (8 * (kWidth - 1 - i)));
+    }
+    const uint32_t at = st->position;
+    st->position = at + sizeof element;
+    std::memcpy(st->buffer + at, element, sizeof element);
+}
+
+// A str or void element of size bytes (none for null bytes).
+void add_bytes(int32_t code, ElementType type, const void *bytes, uint32_t size) {
+    GmThreadState *st = writer();
+    if (st == nullptr) {
+        return;
+    }
+    if (!plain_add(*st)) {
+        add_element(*st, code, type, 0, bytes, size);
+        return;
+    }
+    const auto length = static_cast<uint16_t>(bytes != nullptr ? size : 0);
+    if (!room_for(*st, code, 4u + length)) {
+        return;
+    }
+    const uint32_t at = st->position;
+    st->position = at + 4u + length;
+    unsigned char *out = st->buffer + at;
+    put_head(out, code, type, length);
+    if (length != 0) {
+        std::memcpy(out + 4, bytes, length);
     }
 }
 
@@ -556,45 +656,41 @@ VQ_API int gm_init_message_buf(int32_t code, int32_t type) {
 }
 
 VQ_API void gm_set_message_capacity(uint32_t capacity) {
-    if (GmThreadState *st = state()) {
-        st->capacity = capacity;
+    if (GmThreadState *st = vq::gm::writer()) {
+        vq::gm::set_capacity(*st, capacity);
     }
 }
 
 VQ_API int gm_message_overflowed(void) {
-    GmThreadState *st = state();
+    GmThreadState *st = vq::gm::writer();
     return st != nullptr && st->overflowed ? 1 : 0;
 }
 
 // ---- adding -------------------------------------------------------------------------------
 
 VQ_API void gm_add_char_to_message(int32_t code, char v) {
-    vq::gm::add_number(code, vq::gm::kChar, static_cast<unsigned char>(v));
+    vq::gm::add_number<vq::gm::kChar, 1>(code, static_cast<unsigned char>(v));
 }
 
 VQ_API void gm_add_short_to_message(int32_t code, int16_t v) {
-    vq::gm::add_number(code, vq::gm::kShort, static_cast<uint16_t>(v));
+    vq::gm::add_number<vq::gm::kShort, 2>(code, static_cast<uint16_t>(v));
 }
 
 VQ_API void gm_add_int_to_message(int32_t code, int32_t v) {
-    vq::gm::add_number(code, vq::gm::kInt, static_cast<uint32_t>(v));
+    vq::gm::add_number<vq::gm::kInt, 4>(code, static_cast<uint32_t>(v));
 }
 
 VQ_API void gm_add_long_to_message(int32_t code, int32_t v) {
-    vq::gm::add_number(code, vq::gm::kLong, static_cast<uint32_t>(v));
+    vq::gm::add_number<vq::gm::kLong, 4>(code, static_cast<uint32_t>(v));
 }
 
 VQ_API void gm_add_str_to_message(int32_t code, const char *s) {
-    if (GmThreadState *st = state()) {
-        const auto size = s != nullptr ? static_cast<uint32_t>(std::strlen(s) + 1) : 0u;
-        vq::gm::add_element(*st, code, vq::gm::kStr, 0, s, size);
-    }
+    const auto size = s != nullptr ? static_cast<uint32_t>(std::strlen(s) + 1) : 0u;
+    vq::gm::add_bytes(code, vq::gm::kStr, s, size);
 }
 
 VQ_API void gm_add_void_to_message(int32_t code, const void *data, uint16_t size) {
-    if (GmThreadState *st = state()) {
-        vq::gm::add_element(*st, code, vq::gm::kVoid, 0, data, size);
-    }
+    vq::gm::add_bytes(code, vq::gm::kVoid, data, size);
 }
 
 VQ_API void gm_add_date_to_message(int32_t code, const tvtime *t) {
@@ -612,7 +708,7 @@ VQ_API void gm_add_old_date_to_message(int32_t code, const tvtime_old *t) {
 // The head is added with the stream already open, so it counts itself; the
 // close takes it off again.
 VQ_API void gm_init_message_stream(int32_t code, int32_t member_type) {
-    GmThreadState *st = state();
+    GmThreadState *st = vq::gm::writer();
     if (st == nullptr) {
         return;
     }
@@ -624,7 +720,7 @@ VQ_API void gm_init_message_stream(int32_t code, int32_t member_type) {
 }
 
 VQ_API void gm_close_stream(void) {
-    GmThreadState *st = state();
+    GmThreadState *st = vq::gm::writer();
     if (st == nullptr || !st->stream_open) {
         return;
     }
@@ -638,7 +734,7 @@ VQ_API void gm_close_stream(void) {
 }
 
 VQ_API void gm_init_struct(int32_t code, int32_t value) {
-    GmThreadState *st = state();
+    GmThreadState *st = vq::gm::writer();
     if (st == nullptr) {
         return;
     }
@@ -650,7 +746,7 @@ VQ_API void gm_init_struct(int32_t code, int32_t value) {
 }
 
 VQ_API void gm_close_struct(void) {
-    GmThreadState *st = state();
+    GmThreadState *st = vq::gm::writer();
     if (st == nullptr || !st->struct_open) {
         return;
     }
@@ -668,7 +764,7 @@ VQ_API void gm_close_struct(void) {
 // The closed flag is set before the send routine runs, so a routine that
 // closes the message itself cannot send it twice.
 VQ_API int gm_close_message(void) {
-    GmThreadState *st = state();
+    GmThreadState *st = vq::gm::writer();
     if (st == nullptr) {
         return 0;
     }
@@ -688,7 +784,7 @@ VQ_API int gm_close_message(void) {
 }
 
 VQ_API uint32_t gm_end_message(void) {
-    GmThreadState *st = state();
+    GmThreadState *st = vq::gm::writer();
     if (st == nullptr) {
         return 0;
     }
@@ -700,12 +796,12 @@ VQ_API uint32_t gm_end_message(void) {
 }
 
 VQ_API void *gm_get_message_buf(void) {
-    GmThreadState *st = state();
+    GmThreadState *st = vq::gm::writer();
     return st != nullptr ? st->buffer : nullptr;
 }
 
 VQ_API uint32_t gm_get_message_len(void) {
-    GmThreadState *st = state();
+    GmThreadState *st = vq::gm::writer();
     return st != nullptr ? st->position : 0;
 }
 
