@@ -9,16 +9,21 @@
 
 namespace vq::api {
 
-// Slots live in one array that grows by kGrowth; a free slot has key -1.
+// Slots live in one array that grows by kGrowth slots, or by as many as it
+// has once it holds more; a free slot has key -1.
 // A value is only ever placed above the highest used slot, so the newest
 // value of a key is always the highest slot holding that key: a lookup scans
 // from the top down, and removing a value uncovers the next older one of its
 // key. When the top of the array is reached while lower slots are free, the
 // used slots are first moved down in order instead of growing.
 //
-// Values of up to 8 bytes (every scalar, short texts and data) live in cells
-// of a pool owned by the store rather than in a malloc block of their own;
-// the pool's blocks never move, so a value's address is as stable either way.
+// Values of up to 64 bytes (every scalar, most texts and data) live in cells
+// of pools owned by the store, one pool per cell size (8, 16, 32, 64), rather
+// than in a malloc block of their own; a message taken apart thus costs a few
+// blocks instead of an allocation per text. A freed cell is reused by the
+// next value of its size, so the pools hold no more than the most values
+// ever held at once. The pools' blocks never move, so a value's address is
+// as stable either way.
 //
 // From kIndexFrom used slots on, a hash index from each key to its newest
 // slot (and from each slot to the next older one of its key) replaces the
@@ -29,6 +34,7 @@ public:
     static constexpr size_t kGrowth = 10;
     static constexpr size_t kIndexFrom = 32;
     static constexpr int32_t kFreeKey = -1;
+    static constexpr uint8_t kNoPool = 0xFF;
 
     struct Slot {
         int32_t key = kFreeKey;
@@ -36,7 +42,7 @@ public:
         void *value = nullptr;  // the store's copy, or null
         int32_t size = 0;
         uint8_t flag = 0;
-        bool in_cell = false;  // value is a pool cell, not a malloc block
+        uint8_t pool = kNoPool;  // the pool whose cell value is, or kNoPool: a malloc block
     };
 
     ParamStore() = default;
@@ -64,11 +70,10 @@ public:
     void clear() noexcept;
 
 private:
-    // Fixed 8-byte cells carved from blocks that are only freed with the store.
+    // Cells of one size carved from blocks that are only freed with the store.
     class CellPool {
     public:
-        static constexpr size_t kCellSize = 8;
-        CellPool() = default;
+        CellPool(size_t cell_size) : cell_size_(cell_size) {}
         ~CellPool() { clear(); }
         CellPool(const CellPool &) = delete;
         CellPool &operator=(const CellPool &) = delete;
@@ -78,20 +83,20 @@ private:
 
     private:
         static constexpr size_t kCellsPerBlock = 64;
-        union Cell {
-            Cell *next_free;
-            alignas(8) unsigned char bytes[kCellSize];
-        };
-        struct Block {
-            Block *next;
-            Cell cells[kCellsPerBlock];
-        };
-        Block *blocks_ = nullptr;
+        // A block is this header (the next block) followed by its cells; a
+        // free cell holds the next free one.
+        static constexpr size_t kHeader = 16;
+        size_t cell_size_;
+        unsigned char *blocks_ = nullptr;
         size_t carved_ = kCellsPerBlock;  // cells handed out of the newest block
-        Cell *free_ = nullptr;
+        unsigned char *free_ = nullptr;
     };
 
-    void *copy_value(const void *value, int32_t size, bool *in_cell) noexcept;
+    static constexpr size_t kPools = 4;
+    static constexpr size_t kSmallestCell = 8;
+    static constexpr size_t kLargestCell = kSmallestCell << (kPools - 1);
+
+    void *copy_value(const void *value, int32_t size, uint8_t *pool) noexcept;
     void free_value(Slot &slot) noexcept;
     bool grow() noexcept;
     void compact(size_t *cursor) noexcept;
@@ -100,7 +105,7 @@ private:
     void drop_index() noexcept;
     long find(int32_t key) const noexcept;
 
-    CellPool cells_;
+    CellPool cells_[kPools] = {kSmallestCell, kSmallestCell * 2, kSmallestCell * 4, kLargestCell};
     std::vector<Slot> slots_;
     size_t top_ = 0;  // one past the highest used slot
     size_t used_ = 0;

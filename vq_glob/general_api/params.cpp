@@ -1,5 +1,6 @@
 // Typed parameters of process handles: the store, the api_*_param functions
 // and the thread's parameter iterator.
+#include <algorithm>
 #include <climits>
 #include <cstdlib>
 #include <cstring>
@@ -13,31 +14,31 @@ namespace vq::api {
 
 void *ParamStore::CellPool::take() noexcept {
     if (free_ != nullptr) {
-        Cell *cell = free_;
-        free_ = cell->next_free;
-        return cell->bytes;
+        unsigned char *cell = free_;
+        std::memcpy(&free_, cell, sizeof free_);
+        return cell;
     }
     if (carved_ == kCellsPerBlock) {
-        auto *block = static_cast<Block *>(std::malloc(sizeof(Block)));
+        auto *block = static_cast<unsigned char *>(std::malloc(kHeader + kCellsPerBlock * cell_size_));
         if (block == nullptr) {
             return nullptr;
         }
-        block->next = blocks_;
+        std::memcpy(block, &blocks_, sizeof blocks_);
         blocks_ = block;
         carved_ = 0;
     }
-    return blocks_->cells[carved_++].bytes;
+    return blocks_ + kHeader + cell_size_ * carved_++;
 }
 
 void ParamStore::CellPool::give(void *cell) noexcept {
-    auto *c = static_cast<Cell *>(cell);
-    c->next_free = free_;
-    free_ = c;
+    std::memcpy(cell, &free_, sizeof free_);
+    free_ = static_cast<unsigned char *>(cell);
 }
 
 void ParamStore::CellPool::clear() noexcept {
     while (blocks_ != nullptr) {
-        Block *next = blocks_->next;
+        unsigned char *next = nullptr;
+        std::memcpy(&next, blocks_, sizeof next);
         std::free(blocks_);
         blocks_ = next;
     }
@@ -45,18 +46,29 @@ void ParamStore::CellPool::clear() noexcept {
     free_ = nullptr;
 }
 
-void *ParamStore::copy_value(const void *value, int32_t size, bool *in_cell) noexcept {
-    *in_cell = static_cast<size_t>(size) <= CellPool::kCellSize;
-    void *copy = *in_cell ? cells_.take() : std::malloc(static_cast<size_t>(size));
+void *ParamStore::copy_value(const void *value, int32_t size, uint8_t *pool) noexcept {
+    const auto bytes = static_cast<size_t>(size);
+    void *copy = nullptr;
+    if (bytes <= kLargestCell) {
+        uint8_t index = 0;
+        while ((kSmallestCell << index) < bytes) {
+            ++index;
+        }
+        *pool = index;
+        copy = cells_[index].take();
+    } else {
+        *pool = kNoPool;
+        copy = std::malloc(bytes);
+    }
     if (copy != nullptr) {
-        std::memcpy(copy, value, static_cast<size_t>(size));
+        std::memcpy(copy, value, bytes);
     }
     return copy;
 }
 
 void ParamStore::free_value(Slot &slot) noexcept {
-    if (slot.in_cell) {
-        cells_.give(slot.value);
+    if (slot.pool != kNoPool) {
+        cells_[slot.pool].give(slot.value);
     } else {
         std::free(slot.value);
     }
@@ -64,10 +76,10 @@ void ParamStore::free_value(Slot &slot) noexcept {
 }
 
 bool ParamStore::add(int32_t key, int32_t type, const void *value, int32_t size, size_t *cursor) noexcept {
-    bool in_cell = false;
+    uint8_t pool = kNoPool;
     void *copy = nullptr;
     if (value != nullptr && size > 0) {
-        copy = copy_value(value, size, &in_cell);
+        copy = copy_value(value, size, &pool);
         if (copy == nullptr) {
             return false;
         }
@@ -78,7 +90,7 @@ bool ParamStore::add(int32_t key, int32_t type, const void *value, int32_t size,
         if (used_ < slots_.size()) {
             compact(cursor);
         } else if (!grow()) {
-            Slot unused{key, type, copy, size, 0, in_cell};
+            Slot unused{key, type, copy, size, 0, pool};
             free_value(unused);
             return false;
         }
@@ -87,7 +99,7 @@ bool ParamStore::add(int32_t key, int32_t type, const void *value, int32_t size,
     if (indexed_) {
         index_add(key, position);
     }
-    slots_[position] = Slot{key, type, copy, size, 0, in_cell};
+    slots_[position] = Slot{key, type, copy, size, 0, pool};
     ++top_;
     ++used_;
     if (!indexed_ && used_ >= kIndexFrom) {
@@ -124,11 +136,13 @@ bool ParamStore::remove_newest(int32_t key) noexcept {
 
 void ParamStore::clear() noexcept {
     for (size_t i = 0; i < top_; ++i) {
-        if (!slots_[i].in_cell) {
+        if (slots_[i].pool == kNoPool) {
             std::free(slots_[i].value);
         }
     }
-    cells_.clear();
+    for (CellPool &pool : cells_) {
+        pool.clear();
+    }
     std::vector<Slot>().swap(slots_);
     top_ = 0;
     used_ = 0;
@@ -138,7 +152,10 @@ void ParamStore::clear() noexcept {
 bool ParamStore::grow() noexcept {
     new_dbg_str(kTraceChannel, "api_set_param() - allocating more space for params\n");
     try {
-        slots_.resize(slots_.size() + kGrowth);
+        // At least kGrowth slots, and as many as there are once the array is
+        // large: filling a store of n values then moves and clears slots
+        // O(n) times in all rather than O(n * n / kGrowth).
+        slots_.resize(slots_.size() + std::max(kGrowth, slots_.size()));
     } catch (...) {
         return false;
     }
