@@ -20,6 +20,7 @@
 #include <thread>
 #include <vector>
 
+#include "support/env_var.h"
 #include "vq_glob/api.h"
 #include "vq_glob/conf.h"
 #include "vq_glob/dbg.h"
@@ -44,17 +45,7 @@ namespace {
 const char *const kChild = VQ_API_IMAGE_CHILD;
 constexpr const char *kHold = "VQ_SERVER_ALLOW_NEW_PROCS";
 
-void set_env(const char *name, const char *value) {
-#ifdef _WIN32
-    _putenv_s(name, value != nullptr ? value : "");
-#else
-    if (value == nullptr) {
-        unsetenv(name);
-    } else {
-        setenv(name, value, 1);
-    }
-#endif
-}
+using vq::test::set_env;
 
 std::string random_text(size_t length) {
     static const char kAlphabet[] = "abcdefghijkmnopqrstuvwxyzABCDEFGHJKLMNPQRSTUVWXYZ23456789";

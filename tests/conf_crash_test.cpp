@@ -1,11 +1,8 @@
-// What a writer killed in the middle of conf_write leaves behind. A child
-// process writes one configuration over another while the parent traces its
-// system calls (ptrace); in round n the parent kills the child as it enters
-// its n-th call that can change files, for n = 1, 2, ... until a child
-// completes its write. Files change only through those calls, and the
-// library makes the same ones in the same order every time, so the rounds
-// meet every state a crash of the writer can leave, each once, whatever the
-// speed of the machine: the test fails only when the library is wrong.
+// What a writer killed in the middle of conf_write leaves behind: a child
+// process writes one configuration over another and is killed as it enters
+// its first, second, ... call that can change files (support/kill_at_calls.h),
+// until a child completes its write; every state a crash of the writer can
+// leave is met, each once, whatever the speed of the machine.
 //
 // Linux only: the writer is a forked child stopped and killed through ptrace.
 #include <gtest/gtest.h>
@@ -15,7 +12,6 @@
 #include <cstdio>
 #include <cstring>
 #include <fstream>
-#include <iterator>
 #include <sstream>
 #include <string>
 
@@ -23,12 +19,10 @@
 #include "vq_glob/err.h"
 
 #if defined(__linux__)
-#include <signal.h>
-#include <sys/ptrace.h>
 #include <sys/stat.h>
-#include <sys/syscall.h>
-#include <sys/wait.h>
 #include <unistd.h>
+
+#include "support/kill_at_calls.h"
 #endif
 
 namespace {
@@ -42,37 +36,6 @@ TEST(ConfCrash, LinuxKillAtEveryFileCallThroughTempLeavesOldOrNew) { GTEST_SKIP(
 TEST(ConfCrash, LinuxKillAtEveryFileCallInPlaceNeverCutsTheFile) { GTEST_SKIP() << kNoPtrace; }
 
 #else
-
-// Exit statuses of a child that did not get to be killed.
-constexpr int kChildWriteFailed = 3;
-constexpr int kChildNotTraced = 4;
-// Far more calls than one write makes: a child still running after these
-// is stuck.
-constexpr int kMaxStops = 1000;
-
-// Whether system call nr can change what a file holds or which file a name
-// stands for. Only these count as stops: the calls in between (memory for
-// the allocator, a sanitizer's above all) vary from one child to the next.
-bool changes_files(uint64_t nr) {
-    static constexpr long kCalls[] = {
-        SYS_openat,    SYS_write,     SYS_pwrite64, SYS_writev,   SYS_pwritev,  SYS_fsync,    SYS_fdatasync,
-        SYS_fallocate, SYS_ftruncate, SYS_truncate, SYS_renameat, SYS_renameat2, SYS_unlinkat,
-#if defined(SYS_open)
-        SYS_open,      SYS_creat,     SYS_rename,   SYS_unlink,
-#endif
-    };
-    return std::find(std::begin(kCalls), std::end(kCalls), static_cast<long>(nr)) != std::end(kCalls);
-}
-
-// The number of the system call the stopped child is entering; -1 at an exit.
-long entering(pid_t child) {
-    __ptrace_syscall_info info{};
-    long size = ::ptrace(PTRACE_GET_SYSCALL_INFO, child, reinterpret_cast<void *>(sizeof info), &info);
-    if (size <= 0 || info.op != PTRACE_SYSCALL_INFO_ENTRY) {
-        return -1;
-    }
-    return static_cast<long>(info.entry.nr);
-}
 
 std::string make_text(int sections, const char *label) {
     std::string text;
@@ -107,8 +70,6 @@ struct Config {
     std::string text;  // exactly what conf_write puts in the file
 };
 
-enum class Ending { killed, finished, not_traced };
-
 class ConfCrash : public ::testing::Test {
 protected:
     void SetUp() override {
@@ -141,61 +102,6 @@ protected:
         conf_free_buffer(out);
     }
 
-    // Forks a child that writes next to the file and kills it as it enters
-    // its stops-th call that changes files (the call is not made), or lets
-    // it finish when it makes fewer. Signals are passed on to the child.
-    void write_killed_at(Config &next, int stops, Ending *ending) {
-        // Nothing buffered for the child to write out again when it exits.
-        std::fflush(nullptr);
-        pid_t child = ::fork();
-        ASSERT_GE(child, 0);
-        if (child == 0) {
-            if (::ptrace(PTRACE_TRACEME, 0, nullptr, nullptr) != 0) {
-                ::_exit(kChildNotTraced);
-            }
-            ::raise(SIGSTOP);  // wait for the parent to set the options
-            ::_exit(conf_write(next.h, path_.c_str()) == 1 ? 0 : kChildWriteFailed);
-        }
-        int status = 0;
-        ASSERT_EQ(::waitpid(child, &status, 0), child);
-        if (WIFEXITED(status) && WEXITSTATUS(status) == kChildNotTraced) {
-            *ending = Ending::not_traced;
-            return;
-        }
-        ASSERT_TRUE(WIFSTOPPED(status)) << "status " << status;
-        long options = PTRACE_O_TRACESYSGOOD | PTRACE_O_EXITKILL;
-        ASSERT_EQ(::ptrace(PTRACE_SETOPTIONS, child, nullptr, reinterpret_cast<void *>(options)), 0);
-        int seen = 0;
-        long pass = 0;
-        for (;;) {
-            ASSERT_EQ(::ptrace(PTRACE_SYSCALL, child, nullptr, reinterpret_cast<void *>(pass)), 0);
-            ASSERT_EQ(::waitpid(child, &status, 0), child);
-            if (WIFEXITED(status)) {
-                ASSERT_EQ(WEXITSTATUS(status), 0) << "the writer's conf_write failed";
-                *ending = Ending::finished;
-                return;
-            }
-            ASSERT_TRUE(WIFSTOPPED(status)) << "the writer died by signal " << WTERMSIG(status);
-            pass = 0;
-            if (WSTOPSIG(status) != (SIGTRAP | 0x80)) {
-                pass = WSTOPSIG(status);
-                continue;
-            }
-            long nr = entering(child);
-            if (nr < 0 || !changes_files(static_cast<uint64_t>(nr))) {
-                continue;
-            }
-            ++seen;
-            if (seen == stops) {
-                ::kill(child, SIGKILL);
-                ASSERT_EQ(::waitpid(child, &status, 0), child);
-                ASSERT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL) << "status " << status;
-                *ending = Ending::killed;
-                return;
-            }
-        }
-    }
-
     // Puts old in the file as it stands before every round, with no
     // temporary file beside it.
     void reset(Config &old) {
@@ -204,28 +110,23 @@ protected:
         ASSERT_FALSE(exists(path_ + ".temp"));
     }
 
-    // Kills a writer of next over old at every system call in turn, and
-    // hands each state the file is left in to check(bytes, round). Skips
-    // when this system does not let the test trace its child.
+    // Kills a writer of next over old at every file-changing call in turn,
+    // and hands each state the file is left in to check(bytes, round).
+    // Skips when this system does not let the test trace its child.
     template <typename Check>
-    void kill_at_every_stop(Config &old, Config &next, Check check) {
-        Ending ending = Ending::killed;
-        int round = 1;
-        for (; round <= kMaxStops; ++round) {
-            ASSERT_NO_FATAL_FAILURE(reset(old));
-            ASSERT_NO_FATAL_FAILURE(write_killed_at(next, round, &ending));
-            if (ending == Ending::not_traced) {
-                GTEST_SKIP() << "this system does not let a child be traced (ptrace refused)";
-            }
-            if (ending == Ending::finished) {
-                break;
-            }
-            ASSERT_NO_FATAL_FAILURE(check(read_all(path_), round)) << "killed entering call " << round;
+    void kill_at_every_call(Config &old, Config &next, Check check) {
+        auto reset_old = [&] { reset(old); };
+        auto write_next = [&] { return conf_write(next.h, path_.c_str()) == 1; };
+        auto check_file = [&](int round) { check(read_all(path_), round); };
+        int calls = 0;
+        ASSERT_NO_FATAL_FAILURE(vq::test::kill_at_every_call(reset_old, write_next, check_file, &calls));
+        if (IsSkipped()) {
+            return;
         }
-        ASSERT_EQ(ending, Ending::finished) << "the writer was still running after " << kMaxStops << " calls";
         EXPECT_EQ(read_all(path_), next.text);
         EXPECT_FALSE(exists(path_ + ".temp"));
-        std::printf("%c over %c: killed at each of %d calls that change files\n", next.letter, old.letter, round - 1);
+        std::printf("%c over %c: killed at each of %d calls that change files\n", next.letter, old.letter,
+                    calls);
     }
 
     // Whether the file, byte for byte, reads back as exactly c.
@@ -268,7 +169,7 @@ TEST_F(ConfCrash, LinuxKillAtEveryFileCallThroughTempLeavesOldOrNew) {
             }
             ASSERT_TRUE(first_new == 0 || &found == &next) << "the old text came back after the new one";
         };
-        ASSERT_NO_FATAL_FAILURE(kill_at_every_stop(*old, next, check));
+        ASSERT_NO_FATAL_FAILURE(kill_at_every_call(*old, next, check));
         if (IsSkipped()) {
             return;
         }
@@ -304,7 +205,7 @@ TEST_F(ConfCrash, LinuxKillAtEveryFileCallInPlaceNeverCutsTheFile) {
                 << bytes.size() << " bytes that are not the new text over the old";
             ++mixed;
         };
-        ASSERT_NO_FATAL_FAILURE(kill_at_every_stop(*old, next, check));
+        ASSERT_NO_FATAL_FAILURE(kill_at_every_call(*old, next, check));
         if (IsSkipped()) {
             return;
         }

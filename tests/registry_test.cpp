@@ -16,6 +16,7 @@
 #include <thread>
 #include <vector>
 
+#include "support/env_var.h"
 #include "support/kill_at_calls.h"
 #include "support/lock_step.h"
 #include "vq_glob/err.h"
@@ -37,17 +38,7 @@ namespace {
 constexpr const char *kHiveVariable = "VQ_GLOB_REGISTRY";
 constexpr const char *kLockWaitVariable = "VQ_GLOB_REGISTRY_LOCK_WAIT";
 
-void set_env(const char *name, const char *value) {
-#ifdef _WIN32
-    _putenv_s(name, value != nullptr ? value : "");
-#else
-    if (value == nullptr) {
-        unsetenv(name);
-    } else {
-        setenv(name, value, 1);
-    }
-#endif
-}
+using vq::test::set_env;
 
 int process_id() {
 #ifdef _WIN32
@@ -584,29 +575,23 @@ TEST_F(FileRegistry, LinuxAWriterKilledAtAnyFileCallLeavesTheOldFileOrTheNew) {
         std::remove((file_ + ".temp").c_str());
         write_file(file_, old_text);
     };
-    int round = 1;
     int first_new = 0;
-    vq::test::KillEnding ending = vq::test::KillEnding::killed;
-    for (; round <= 1000; ++round) {
-        reset();
-        ending = vq::test::run_killed_at(round, change);
-        if (ending == vq::test::KillEnding::not_traced) {
-            GTEST_SKIP() << "this system does not let a child be traced (ptrace refused)";
-        }
-        if (ending != vq::test::KillEnding::killed) {
-            break;
-        }
+    auto check = [&](int round) {
         const std::string text = read_file(file_);
-        ASSERT_TRUE(text == old_text || text == new_text) << "round " << round << ": a torn file of " << text.size();
+        ASSERT_TRUE(text == old_text || text == new_text) << "a torn file of " << text.size() << " bytes";
         first_new = first_new == 0 && text == new_text ? round : first_new;
-        ASSERT_TRUE(first_new == 0 || text == new_text) << "round " << round << ": the old file came back";
+        ASSERT_TRUE(first_new == 0 || text == new_text) << "the old file came back";
         std::remove((file_ + ".lock").c_str());
-        EXPECT_EQ(value_of("Kill", "a"), "first") << "round " << round;
+        EXPECT_EQ(value_of("Kill", "a"), "first");
+    };
+    int calls = 0;
+    ASSERT_NO_FATAL_FAILURE(vq::test::kill_at_every_call(reset, change, check, &calls));
+    if (IsSkipped()) {
+        return;
     }
-    ASSERT_EQ(ending, vq::test::KillEnding::finished);
     EXPECT_EQ(read_file(file_), new_text);
     EXPECT_GT(first_new, 1);
-    std::printf("killed at each of %d calls that change files\n", round - 1);
+    std::printf("killed at each of %d calls that change files\n", calls);
 }
 #endif
 
