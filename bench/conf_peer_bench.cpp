@@ -8,6 +8,12 @@
 // headers, which every reader parses alike. Two shapes: many sections
 // (2,000 x 20 fields) and one huge section (100,000 fields).
 //
+// The read rows repeat the read in one process, on a heap warmed by the
+// reads before: a steady state, not what a program pays to read its
+// configuration once at start-up (freed memory handed back to the system
+// makes every first read fault its pages in again). conf_oneshot_bench
+// measures that: whole fresh processes, wall and CPU time and peak RSS.
+//
 // Lookups: after one read, every field is found by section and name:
 // conf_get_string_field per field (the value stays the handle's), against
 // g_key_file_get_value (which copies it) and two map look-ups in the inih
