@@ -3,13 +3,16 @@
 // the per-thread records of the reader and the writer.
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
 #include <list>
+#include <memory>
 #include <new>
 #include <string>
 #include <string_view>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -56,10 +59,6 @@ inline bool is_multi_line(int32_t type) {
 
 // How long a read or a write waits for another holder of the lock file.
 inline constexpr int32_t kLockTimeoutMs = 60000;
-
-// The line buffer starts at this size and grows by kLineStep at a time.
-inline constexpr size_t kLineFirst = 8804;
-inline constexpr size_t kLineStep = 8800;
 
 // Owns a big number. Null stands for zero, so that a field that never held
 // a big number allocates nothing.
@@ -141,13 +140,10 @@ inline bool parse_big(std::string_view text, BigNumber &out) {
     return true;
 }
 
-struct Field {
-    // Texts and lists first, the small members together after them, so that
-    // no padding sits between them: a section of 100,000 fields holds
-    // 100,000 of these.
-    std::string name;
+// What only typed, multi-line or table-bound fields need. Plain
+// "name=value" fields, the bulk of a large file, never allocate one.
+struct FieldExtra {
     std::string default_text;
-    std::string text;                // string and untyped values
     std::string tag;                 // the multi-line end tag last read
     std::string key;
     std::vector<std::string> lines;  // multi-line text
@@ -156,8 +152,16 @@ struct Field {
     // into lines; rebuilt by every getter.
     std::vector<char *> view;
     BigNumber big;                   // big integer values
-    int32_t type = CONF_TYPE_UNKNOWN;
     int32_t default_int = 0;
+};
+
+struct Field {
+    // A section of 100,000 fields holds 100,000 of these: the name and the
+    // text of a plain value, the small members together, and the rest behind
+    // a pointer that stays null until a member of it is set.
+    std::string name;
+    std::string text;                // string and untyped values
+    int32_t type = CONF_TYPE_UNKNOWN;
     int32_t number = 0;              // integer and boolean values
     int32_t constant = 0;            // meaningful while in_table
     int32_t flags = 0;               // the table row's flags (kFlagEncrypted, ...)
@@ -165,6 +169,141 @@ struct Field {
     bool met = false;
     bool has_value = false;
     bool changed = false;  // set by a setter
+
+    // The rest, made on first use; throws bad_alloc.
+    FieldExtra &more() {
+        if (extra_ == nullptr) {
+            extra_ = std::make_unique<FieldExtra>();
+        }
+        return *extra_;
+    }
+    // The rest for reading: empty members when none was made.
+    const FieldExtra &peek() const {
+        static const FieldExtra empty;
+        return extra_ != nullptr ? *extra_ : empty;
+    }
+    void clear_view() {
+        if (extra_ != nullptr) {
+            extra_->view.clear();
+        }
+    }
+    // Empties the multi-line value (lines, numbers and their view).
+    void clear_lists() {
+        if (extra_ != nullptr) {
+            extra_->lines.clear();
+            extra_->numbers.clear();
+            extra_->view.clear();
+        }
+    }
+
+private:
+    std::unique_ptr<FieldExtra> extra_;
+};
+
+// Hands out blocks of one size (a list node's) from slabs that grow as the
+// list does, and keeps freed blocks for the next node: a section of 100,000
+// fields costs a few dozen allocations instead of one per field, and no
+// allocator header per node. Blocks of any other size go to operator new.
+class NodePool {
+public:
+    NodePool() = default;
+    NodePool(const NodePool &) = delete;
+    NodePool &operator=(const NodePool &) = delete;
+    ~NodePool() { release(); }
+
+    void *take(size_t size) {
+        if (size_ == 0 && size >= sizeof(FreeBlock)) {
+            size_ = size;
+        }
+        if (size != size_) {
+            return ::operator new(size);
+        }
+        if (free_ == nullptr && left_ == 0) {
+            add_slab();  // may throw, before anything is counted
+        }
+        ++live_;
+        if (free_ != nullptr) {
+            return std::exchange(free_, free_->next);
+        }
+        --left_;
+        void *block = next_;
+        next_ += size_;
+        return block;
+    }
+    void give(void *block, size_t size) noexcept {
+        if (size != size_) {
+            ::operator delete(block);
+            return;
+        }
+        free_ = new (block) FreeBlock{free_};
+        // The last node gone (a list cleared): the memory goes back at once.
+        if (--live_ == 0) {
+            release();
+        }
+    }
+
+private:
+    struct FreeBlock {
+        FreeBlock *next;
+    };
+    struct Slab {
+        Slab *next;
+        // Slab headers take 16 bytes, so that the blocks behind them keep
+        // the alignment operator new gave the slab.
+        alignas(16) unsigned char blocks[1];
+    };
+    static constexpr size_t kFirstBlocks = 8;
+    static constexpr size_t kMostBlocks = 4096;
+
+    void add_slab() {
+        size_t count = slab_blocks_ < kFirstBlocks ? kFirstBlocks : std::min(slab_blocks_ * 2, kMostBlocks);
+        auto *slab = static_cast<Slab *>(::operator new(offsetof(Slab, blocks) + count * size_));
+        slab->next = slabs_;
+        slabs_ = slab;
+        slab_blocks_ = count;
+        next_ = slab->blocks;
+        left_ = count;
+    }
+    void release() noexcept {
+        while (slabs_ != nullptr) {
+            ::operator delete(std::exchange(slabs_, slabs_->next));
+        }
+        free_ = nullptr;
+        next_ = nullptr;
+        left_ = 0;
+        slab_blocks_ = 0;
+    }
+
+    size_t size_ = 0;
+    size_t live_ = 0;
+    FreeBlock *free_ = nullptr;
+    Slab *slabs_ = nullptr;
+    unsigned char *next_ = nullptr;
+    size_t left_ = 0;
+    size_t slab_blocks_ = 0;
+};
+
+// The allocator of a NamedList's nodes: its pool travels with the nodes when
+// lists are moved or swapped.
+template <typename U>
+struct PoolAllocator {
+    using value_type = U;
+    using propagate_on_container_move_assignment = std::true_type;
+    using propagate_on_container_swap = std::true_type;
+    using is_always_equal = std::false_type;
+
+    explicit PoolAllocator(NodePool *pool) : pool(pool) {}
+    template <typename V>
+    PoolAllocator(const PoolAllocator<V> &other) : pool(other.pool) {}  // NOLINT: rebinding converts implicitly
+
+    U *allocate(size_t n) { return static_cast<U *>(pool->take(n * sizeof(U))); }
+    void deallocate(U *block, size_t n) noexcept { pool->give(block, n * sizeof(U)); }
+    template <typename V>
+    bool operator==(const PoolAllocator<V> &other) const {
+        return pool == other.pool;
+    }
+
+    NodePool *pool;
 };
 
 // A list in order with an index by name beside it, so that lookups cost the
@@ -176,7 +315,25 @@ struct Field {
 template <typename T>
 class NamedList {
 public:
-    using iterator = typename std::list<T>::iterator;
+    using iterator = typename std::list<T, PoolAllocator<T>>::iterator;
+
+    NamedList() = default;
+    NamedList(const NamedList &) = delete;
+    NamedList &operator=(const NamedList &) = delete;
+    // A list moved from is left empty, with a pool of its own.
+    NamedList(NamedList &&other) : NamedList() { swap(other); }
+    NamedList &operator=(NamedList &&other) noexcept {
+        swap(other);
+        return *this;
+    }
+    // Exchanges the elements, their nodes' pools and the indexes; positions
+    // stay valid and follow their elements.
+    void swap(NamedList &other) noexcept {
+        items_.swap(other.items_);
+        pool_.swap(other.pool_);
+        slots_.swap(other.slots_);
+        std::swap(used_, other.used_);
+    }
 
     T *find(std::string_view name) {
         size_t at = slot_of(name, hash_of(name));
@@ -218,6 +375,17 @@ public:
         unplace(at);
         items_.erase(item);
         return true;
+    }
+    // Makes room for more elements at once: a large section's index is then
+    // sized once instead of doubling through every size on the way.
+    void reserve(size_t more) {
+        size_t want = slots_.empty() ? kFirstSize : slots_.size();
+        while (want < (used_ + more) * 2) {
+            want *= 2;
+        }
+        if (want > slots_.size()) {
+            resize(want);
+        }
     }
     void clear() {
         slots_.clear();
@@ -277,7 +445,11 @@ private:
         if ((used_ + 1) * 2 <= slots_.size()) {
             return;
         }
-        std::vector<Slot> old(slots_.empty() ? kFirstSize : slots_.size() * 2);
+        resize(slots_.empty() ? kFirstSize : slots_.size() * 2);
+    }
+    // Moves the index into a table of size slots (a power of two).
+    void resize(size_t size) {
+        std::vector<Slot> old(size);
         old.swap(slots_);
         used_ = 0;
         for (const Slot &slot : old) {
@@ -287,7 +459,9 @@ private:
         }
     }
 
-    std::list<T> items_;
+    // The pool before the list, so that the list gives its nodes back first.
+    std::unique_ptr<NodePool> pool_ = std::make_unique<NodePool>();
+    std::list<T, PoolAllocator<T>> items_{PoolAllocator<T>(pool_.get())};
     std::vector<Slot> slots_;
     size_t used_ = 0;
 };
@@ -334,7 +508,6 @@ struct HashIndex {
 struct Handle {
     tag::HandleTag tag{tag::Kind::config};
     NamedList<Section> sections;
-    std::string line;  // the reader's line buffer (kLineFirst, grown by kLineStep)
     std::string file_name;
     std::string key;
     bool key_set = false;

@@ -153,9 +153,9 @@ int snapshot(void *vh, int32_t constant, Snapshot &out) {
         out.value.type = f->type;
         out.value.number = f->number;
         out.value.text = f->text;
-        out.value.lines = f->lines;
-        out.value.numbers = f->numbers;
-        out.value.big = f->big.clone();
+        out.value.lines = f->peek().lines;
+        out.value.numbers = f->peek().numbers;
+        out.value.big = f->peek().big.clone();
         return 1;
     });
 }

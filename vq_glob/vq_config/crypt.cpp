@@ -301,8 +301,8 @@ int unavailable(const DesFunctions &des, const std::string &what) {
 }  // namespace
 
 std::string_view field_key(const Handle &h, const Section &s, const Field &f) {
-    if (!f.key.empty()) {
-        return f.key;
+    if (!f.peek().key.empty()) {
+        return f.peek().key;
     }
     if (!s.key.empty()) {
         return s.key;

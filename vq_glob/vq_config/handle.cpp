@@ -51,7 +51,6 @@ VQ_API int conf_clean_handle(void *vh) {
     return with_handle(vh, "conf_clean_handle", __LINE__, [](Handle &h) {
         h.sections.clear();
         ++h.removals;
-        h.line = std::string();
         h.version = 0;
         h.version_taken = false;
         return 1;
@@ -238,15 +237,15 @@ VQ_API int conf_dump_section(void *vh, const char *section) {
                     break;
                 case CONF_TYPE_ML_TEXT:
                     vq::debug::trace_bit(kTraceBit, "  %s=<%lu lines>\n", f.name.c_str(),
-                                         static_cast<unsigned long>(f.lines.size()));
+                                         static_cast<unsigned long>(f.peek().lines.size()));
                     break;
                 case CONF_TYPE_ML_INT:
                 case CONF_TYPE_ML_BOOL:
                     vq::debug::trace_bit(kTraceBit, "  %s=<%lu values>\n", f.name.c_str(),
-                                         static_cast<unsigned long>(f.numbers.size()));
+                                         static_cast<unsigned long>(f.peek().numbers.size()));
                     break;
                 case CONF_TYPE_BIG_INT:
-                    vq::debug::trace_bit(kTraceBit, "  %s=%s\n", f.name.c_str(), f.big.text().c_str());
+                    vq::debug::trace_bit(kTraceBit, "  %s=%s\n", f.name.c_str(), f.peek().big.text().c_str());
                     break;
                 default:
                     vq::debug::trace_bit(kTraceBit, "  %s=%s\n", f.name.c_str(), f.text.c_str());

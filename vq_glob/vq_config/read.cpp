@@ -2,6 +2,7 @@
 // handle. Both come down to one parser over a region of text: a file is read
 // whole through the file layer first, a buffer is used where it lies (up to
 // its NUL or its 0xFF end byte).
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <new>
@@ -32,13 +33,13 @@ std::string_view trim(std::string_view line) {
     return line.substr(first, last - first);
 }
 
-// Walks the lines of a region of text. Each line passes through the handle's
-// line buffer, which starts at kLineFirst bytes and grows by kLineStep bytes
-// at a time, so that a line has no length limit. A NUL byte inside a line
-// ends it, as it would end any C string built from it.
+// Walks the lines of a region of text, handing out views into the text
+// itself: a line has no length limit and costs no copy, and every view stays
+// valid while the text lives, that is for the whole parse. A NUL byte inside
+// a line ends it, as it would end any C string built from it.
 class LineReader {
 public:
-    LineReader(Handle &h, std::string_view text) : h_(h), text_(text) {}
+    explicit LineReader(std::string_view text) : text_(text) {}
 
     // The next trimmed line; false at the end of the text.
     bool next(std::string_view &line) {
@@ -58,23 +59,16 @@ public:
         if (nul != std::string_view::npos) {
             raw = raw.substr(0, nul);
         }
-        if (h_.line.capacity() < kLineFirst) {
-            h_.line.reserve(kLineFirst);
-        }
-        if (raw.size() + 1 > h_.line.capacity()) {
-            size_t steps = (raw.size() + 1 - kLineFirst + kLineStep - 1) / kLineStep;
-            h_.line.reserve(kLineFirst + steps * kLineStep);
-        }
-        h_.line.assign(raw);
-        last_ = trim(h_.line);
+        last_ = trim(raw);
         line = last_;
         return true;
     }
     // Gives the last line back, to be returned by the next call.
     void push_back() { pushed_back_ = true; }
+    // The text after the last line read.
+    std::string_view rest() const { return text_.substr(pos_); }
 
 private:
-    Handle &h_;
     std::string_view text_;
     size_t pos_ = 0;
     std::string_view last_;
@@ -162,10 +156,11 @@ int read_block(LineReader &reader, const Place &at, Field &f, std::string_view t
             numbers.push_back(flag);
         }
     }
-    f.lines = std::move(lines);
-    f.numbers = std::move(numbers);
-    f.view.clear();
-    f.tag.assign(tag);
+    FieldExtra &extra = f.more();
+    extra.lines = std::move(lines);
+    extra.numbers = std::move(numbers);
+    extra.view.clear();
+    extra.tag.assign(tag);
     f.has_value = true;
     return 1;
 }
@@ -203,9 +198,11 @@ int read_untyped(LineReader &reader, const Place &at, Field &f, std::string_view
     if (continued) {
         f.type = CONF_TYPE_ML_TEXT;
         f.text.clear();
-        f.lines = std::move(lines);
-        f.numbers.clear();
-        f.tag.clear();
+        FieldExtra &extra = f.more();
+        extra.lines = std::move(lines);
+        extra.numbers.clear();
+        extra.view.clear();
+        extra.tag.clear();
     } else {
         f.text.assign(value);
     }
@@ -220,25 +217,25 @@ int read_scalar(const Place &at, Field &f, std::string_view value) {
     }
     switch (f.type) {
         case CONF_TYPE_STRING:
-            f.text = plain.empty() ? f.default_text : plain;
+            f.text = plain.empty() ? f.peek().default_text : plain;
             break;
         case CONF_TYPE_BIG_INT: {
             BigNumber big;
-            if (!parse_big(plain.empty() ? std::string_view(f.default_text) : std::string_view(plain), big)) {
+            if (!parse_big(plain.empty() ? std::string_view(f.peek().default_text) : std::string_view(plain), big)) {
                 if (!plain.empty()) {
                     return bad_value(f, shown(f, value, plain));
                 }
                 big = BigNumber();  // a default that is no number counts as zero
             }
-            f.big = std::move(big);
+            f.more().big = std::move(big);
             break;
         }
         case CONF_TYPE_INT:
-            f.number = plain.empty() ? f.default_int : text_to_int(plain);
+            f.number = plain.empty() ? f.peek().default_int : text_to_int(plain);
             break;
         default:  // boolean
             if (plain.empty()) {
-                f.number = f.default_int;
+                f.number = f.peek().default_int;
             } else if (!parse_bool(plain, f.number)) {
                 return bad_value(f, shown(f, value, plain));
             }
@@ -262,9 +259,7 @@ int read_value(LineReader &reader, const Place &at, Field &f, std::string_view v
             if (value.substr(0, marker.size()) != marker) {
                 // An empty value of a multi-line field is its empty default.
                 if (value.empty()) {
-                    f.lines.clear();
-                    f.numbers.clear();
-                    f.view.clear();
+                    f.clear_lists();
                     f.has_value = true;
                     return 1;
                 }
@@ -297,8 +292,29 @@ void take_version(Handle &h, Section *s) {
     h.version_taken = true;
 }
 
+// How many fields the text may hold before the next section header at
+// most: its lines that hold a "=", but no more than one per 32 bytes of the
+// text, so that a text of short lines repeating one name cannot make the
+// index many times larger than the text (an index grown field by field
+// holds the rest).
+size_t fields_ahead(std::string_view text) {
+    size_t count = 0;
+    size_t pos = 0;
+    while (pos < text.size()) {
+        size_t end = text.find('\n', pos);
+        std::string_view line = text.substr(pos, end == std::string_view::npos ? std::string_view::npos : end - pos);
+        size_t first = line.find_first_not_of(" \t");
+        if (first != std::string_view::npos && line[first] == '[') {
+            break;
+        }
+        count += line.find('=') != std::string_view::npos ? 1 : 0;
+        pos = end == std::string_view::npos ? text.size() : end + 1;
+    }
+    return std::min(count, pos / 32);
+}
+
 int parse(Handle &h, std::string_view text) {
-    LineReader reader(h, text);
+    LineReader reader(text);
     Section *section = nullptr;
     bool skipping = false;  // inside a section a table-only read leaves out
     std::string_view line;
@@ -317,6 +333,7 @@ int parse(Handle &h, std::string_view text) {
             section = skipping ? nullptr : &h.sections.find_or_append(name);
             if (section != nullptr) {
                 section->met = true;
+                section->fields.reserve(fields_ahead(reader.rest()));
             }
             continue;
         }
@@ -330,9 +347,7 @@ int parse(Handle &h, std::string_view text) {
         if (eq == std::string_view::npos) {
             continue;
         }
-        // The value's view lives in the line buffer, which the next line
-        // replaces; keep a copy for parsers that read on.
-        std::string value(line.substr(eq + 1));
+        std::string_view value = line.substr(eq + 1);
         std::string_view name = line.substr(0, eq);
         Place at{h, *section};
         Field *found = section->fields.find(name);

@@ -31,13 +31,14 @@ const char *type_name(int32_t type) {
 std::string field_label(const Field &f) { return f.name.empty() ? std::to_string(f.constant) : f.name; }
 
 char **list_view(Field &f) {
-    f.view.clear();
-    f.view.reserve(f.lines.size() + 1);
-    for (std::string &line : f.lines) {
-        f.view.push_back(line.data());
+    FieldExtra &extra = f.more();
+    extra.view.clear();
+    extra.view.reserve(extra.lines.size() + 1);
+    for (std::string &line : extra.lines) {
+        extra.view.push_back(line.data());
     }
-    f.view.push_back(nullptr);
-    return f.view.data();
+    extra.view.push_back(nullptr);
+    return extra.view.data();
 }
 
 namespace {
@@ -62,12 +63,12 @@ void retype(Field &f, int32_t type) {
     std::vector<int32_t> numbers;
     BigNumber big;
     switch (type) {
-        case CONF_TYPE_STRING: text = texts.empty() ? f.default_text : first; break;
-        case CONF_TYPE_INT: number = texts.empty() ? f.default_int : text_to_int(first); break;
-        case CONF_TYPE_BOOL: number = texts.empty() ? f.default_int : lenient_bool(first); break;
+        case CONF_TYPE_STRING: text = texts.empty() ? f.peek().default_text : first; break;
+        case CONF_TYPE_INT: number = texts.empty() ? f.peek().default_int : text_to_int(first); break;
+        case CONF_TYPE_BOOL: number = texts.empty() ? f.peek().default_int : lenient_bool(first); break;
         case CONF_TYPE_BIG_INT:
             // A text that is no number reads as zero, as atoi reads one.
-            if (!parse_big(texts.empty() ? std::string_view(f.default_text) : std::string_view(first), big)) {
+            if (!parse_big(texts.empty() ? std::string_view(f.peek().default_text) : std::string_view(first), big)) {
                 big = BigNumber();
             }
             break;
@@ -83,12 +84,17 @@ void retype(Field &f, int32_t type) {
     f.type = type;
     f.text = std::move(text);
     f.number = number;
-    f.lines = std::move(lines);
-    f.numbers = std::move(numbers);
-    f.big = std::move(big);
-    f.view.clear();
-    if (!is_multi_line(type)) {
-        f.tag.clear();
+    // A field that becomes a plain string keeps no rest it did not have.
+    if (!lines.empty() || !numbers.empty() || big.get() != nullptr || f.peek().big.get() != nullptr ||
+        !f.peek().lines.empty() || !f.peek().numbers.empty()) {
+        FieldExtra &extra = f.more();
+        extra.lines = std::move(lines);
+        extra.numbers = std::move(numbers);
+        extra.big = std::move(big);
+    }
+    f.clear_view();
+    if (!is_multi_line(type) && !f.peek().tag.empty()) {
+        f.more().tag.clear();
     }
     f.has_value = true;
 }
@@ -203,7 +209,9 @@ void unbind(Handle &h) {
         for (Field &f : s.fields) {
             f.in_table = false;
             f.flags = 0;
-            f.key.clear();
+            if (!f.peek().key.empty()) {
+                f.more().key.clear();
+            }
         }
     }
 }
@@ -212,9 +220,10 @@ void apply_row(Section &s, Field &f, const conf_table_row &row) {
     f.constant = row.constant;
     f.in_table = true;
     f.flags = row.flags;
-    f.key = row.key != nullptr ? row.key : "";
-    f.default_text = row.default_str != nullptr ? row.default_str : "";
-    f.default_int = row.default_int;
+    FieldExtra &extra = f.more();
+    extra.key = row.key != nullptr ? row.key : "";
+    extra.default_text = row.default_str != nullptr ? row.default_str : "";
+    extra.default_int = row.default_int;
     retype(f, row.type);
     if (s.low > s.high) {
         s.low = s.high = row.constant;
@@ -403,12 +412,12 @@ VQ_API int conf_get_field_by_const(void *vh, int32_t constant, void **value, int
             case CONF_TYPE_BOOL: *value = &f->number; break;
             case CONF_TYPE_ML_TEXT: *value = list_view(*f); break;
             case CONF_TYPE_ML_INT:
-            case CONF_TYPE_ML_BOOL: *value = f->numbers.empty() ? nullptr : f->numbers.data(); break;
+            case CONF_TYPE_ML_BOOL: *value = f->more().numbers.empty() ? nullptr : f->more().numbers.data(); break;
             case CONF_TYPE_BIG_INT:
-                if (f->big.get() == nullptr) {
-                    f->big = BigNumber(f->big.copy_out());  // an address to hand out for zero
+                if (f->more().big.get() == nullptr) {
+                    f->more().big = BigNumber(f->more().big.copy_out());  // an address to hand out for zero
                 }
-                *value = const_cast<slbn *>(f->big.get());
+                *value = const_cast<slbn *>(f->more().big.get());
                 break;
             default: *value = f->text.data(); break;
         }

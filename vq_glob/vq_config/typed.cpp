@@ -126,7 +126,7 @@ struct BigOut {
     slbn **value;
     bool complete() const { return value != nullptr; }
     int take(Field &f) const {
-        *value = f.big.copy_out();
+        *value = f.peek().big.copy_out();
         return 1;
     }
 };
@@ -136,8 +136,9 @@ struct NumbersOut {
     int32_t *count;
     bool complete() const { return values != nullptr && count != nullptr; }
     int take(Field &f) const {
-        *values = f.numbers.empty() ? nullptr : f.numbers.data();
-        *count = static_cast<int32_t>(f.numbers.size());
+        FieldExtra &extra = f.more();  // the handed-out address must stay the field's
+        *values = extra.numbers.empty() ? nullptr : extra.numbers.data();
+        *count = static_cast<int32_t>(extra.numbers.size());
         return 1;
     }
 };
@@ -176,9 +177,9 @@ struct ValueOut {
         v.type = f.type;
         v.number = f.number;
         v.text = f.text;
-        v.lines = f.lines;
-        v.numbers = f.numbers;
-        v.big = f.big.clone();
+        v.lines = f.peek().lines;
+        v.numbers = f.peek().numbers;
+        v.big = f.peek().big.clone();
         *out = std::move(v);
         return 1;
     }
@@ -221,7 +222,7 @@ struct BigIn {
         if (copy == nullptr) {
             throw std::bad_alloc();
         }
-        f.big = BigNumber(copy);
+        f.more().big = BigNumber(copy);
         return 1;
     }
 };
@@ -238,7 +239,7 @@ struct NumbersIn {
                 n = n != 0 ? 1 : 0;
             }
         }
-        f.numbers = std::move(numbers);
+        f.more().numbers = std::move(numbers);
         return 1;
     }
 };
@@ -253,8 +254,9 @@ struct ListIn {
         for (char **p = list; p != nullptr && *p != nullptr; ++p) {
             lines.emplace_back(*p);
         }
-        f.lines = std::move(lines);
-        f.view.clear();
+        FieldExtra &extra = f.more();
+        extra.lines = std::move(lines);
+        extra.view.clear();
         return 1;
     }
 };
@@ -292,12 +294,12 @@ struct ValueIn {
             case CONF_TYPE_INT:
             case CONF_TYPE_BOOL: f.number = in->number; break;
             case CONF_TYPE_ML_TEXT:
-                f.lines = in->lines;
-                f.view.clear();
+                f.more().lines = in->lines;
+                f.more().view.clear();
                 break;
             case CONF_TYPE_ML_INT:
-            case CONF_TYPE_ML_BOOL: f.numbers = in->numbers; break;
-            case CONF_TYPE_BIG_INT: f.big = in->big.clone(); break;
+            case CONF_TYPE_ML_BOOL: f.more().numbers = in->numbers; break;
+            case CONF_TYPE_BIG_INT: f.more().big = in->big.clone(); break;
             default: return 0;
         }
         return 1;

@@ -62,7 +62,7 @@ bool format_field(Handle &h, const Section &s, const Field &f, std::string &out,
         return true;
     }
     std::string marker = marker_of(f.type);
-    std::string tag = choose_tag(texts, f.tag, marker);
+    std::string tag = choose_tag(texts, f.peek().tag, marker);
     out += marker;
     out += tag;
     out += eol;
@@ -188,18 +188,18 @@ std::vector<std::string> value_texts(const Field &f) {
     switch (f.type) {
         case CONF_TYPE_INT: texts.push_back(std::to_string(f.number)); break;
         case CONF_TYPE_BOOL: texts.push_back(bool_text(f.number)); break;
-        case CONF_TYPE_ML_TEXT: texts = f.lines; break;
+        case CONF_TYPE_ML_TEXT: texts = f.peek().lines; break;
         case CONF_TYPE_ML_INT:
-            for (int32_t n : f.numbers) {
+            for (int32_t n : f.peek().numbers) {
                 texts.push_back(std::to_string(n));
             }
             break;
         case CONF_TYPE_ML_BOOL:
-            for (int32_t n : f.numbers) {
+            for (int32_t n : f.peek().numbers) {
                 texts.push_back(bool_text(n));
             }
             break;
-        case CONF_TYPE_BIG_INT: texts.push_back(f.big.text()); break;
+        case CONF_TYPE_BIG_INT: texts.push_back(f.peek().big.text()); break;
         default:
             // An untyped field without a value (just created) has nothing.
             if (f.has_value || !f.text.empty()) {
