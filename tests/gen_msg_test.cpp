@@ -14,6 +14,7 @@
 #include "support/gm_script.h"
 #include "vq_glob/api.h"
 #include "vq_glob/err.h"
+#include "vq_glob/glob.h"
 #include "vq_glob/gm.h"
 #include "vq_glob/tvtime.h"
 
@@ -413,6 +414,25 @@ TEST_F(GenMsg, BoundedMessageRefusesWhatDoesNotFit) {
     gm_add_str_to_message(1, "x");
     EXPECT_EQ(gm_end_message(), 0u);
     gm_init(nullptr, nullptr, nullptr, 0);
+}
+
+// The thread's message record may be released between two adds (the thread
+// cleans its library state up): the next add starts from a fresh record with
+// no buffer, writing nothing into the old one.
+TEST_F(GenMsg, AddsAfterTheThreadsCleanUpWriteNothing) {
+    unsigned char buffer[32];
+    std::memset(buffer, 0xAA, sizeof buffer);
+    gm_init_message(buffer);
+    gm_add_int_to_message(1, 5);
+    ASSERT_EQ(gm_get_message_len(), 8u);
+    clean_glob_thread();
+    err_set_log_interactive(0);
+    gm_add_int_to_message(2, 6);
+    gm_add_str_to_message(3, "abc");
+    EXPECT_EQ(gm_get_message_len(), 0u);
+    EXPECT_EQ(gm_message_overflowed(), 1);
+    EXPECT_EQ(buffer[8], 0xAA);
+    EXPECT_EQ(err_get_error_code(0), ERR_GEN_ERRWRITEBUF);
 }
 
 // A reference message holding every element kind, and where its elements end.
