@@ -3,6 +3,7 @@
 // during a search, the unicode check), list-file searches (line ends,
 // selection, prefixes, limits, files that are no regular files) and the
 // release of a search's resources with its handle.
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <cstdint>
@@ -27,6 +28,8 @@ namespace {
 namespace fs = std::filesystem;
 using namespace std::string_literals;
 using Names = std::set<std::string>;
+using ::testing::HasSubstr;
+constexpr auto kNoMoreFiles = static_cast<int32_t>(ERR_FIL_NMFILES);
 
 std::string utf8(const fs::path &path) {
     std::u8string text = path.u8string();
@@ -84,7 +87,7 @@ protected:
         EXPECT_EQ(gf_init_search(h_), 1) << err_get_error_msg();
         EXPECT_EQ(gf_get_last_status(h_), static_cast<int32_t>(ERR_FIL_SEARCHI));
         Names names = drain();
-        EXPECT_EQ(gf_get_last_status(h_), static_cast<int32_t>(ERR_FIL_NMFILES));
+        EXPECT_EQ(gf_get_last_status(h_), kNoMoreFiles);
         EXPECT_EQ(err_get_stack_depth(), 0) << err_get_error_msg();
         return names;
     }
@@ -147,8 +150,8 @@ TEST_F(GfSearch, NothingToFindFailsTheInitWithNoMoreFilesAsStatus) {
         ASSERT_EQ(gf_set_file_name(h_, spec.c_str()), 1);
         EXPECT_EQ(gf_init_search(h_), 0) << spec;
         EXPECT_EQ(stack_codes(), std::vector<uint32_t>{ERR_FIL_NOFILEFND}) << spec;
-        EXPECT_NE(std::string(err_get_error_text(0)).find(spec), std::string::npos) << err_get_error_text(0);
-        EXPECT_EQ(gf_get_last_status(h_), static_cast<int32_t>(ERR_FIL_NMFILES)) << spec;
+        EXPECT_THAT(err_get_error_text(0), HasSubstr(spec));
+        EXPECT_EQ(gf_get_last_status(h_), kNoMoreFiles) << spec;
         EXPECT_EQ(gf_next_file(h_), 0) << "no search is left running after a failed init";
     }
 }
@@ -186,7 +189,7 @@ TEST_F(GfSearch, RestartingAndClosingAreClean) {
     EXPECT_EQ(search(in_dir("*")), all);
     // After the end, further calls keep saying so without an error.
     EXPECT_EQ(gf_next_file(h_), 0);
-    EXPECT_EQ(gf_get_last_status(h_), static_cast<int32_t>(ERR_FIL_NMFILES));
+    EXPECT_EQ(gf_get_last_status(h_), kNoMoreFiles);
     EXPECT_EQ(err_get_stack_depth(), 0);
     // A search ended by gf_close_search yields nothing more, and the handle
     // can search again.
@@ -206,14 +209,14 @@ TEST_F(GfSearch, NamesRemovedDuringTheSearchAreNotReturned) {
         fs::remove(dir() / name);
     }
     EXPECT_EQ(drain(), (Names{in_dir("k1"), in_dir("k2")}));
-    EXPECT_EQ(gf_get_last_status(h_), static_cast<int32_t>(ERR_FIL_NMFILES));
+    EXPECT_EQ(gf_get_last_status(h_), kNoMoreFiles);
 
     // Everything gone, the first match found by the init included.
     ASSERT_EQ(gf_init_search(h_), 1);
     fs::remove(dir() / "k1");
     fs::remove(dir() / "k2");
     EXPECT_EQ(gf_next_file(h_), 0);
-    EXPECT_EQ(gf_get_last_status(h_), static_cast<int32_t>(ERR_FIL_NMFILES));
+    EXPECT_EQ(gf_get_last_status(h_), kNoMoreFiles);
     EXPECT_EQ(err_get_stack_depth(), 0) << err_get_error_msg();
 }
 
@@ -225,7 +228,7 @@ TEST_F(GfSearch, UnicodeCheckRefusesNonAsciiNamesAndGoesOn) {
     ASSERT_EQ(gf_init_search(h_), 1);
     Names accepted;
     int refused = 0;
-    for (int call = 0; call < 10 && gf_get_last_status(h_) != static_cast<int32_t>(ERR_FIL_NMFILES); ++call) {
+    for (int call = 0; call < 10 && gf_get_last_status(h_) != kNoMoreFiles; ++call) {
         err_clear_error_stack();
         if (gf_next_file_check_unicode(h_) == 1) {
             char *name = nullptr;
@@ -234,12 +237,12 @@ TEST_F(GfSearch, UnicodeCheckRefusesNonAsciiNamesAndGoesOn) {
         } else if (gf_get_last_status(h_) == static_cast<int32_t>(ERR_FIL_NOUNICOD)) {
             ++refused;
             EXPECT_EQ(stack_codes(), std::vector<uint32_t>{ERR_FIL_NOUNICOD});
-            EXPECT_NE(std::string(err_get_error_text(0)).find(accented), std::string::npos);
+            EXPECT_THAT(err_get_error_text(0), HasSubstr(accented));
         }
     }
     EXPECT_EQ(accepted, Names{in_dir("plain.txt")});
     EXPECT_EQ(refused, 1);
-    EXPECT_EQ(gf_get_last_status(h_), static_cast<int32_t>(ERR_FIL_NMFILES));
+    EXPECT_EQ(gf_get_last_status(h_), kNoMoreFiles);
 }
 
 TEST_F(GfSearch, ListFileLinesAreSelectedAndPrefixed) {
@@ -271,15 +274,15 @@ TEST_F(GfSearch, ListFileTypeOneFormsAndTheirLimits) {
     // Lines that cannot name a file fail, and the search goes on behind them.
     EXPECT_EQ(gf_file_search_next_file(h_), 0);
     EXPECT_EQ(stack_codes(), (std::vector<uint32_t>{ERR_FIL_SEAFILOP_171F, ERR_SYS_ERRMSG}));
-    EXPECT_NE(std::string(err_get_error_text(1)).find("line 2 is longer"), std::string::npos);
+    EXPECT_THAT(err_get_error_text(1), HasSubstr("line 2 is longer"));
     ASSERT_EQ(gf_file_search_next_file(h_), 1);
     gf_get_res_file_name(h_, &name);
     EXPECT_EQ(std::string(name), "after");
     err_clear_error_stack();
     EXPECT_EQ(gf_file_search_next_file(h_), 0);
-    EXPECT_NE(std::string(err_get_error_text(1)).find("line 4 holds a NUL byte"), std::string::npos);
+    EXPECT_THAT(err_get_error_text(1), HasSubstr("line 4 holds a NUL byte"));
     EXPECT_EQ(gf_file_search_next_file(h_), 0);
-    EXPECT_EQ(gf_get_last_status(h_), static_cast<int32_t>(ERR_FIL_NMFILES));
+    EXPECT_EQ(gf_get_last_status(h_), kNoMoreFiles);
 
     // The list-file form refuses a directory search.
     touch({"f"});
