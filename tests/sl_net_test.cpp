@@ -228,10 +228,10 @@ TEST_F(SlNet, AcceptedSessionsAreActiveKnowTheirPeerAndReconnect) {
     ASSERT_EQ(sl_net_get_flags(c.server, &flags), 1);
     EXPECT_EQ(flags, SL_NET_FLAG_DEFAULT);
 
-    EXPECT_EQ(sl_net_set_send_buffer_size(c.client, 65536), 1) << err_get_error_msg();
-    EXPECT_EQ(sl_net_set_recv_buffer_size(c.client, 65536), 1) << err_get_error_msg();
-    EXPECT_EQ(sl_net_set_nolinger(c.client), 1) << err_get_error_msg();
-    EXPECT_EQ(sl_net_set_reuseaddr(c.client), 1) << err_get_error_msg();
+    for (int result : {sl_net_set_send_buffer_size(c.client, 65536), sl_net_set_recv_buffer_size(c.client, 65536),
+                       sl_net_set_nolinger(c.client), sl_net_set_reuseaddr(c.client)}) {
+        EXPECT_EQ(result, 1) << err_get_error_msg();
+    }
     EXPECT_TRUE(fails_with(sl_net_set_send_buffer_size(c.client, -1), ERR_NET_BADPTR));
 
     ASSERT_EQ(sl_net_disconnect(c.client), 1);
