@@ -11,17 +11,15 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
-#include <fstream>
-#include <sstream>
 #include <string>
 
 #include "vq_glob/conf.h"
 #include "vq_glob/err.h"
 
 #if defined(__linux__)
-#include <sys/stat.h>
 #include <unistd.h>
 
+#include "support/file_bytes.h"
 #include "support/kill_at_calls.h"
 #endif
 
@@ -51,17 +49,8 @@ std::string make_text(int sections, const char *label) {
     return text;
 }
 
-std::string read_all(const std::string &path) {
-    std::ifstream in(path, std::ios::binary);
-    std::stringstream s;
-    s << in.rdbuf();
-    return s.str();
-}
-
-bool exists(const std::string &path) {
-    struct stat st;
-    return ::stat(path.c_str(), &st) == 0;
-}
+using vq::test::file_exists;
+using vq::test::read_file;
 
 struct Config {
     explicit Config(char l) : letter(l) {}
@@ -106,8 +95,8 @@ protected:
     // temporary file beside it.
     void reset(Config &old) {
         ASSERT_EQ(conf_write(old.h, path_.c_str()), 1) << err_get_error_msg();
-        ASSERT_EQ(read_all(path_), old.text);
-        ASSERT_FALSE(exists(path_ + ".temp"));
+        ASSERT_EQ(read_file(path_), old.text);
+        ASSERT_FALSE(file_exists(path_ + ".temp"));
     }
 
     // Kills a writer of next over old at every file-changing call in turn,
@@ -117,14 +106,14 @@ protected:
     void kill_at_every_call(Config &old, Config &next, Check check) {
         auto reset_old = [&] { reset(old); };
         auto write_next = [&] { return conf_write(next.h, path_.c_str()) == 1; };
-        auto check_file = [&](int round) { check(read_all(path_), round); };
+        auto check_file = [&](int round) { check(read_file(path_), round); };
         int calls = 0;
         ASSERT_NO_FATAL_FAILURE(vq::test::kill_at_every_call(reset_old, write_next, check_file, &calls));
         if (IsSkipped()) {
             return;
         }
-        EXPECT_EQ(read_all(path_), next.text);
-        EXPECT_FALSE(exists(path_ + ".temp"));
+        EXPECT_EQ(read_file(path_), next.text);
+        EXPECT_FALSE(file_exists(path_ + ".temp"));
         std::printf("%c over %c: killed at each of %d calls that change files\n", next.letter, old.letter,
                     calls);
     }
@@ -159,7 +148,7 @@ TEST_F(ConfCrash, LinuxKillAtEveryFileCallThroughTempLeavesOldOrNew) {
         int first_new = 0;  // the first round that found the new file
         int stale_temp = 0;
         auto check = [&](const std::string &bytes, int round) {
-            stale_temp += exists(path_ + ".temp") ? 1 : 0;
+            stale_temp += file_exists(path_ + ".temp") ? 1 : 0;
             const Config &found = bytes == old->text ? *old : next;
             ASSERT_EQ(bytes, found.text) << bytes.size() << " bytes that are neither configuration";
             ASSERT_TRUE(reads_as(path_, found));

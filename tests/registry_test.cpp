@@ -9,14 +9,13 @@
 #include <cstdint>
 #include <cstdio>
 #include <filesystem>
-#include <fstream>
 #include <mutex>
-#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "support/env_var.h"
+#include "support/file_bytes.h"
 #include "support/kill_at_calls.h"
 #include "support/lock_step.h"
 #include "vq_glob/err.h"
@@ -38,7 +37,9 @@ namespace {
 constexpr const char *kHiveVariable = "VQ_GLOB_REGISTRY";
 constexpr const char *kLockWaitVariable = "VQ_GLOB_REGISTRY_LOCK_WAIT";
 
+using vq::test::read_file;
 using vq::test::set_env;
+using vq::test::write_file;
 
 int process_id() {
 #ifdef _WIN32
@@ -46,17 +47,6 @@ int process_id() {
 #else
     return static_cast<int>(::getpid());
 #endif
-}
-
-std::string read_file(const std::string &path) {
-    std::ifstream in(path, std::ios::binary);
-    std::stringstream s;
-    s << in.rdbuf();
-    return s.str();
-}
-
-void write_file(const std::string &path, const std::string &bytes) {
-    std::ofstream(path, std::ios::binary | std::ios::trunc) << bytes;
 }
 
 // The value as new_reg_get_key_value hands it out, or "<failed>".
