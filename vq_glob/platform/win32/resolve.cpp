@@ -4,6 +4,7 @@
 #include "platform/resolve.h"
 
 #include "platform/platform.h"
+#include "platform/win32/wide_text.h"
 
 #include <windows.h>
 
@@ -12,30 +13,13 @@
 
 namespace {
 
+using vq::win32::long_wide_name;
+
 constexpr int64_t kNtEpochOffset = 11644473600;
 constexpr uint64_t kNtTicksPerSecond = 10000000;
 
 constexpr std::wstring_view kLongPrefix = L"\\\\?\\";
 constexpr std::wstring_view kLongUncPrefix = L"\\\\?\\UNC\\";
-
-// The long-path wide form of a UTF-8 name: 0, or the error.
-int32_t long_wide_name(const char *name, std::wstring *out) {
-    std::string full;
-    if (int32_t error = plat_fs_full_path(name, &full); error != 0) {
-        return error;
-    }
-    size_t replaced = 0;
-    const char *prefix = plat_path_long_prefix(full.c_str(), &replaced);
-    const std::string long_name = std::string(prefix) + full.substr(replaced);
-    // UTF-16 never needs more units than UTF-8 has bytes.
-    std::wstring wide(long_name.size() + 1, L'\0');
-    if (int32_t error = plat_utf8_to_wide(long_name.c_str(), wide.data(), wide.size()); error != 0) {
-        return error;
-    }
-    wide.resize(wide.find(L'\0'));
-    *out = std::move(wide);
-    return 0;
-}
 
 // The ordinary form of a name GetFinalPathNameByHandleW gives.
 std::wstring without_long_prefix(const std::wstring &name) {
