@@ -124,7 +124,7 @@ TEST_F(GfSearch, DirectoryNamesCarryTheDirectoryAndNeverTheDots) {
 #endif
 }
 
-TEST_F(GfSearch, SpecificationWithoutDirectorySearchesTheCurrentOne) {
+TEST_F(GfSearch, PatternWithoutDirectorySearchesTheCurrentOne) {
     touch({"one.txt", "two.txt", "three.log"});
     const fs::path before = fs::current_path();
     fs::current_path(dir());

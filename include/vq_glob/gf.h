@@ -233,7 +233,7 @@ VQ_API int gf_read_vl_line(FILE *stream, char **line, uint16_t *length);
 VQ_API int gf_calc_file_crc(int32_t h, uint32_t *crc);
 
 /* ---- Search streams ----------------------------------------------------------------------- */
-/* A handle whose file name is a specification with wildcards yields, one call
+/* A handle whose file name is a pattern with wildcards yields, one call
  * at a time, the full names that match it, in its result file name
  * (gf_get_res_file_name). The handle's last status is the search's state:
  * ERR_FIL_SEARCHI after gf_init_search, ERR_FIL_SSEARCH after each name,
@@ -247,7 +247,7 @@ VQ_API int gf_calc_file_crc(int32_t h, uint32_t *crc);
  *   gf_close_search(h);
  */
 
-#define GF_SEARCH_DIRECTORY 0 /* the names of a directory that match the specification */
+#define GF_SEARCH_DIRECTORY 0 /* the names of a directory that match the pattern */
 #define GF_SEARCH_LIST_FILE 1 /* the lines of a list file that match it */
 
 /* The kind of search gf_init_search starts (stored unchecked; other values
@@ -266,7 +266,7 @@ VQ_API int gf_set_search_prefix(int32_t h, const char *prefix);
 VQ_API int gf_set_search_file(int32_t h, const char *list_file_path);
 #define GF_SEARCH_MAX_LINE 65536
 /* Starts (or restarts) the search. Directory searches look in the
- * specification's directory, or in the current directory (env_get_cwd) when
+ * pattern's directory, or in the current directory (env_get_cwd) when
  * it has none, and fail with ERR_FIL_NOFILEFND (last status ERR_FIL_NMFILES)
  * when nothing matches; "." and ".." never match. On POSIX names are matched
  * with match_wildcard, case-sensitively; on Windows by FindFirstFileW. A handle

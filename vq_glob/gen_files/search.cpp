@@ -1,6 +1,6 @@
-// Search streams: a handle whose file name is a specification with wildcards
+// Search streams: a handle whose file name is a pattern with wildcards
 // yields the names it selects one call at a time, either from the directory
-// the specification names or from a list file of names, one a line. The
+// the pattern names or from a list file of names, one a line. The
 // handle's last status is the state of the stream (initiated, a name found,
 // no more names).
 #include <cstdio>
@@ -116,7 +116,7 @@ private:
 struct SearchStream {
     // Directory searches.
     PlatFind *find = nullptr;
-    std::string pattern;        // the specification's last element
+    std::string pattern;        // the pattern's last element
     std::string first;          // the first match, found by the init
     bool first_unread = false;  // the next call returns first
     // List-file searches.
@@ -233,7 +233,7 @@ int deliver(FilesRecord &rec, int32_t h, Entry &entry, const std::string &full, 
     return 1;
 }
 
-// Where the specification's last element starts: behind its last separator,
+// Where the pattern's last element starts: behind its last separator,
 // or behind a drive ("X:") without one; 0 when it names no directory.
 size_t directory_length(const char *spec) {
     size_t cut = 0;
@@ -245,7 +245,7 @@ size_t directory_length(const char *spec) {
     return cut != 0 ? cut : plat_path_drive_length(spec);
 }
 
-// The directory a specification searches: its own directory part, or the
+// The directory a pattern searches: its own directory part, or the
 // current directory with a separator added when it has none. An empty
 // result means the current directory could not be had (the reason is on the
 // stack). Throws std::bad_alloc.
@@ -264,7 +264,7 @@ std::string search_directory(const char *spec, size_t length) {
     return directory;
 }
 
-// Starts a directory search of the entry's specification. Throws std::bad_alloc.
+// Starts a directory search of the entry's pattern. Throws std::bad_alloc.
 int init_directory(FilesRecord &rec, int32_t h, Entry &entry) {
     const char *spec = entry.file_name.get();
     const size_t length = directory_length(spec);
