@@ -418,6 +418,126 @@ TEST_F(SlNet, HooksCarryEverySendAndReceiveWhileSwitchedOn) {
                            "hook code 2 is invalid"));
 }
 
+// The layer's state: how often its release ran and with which data.
+struct Layer {
+    int releases = 0;
+    void *released_data = nullptr;
+    int active_at_release = -1;
+};
+
+Layer *released_layer = nullptr;
+
+void record_release(void *session, void *data) {
+    ++released_layer->releases;
+    released_layer->released_data = data;
+    released_layer->active_at_release = sl_net_is_active(session);
+}
+
+TEST_F(SlNet, AHeldStreamIsReleasedOnceWithTheSocketAndCannotBeHandedOver) {
+    Layer layer;
+    released_layer = &layer;
+    const std::string file = ::testing::TempDir() + "vq_sl_net_held.sock";
+    std::remove(file.c_str());
+    for (const bool by_free : {true, false}) {
+        SCOPED_TRACE(by_free ? "freed" : "disconnected");
+        layer = Layer{};
+        Connection c;
+        char holder[8] = "x";
+        EXPECT_EQ(sl_net_get_stream_holder(c.client, holder, sizeof holder), 0);
+        EXPECT_EQ(std::string(holder), "");
+        EXPECT_EQ(err_get_stack_depth(), 0);
+        ASSERT_EQ(sl_net_set_hook_data(c.client, &layer), 1);
+        ASSERT_EQ(sl_net_set_hook_state(c.client, 1), 1);
+        ASSERT_EQ(sl_net_set_hook_release(c.client, record_release), 1);
+        ASSERT_EQ(sl_net_set_stream_holder(c.client, "TLS"), 1);
+        ASSERT_EQ(sl_net_get_stream_holder(c.client, holder, sizeof holder), 1);
+        EXPECT_EQ(std::string(holder), "TLS");
+        EXPECT_TRUE(fails_with(sl_net_get_stream_holder(c.client, holder, 3), ERR_NET_BADPTR));
+
+        void *buffer = nullptr;
+        uint32_t length = 0;
+        EXPECT_TRUE(fails_with(sl_net_pack_handle(c.client, &buffer, &length), ERR_NET_HELD,
+                               "session's stream is held by TLS and cannot be handed to another process"));
+        EXPECT_EQ(buffer, nullptr);
+        EXPECT_TRUE(fails_with(sl_net_save_socket_for_process(c.client, 1, file.c_str()), ERR_NET_HELD));
+        EXPECT_FALSE(std::filesystem::exists(file));
+
+        // The release runs while the socket is still there, then every hook
+        // setting is gone.
+        if (by_free) {
+            free_session(c.client);
+        } else {
+            ASSERT_EQ(sl_net_disconnect(c.client), 1);
+            void *data = &layer;
+            ASSERT_EQ(sl_net_get_hook_data(c.client, &data), 1);
+            EXPECT_EQ(data, nullptr);
+            EXPECT_EQ(sl_net_get_stream_holder(c.client, holder, sizeof holder), 0);
+            ASSERT_EQ(sl_net_connect(c.client), 1) << err_get_error_msg();
+            EXPECT_EQ(sl_net_disconnect(c.client), 1);
+        }
+        EXPECT_EQ(layer.releases, 1);
+        EXPECT_EQ(layer.released_data, &layer);
+        EXPECT_EQ(layer.active_at_release, 1);
+    }
+    // Cleared, the holder no longer stands in the way.
+    Connection c;
+    ASSERT_EQ(sl_net_set_stream_holder(c.client, "TLS"), 1);
+    ASSERT_EQ(sl_net_set_stream_holder(c.client, nullptr), 1);
+    void *buffer = nullptr;
+    uint32_t length = 0;
+    ASSERT_EQ(sl_net_pack_handle(c.client, &buffer, &length), 1) << err_get_error_msg();
+    std::free(buffer);
+}
+
+TEST_F(SlNet, GettersReturnTheTimeOutsAndTheRemoteHostWhole) {
+    Connection c;
+    char host[16] = "x";
+    EXPECT_EQ(sl_net_get_remote_host(c.server, host, sizeof host), 0) << "an accepted session has none";
+    EXPECT_EQ(std::string(host), "");
+    EXPECT_EQ(err_get_stack_depth(), 0);
+    ASSERT_EQ(sl_net_get_remote_host(c.client, host, sizeof host), 1);
+    EXPECT_EQ(std::string(host), "127.0.0.1");
+    EXPECT_TRUE(fails_with(sl_net_get_remote_host(c.client, host, 9), ERR_NET_BADPTR));
+    EXPECT_EQ(std::string(host), "");
+
+    ASSERT_EQ(sl_net_set_connect_timeout(c.client, 7), 1);
+    ASSERT_EQ(sl_net_set_send_timeout(c.client, 5), 1);
+    ASSERT_EQ(sl_net_set_recv_timeout(c.client, 3), 1);
+    int32_t connect = 0;
+    int32_t send = 0;
+    int32_t recv = 0;
+    ASSERT_EQ(sl_net_get_connect_timeout(c.client, &connect), 1);
+    ASSERT_EQ(sl_net_get_send_timeout(c.client, &send), 1);
+    ASSERT_EQ(sl_net_get_recv_timeout(c.client, &recv), 1);
+    EXPECT_EQ(connect, 7);
+    EXPECT_EQ(send, 5);
+    EXPECT_EQ(recv, 3);
+    EXPECT_TRUE(fails_with(sl_net_get_recv_timeout(c.client, nullptr), ERR_NET_BADPTR));
+}
+
+TEST_F(SlNet, ReceivingWhatIsAvailableBypassesTheHooksAndSetInactiveStopsTransfers) {
+    Connection c;
+    int calls = 0;
+    ASSERT_EQ(sl_net_set_hook_data(c.client, &calls), 1);
+    ASSERT_EQ(sl_net_set_hook_routine(c.client, SL_NET_HOOK_RECV, unscrambling_recv), 1);
+    ASSERT_EQ(sl_net_set_hook_state(c.client, 1), 1);
+    ASSERT_EQ(sl_net_send(c.server, "0123456789", 10, nullptr), 1);
+    std::string got;
+    while (got.size() < 10) {
+        char buffer[100] = {};
+        int32_t count = 0;
+        ASSERT_EQ(sl_net_recv_available(c.client, buffer, 100, &count), 1) << err_get_error_msg();
+        ASSERT_GT(count, 0);
+        got.append(buffer, static_cast<size_t>(count));
+    }
+    EXPECT_EQ(got, "0123456789");
+    EXPECT_EQ(calls, 0);
+
+    ASSERT_EQ(sl_net_set_inactive(c.client), 1);
+    EXPECT_EQ(sl_net_is_active(c.client), 0);
+    EXPECT_TRUE(fails_with_stack(sl_net_send(c.client, "x", 1, nullptr), {ERR_NET_SEND, ERR_NET_NOTACT}));
+}
+
 // ---- Selection groups --------------------------------------------------------------------
 
 TEST_F(SlNet, SelectionReportsReadableMembersOnceTheirPeerWrote) {

@@ -676,6 +676,7 @@ const MessageRecord kMessageTable[] = {
     {0x1e13, 0x1e00, 3, "INCNST", "inconsistent behaviour of network module"},
     {0x1e14, 0x1e00, 3, "SELECT", "select operation error"},
     {0x1e15, 0x1e00, 3, "INVHC", "hook code %d is invalid"},
+    {0x1e16, 0x1e00, 3, "HELD", "session's stream is held by %s and cannot be handed to another process"},
     // SCD (0x8500)
     {0x8501, 0x8500, 3, "PARAM", "invalid parameter <%s>"},
     {0x8502, 0x8500, 3, "COMMES", "error in communication message <%s>"},
@@ -1387,6 +1388,24 @@ const MessageRecord kMessageTable[] = {
     {0x10209, 0x10200, 3, "SYNERR", "syntax error near <%s>"},
     {0x1020a, 0x10200, 3, "SOCKSTART", "failed to start socket library"},
     {0x1020b, 0x10200, 3, "SOCKCLEAN", "failed to clean up socket library"},
+    // SLE (0x10300)
+    {0x10301, 0x10300, 3, "NOTAVAIL", "TLS is not available: %s"},
+    {0x10302, 0x10300, 3, "CONTEXT", "TLS context error: %s"},
+    {0x10303, 0x10300, 3, "CERTFILE", "failed to load certificate <%s> with private key <%s>"},
+    {0x10304, 0x10300, 3, "CAFILE", "failed to load CA certificates from <%s>"},
+    {0x10305, 0x10300, 3, "HANDSHAKE", "TLS handshake with <%s> failed"},
+    {0x10306, 0x10300, 3, "VERIFY", "certificate of <%s> refused by verification: %s"},
+    {0x10307, 0x10300, 3, "HOSTMISMATCH", "certificate of the peer does not name host <%s>"},
+    {0x10308, 0x10300, 3, "PINMISMATCH", "certificate of <%s> does not match the pinned fingerprint"},
+    {0x10309, 0x10300, 3, "BADPIN", "invalid certificate fingerprint <%s>: 64 hexadecimal digits expected"},
+    {0x1030a, 0x10300, 3, "SEND", "TLS send to <%s> failed"},
+    {0x1030b, 0x10300, 3, "RECV", "TLS receive from <%s> failed"},
+    {0x1030c, 0x10300, 3, "CLOSE", "TLS close with <%s> failed"},
+    {0x1030d, 0x10300, 3, "NOPEERCERT", "the peer sent no certificate"},
+    {0x1030e, 0x10300, 3, "ATTACHED", "session's stream is already held by %s"},
+    {0x1030f, 0x10300, 3, "NOTATTACHED", "no TLS is attached to the session"},
+    {0x10310, 0x10300, 3, "NOHOST", "no host name to check the peer's certificate against"},
+    {0x10311, 0x10300, 3, "SMALLBUF", "buffer of %d bytes cannot hold %d bytes of %s"},
     // catch-all: unknown codes (must stay last)
     {0xffff, 0x300, 3, "UNKNWN", "Unknown error"},
 };
@@ -1437,6 +1456,7 @@ const FacilityRecord kFacilityTable[] = {
     {0x10000, "FILTER"},
     {0x10100, "IISMB"},
     {0x10200, "UPDPWD"},
+    {0x10300, "SLE"},
 };
 // clang-format on
 

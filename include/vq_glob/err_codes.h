@@ -51,6 +51,7 @@
 #define ERR_FAC_FILTER 0x10000u
 #define ERR_FAC_IISMB 0x10100u
 #define ERR_FAC_UPDPWD 0x10200u
+#define ERR_FAC_SLE 0x10300u
 
 /* CLI (0x1100) */
 #define ERR_CLI_NOERR 0x1101u /* "no error !!!!" */
@@ -725,6 +726,7 @@
 #define ERR_NET_INCNST 0x1E13u /* "inconsistent behaviour of network module" */
 #define ERR_NET_SELECT 0x1E14u /* "select operation error" */
 #define ERR_NET_INVHC 0x1E15u /* "hook code %d is invalid" */
+#define ERR_NET_HELD 0x1E16u /* "session's stream is held by %s and cannot be handed to another process" */
 
 /* SCD_8500 (0x8500) */
 #define ERR_SCD_8500_PARAM 0x8501u /* "invalid parameter <%s>" */
@@ -1458,6 +1460,25 @@
 #define ERR_UPDPWD_SYNERR 0x10209u /* "syntax error near <%s>" */
 #define ERR_UPDPWD_SOCKSTART 0x1020Au /* "failed to start socket library" */
 #define ERR_UPDPWD_SOCKCLEAN 0x1020Bu /* "failed to clean up socket library" */
+
+/* SLE (0x10300) */
+#define ERR_SLE_NOTAVAIL 0x10301u /* "TLS is not available: %s" */
+#define ERR_SLE_CONTEXT 0x10302u /* "TLS context error: %s" */
+#define ERR_SLE_CERTFILE 0x10303u /* "failed to load certificate <%s> with private key <%s>" */
+#define ERR_SLE_CAFILE 0x10304u /* "failed to load CA certificates from <%s>" */
+#define ERR_SLE_HANDSHAKE 0x10305u /* "TLS handshake with <%s> failed" */
+#define ERR_SLE_VERIFY 0x10306u /* "certificate of <%s> refused by verification: %s" */
+#define ERR_SLE_HOSTMISMATCH 0x10307u /* "certificate of the peer does not name host <%s>" */
+#define ERR_SLE_PINMISMATCH 0x10308u /* "certificate of <%s> does not match the pinned fingerprint" */
+#define ERR_SLE_BADPIN 0x10309u /* "invalid certificate fingerprint <%s>: 64 hexadecimal digits expected" */
+#define ERR_SLE_SEND 0x1030Au /* "TLS send to <%s> failed" */
+#define ERR_SLE_RECV 0x1030Bu /* "TLS receive from <%s> failed" */
+#define ERR_SLE_CLOSE 0x1030Cu /* "TLS close with <%s> failed" */
+#define ERR_SLE_NOPEERCERT 0x1030Du /* "the peer sent no certificate" */
+#define ERR_SLE_ATTACHED 0x1030Eu /* "session's stream is already held by %s" */
+#define ERR_SLE_NOTATTACHED 0x1030Fu /* "no TLS is attached to the session" */
+#define ERR_SLE_NOHOST 0x10310u /* "no host name to check the peer's certificate against" */
+#define ERR_SLE_SMALLBUF 0x10311u /* "buffer of %d bytes cannot hold %d bytes of %s" */
 
 /* UNKNWN (0x300) */
 #define ERR_UNKNWN_UNKNWN 0xFFFFu /* "Unknown error" */

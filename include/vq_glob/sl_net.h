@@ -84,6 +84,11 @@ typedef struct {
  * with their four arguments, it returns what they return. A send routine
  * must not write to buffer. */
 typedef int (*sl_net_hook_routine)(void *session, void *buffer, int32_t length, int32_t *done_or_null);
+/* A hook release routine: called once with the hook data when the session's
+ * socket goes (sl_net_free_handle, sl_net_disconnect, a new connect or bind,
+ * a replaced socket) while the socket is still open, so that the layer can
+ * end its stream and free its state. */
+typedef void (*sl_net_hook_release)(void *session, void *hook_data);
 
 /* ---- The network subsystem ---------------------------------------------------------- */
 
@@ -123,6 +128,14 @@ VQ_API int sl_net_clear_flags(void *session, uint32_t flags);
 VQ_API int sl_net_get_flags(void *session, uint32_t *flags);
 VQ_API int sl_net_set_svc_name(void *session, const char *name);
 VQ_API int sl_net_set_connect_timeout(void *session, int32_t seconds);
+/* The connect, send and receive time-outs in seconds (0: none). */
+VQ_API int sl_net_get_connect_timeout(void *session, int32_t *seconds);
+VQ_API int sl_net_get_send_timeout(void *session, int32_t *seconds);
+VQ_API int sl_net_get_recv_timeout(void *session, int32_t *seconds);
+/* Copies the remote host name as given to sl_net_set_remote_info into buffer
+ * of size bytes. Returns 0 without an error (and "") when none is set; a name
+ * that does not fit fails with ERR_NET_BADPTR instead of being cut short. */
+VQ_API int sl_net_get_remote_host(void *session, char *buffer, int32_t size);
 
 /* Sets the remote host and port from info of info_type 0 (else
  * ERR_NET_BADINFO): the host is resolved (ERR_NET_NOHOST without one); the
@@ -185,6 +198,11 @@ VQ_API int sl_net_send_sync(void *session, const void *buffer, int32_t length, i
  * no progress, so a silent peer ends the receive once the time-out passed.
  * Both report the count moved so far, on failure too. */
 VQ_API int sl_net_recv_sync(void *session, void *buffer, int32_t length, int32_t *received_or_null);
+/* Receives what arrives first, at least one byte and at most length, within
+ * the receive time-out, straight from the socket whatever the hook state and
+ * the flags (for a layer behind the hooks reading its own records); fails as
+ * sl_net_recv_sync does. */
+VQ_API int sl_net_recv_available(void *session, void *buffer, int32_t length, int32_t *received_or_null);
 /* One send or recv of the whole length; would-block succeeds with 0 bytes. A
  * receive that finds the peer closed fails with nothing on the error stack
  * and leaves the state alone. */
@@ -233,6 +251,17 @@ VQ_API int sl_net_set_hook_routine(void *session, int32_t index, sl_net_hook_rou
 /* The hook's opaque data pointer (not owned). */
 VQ_API int sl_net_set_hook_data(void *session, void *data);
 VQ_API int sl_net_get_hook_data(void *session, void **data);
+/* Sets the routine that releases the hook's layer (NULL: none); once it ran,
+ * the hook routines, data, state and stream holder are cleared. */
+VQ_API int sl_net_set_hook_release(void *session, sl_net_hook_release routine);
+/* Marks the stream as holding state that cannot leave this process, naming
+ * the layer that holds it (copied; NULL or "" clears it): while it is set,
+ * sl_net_pack_handle and sl_net_save_socket_for_process fail with
+ * ERR_NET_HELD. Cleared with the hooks when the socket goes. */
+VQ_API int sl_net_set_stream_holder(void *session, const char *holder);
+/* Copies the holder's name into buffer of size bytes; 0 without an error
+ * (and "") when nothing holds the stream, ERR_NET_BADPTR when it does not fit. */
+VQ_API int sl_net_get_stream_holder(void *session, char *buffer, int32_t size);
 
 /* ---- Session fields ------------------------------------------------------------------- */
 
@@ -242,6 +271,9 @@ VQ_API int sl_net_get_socket(void *session, sl_net_socket *socket);
  * (the session takes ownership and closes it when freed; the one it held
  * before is closed) and makes the session active. */
 VQ_API int sl_net_override_socket(void *session, sl_net_socket socket);
+/* Marks the session inactive, its socket left open: what a layer behind the
+ * hooks does when its own stream ended, as a receive does for a closed peer. */
+VQ_API int sl_net_set_inactive(void *session);
 /* 1 when the session is active (connected or accepted), else 0. */
 VQ_API int sl_net_is_active(void *session);
 /* The accepted peer's IPv4 address, network order (0 before an accept). */
@@ -258,7 +290,8 @@ VQ_API int sl_net_get_user_flags(void *session, uint32_t *flags);
 
 /* Packs the session's fields into a new signed typed message (codes 0-10 then
  * the end code 65534); *buffer is allocated with malloc and the caller frees
- * it with free(), *length its size. */
+ * it with free(), *length its size. A session whose stream is held
+ * (sl_net_set_stream_holder) fails with ERR_NET_HELD. */
 VQ_API int sl_net_pack_handle(void *session, void **buffer, uint32_t *length);
 /* Checks the signature of a packed session and rebuilds the session from it
  * (the caller frees it). A bad signature fails with ERR_MSG_CRC, an unknown
@@ -267,7 +300,8 @@ VQ_API int sl_net_unpack_to_handle(const void *buffer, uint32_t length, void **s
 /* Writes the socket file that lets process process_id take over the
  * session's socket (exactly SL_NET_SOCKET_FILE_SIZE bytes; ERR_FIL_WRITE on
  * a short write, and the file is removed again; the system's message when
- * the file cannot be created; ERR_NET_NOTACT without a socket). On Windows
+ * the file cannot be created; ERR_NET_NOTACT without a socket; ERR_NET_HELD
+ * while a layer holds the stream). On Windows
  * the file is the WSAPROTOCOL_INFOA. On POSIX the socket stays open across
  * exec in the processes the caller starts from now on, and the file is this
  * record, numbers big-endian, the rest zero:

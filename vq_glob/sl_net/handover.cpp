@@ -203,6 +203,9 @@ VQ_API int sl_net_pack_handle(void *session, void **buffer, uint32_t *length) {
     }
     *buffer = nullptr;
     *length = 0;
+    if (vq::net::check_not_held(*own) != 1) {
+        return 0;
+    }
     void *message = nullptr;
     if (slm_allocate_handle(&message) != 1) {
         return 0;
@@ -243,6 +246,9 @@ VQ_API int sl_net_save_socket_for_process(void *session, uint32_t process_id, co
     }
     if (own->socket == kPlatNoSocket) {
         return vq::net::raise(ERR_NET_NOTACT);
+    }
+    if (vq::net::check_not_held(*own) != 1) {
+        return 0;
     }
     unsigned char record[kPlatSocketRecordSize];
     const int32_t error = plat_socket_export(own->socket, process_id, record);

@@ -16,6 +16,9 @@ struct Direction {
     int32_t Session::*timeout;
     int (*attempt)(const Session &session, unsigned char *bytes, size_t size, bool wait, size_t *done);
     bool receiving;
+    // A receive that returns with the first bytes whatever the session's
+    // flags say.
+    bool first_bytes = false;
 };
 
 int send_attempt(const Session &session, unsigned char *bytes, size_t size, bool wait, size_t *done) {
@@ -28,6 +31,7 @@ int recv_attempt(const Session &session, unsigned char *bytes, size_t size, bool
 
 constexpr Direction kSend{ERR_NET_SEND, &Session::send_timeout, send_attempt, false};
 constexpr Direction kRecv{ERR_NET_RECV, &Session::recv_timeout, recv_attempt, true};
+constexpr Direction kRecvFirst{ERR_NET_RECV, &Session::recv_timeout, recv_attempt, true, true};
 
 void report(int32_t *done_or_null, size_t done) {
     if (done_or_null != nullptr) {
@@ -94,7 +98,8 @@ int transfer_sync(void *handle, const char *function, const Direction &direction
         return result;
     }
     const int32_t timeout = session->*direction.timeout;
-    const bool partial = direction.receiving && (session->flags & SL_NET_FLAG_PARTIAL_RECV) != 0;
+    const bool partial =
+        direction.first_bytes || (direction.receiving && (session->flags & SL_NET_FLAG_PARTIAL_RECV) != 0);
     const size_t total = static_cast<size_t>(length);
     size_t done = 0;
     std::time_t last_progress = std::time(nullptr);
@@ -198,6 +203,11 @@ VQ_API int sl_net_send_sync(void *session, const void *buffer, int32_t length, i
 
 VQ_API int sl_net_recv_sync(void *session, void *buffer, int32_t length, int32_t *received_or_null) {
     return transfer_sync(session, __func__, kRecv, static_cast<unsigned char *>(buffer), length, received_or_null);
+}
+
+VQ_API int sl_net_recv_available(void *session, void *buffer, int32_t length, int32_t *received_or_null) {
+    return transfer_sync(session, __func__, kRecvFirst, static_cast<unsigned char *>(buffer), length,
+                         received_or_null);
 }
 
 VQ_API int sl_net_send_non_blocking(void *session, const void *buffer, int32_t length, int32_t *sent_or_null) {

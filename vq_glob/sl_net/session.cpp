@@ -30,7 +30,25 @@ Session *new_session(int32_t protocol) {
     return session;
 }
 
+// The layer behind the hooks ends its stream while the socket is still
+// there to carry its last words, then every trace of it goes.
+void release_layer(Session &session) {
+    const sl_net_hook_release release = session.hook_release;
+    session.hook_release = nullptr;
+    if (release != nullptr) {
+        release(&session, session.hook_data);
+    }
+    session.hook_state = 0;
+    session.hook_data = nullptr;
+    session.hooks[SL_NET_HOOK_SEND] = nullptr;
+    session.hooks[SL_NET_HOOK_RECV] = nullptr;
+    session.stream_holder.clear();
+}
+
 void drop_socket(Session &session) {
+    if (session.hook_release != nullptr) {
+        release_layer(session);
+    }
     if (session.socket != kPlatNoSocket) {
         if (!session.handed_over) {
             plat_socket_shutdown(session.socket);
@@ -40,6 +58,14 @@ void drop_socket(Session &session) {
     }
     session.handed_over = false;
     session.state = kInactive;
+}
+
+int check_not_held(const Session &session) {
+    if (session.stream_holder.empty()) {
+        return 1;
+    }
+    err_add_error(ERR_NET_HELD, session.stream_holder.c_str());
+    return 0;
 }
 
 int raise_socket(int32_t socket_error, uint32_t code) {
@@ -174,6 +200,32 @@ int set_field(void *handle, const char *function, T Session::*field, T value) {
     }
     session->*field = value;
     return 1;
+}
+
+// Copies text with its NUL into buffer of size bytes; a text that does not
+// fit fails with ERR_NET_BADPTR rather than arriving cut short.
+int copy_out(const std::string &text, char *buffer, int32_t size) {
+    if (buffer == nullptr || size < 1) {
+        return vq::net::raise(ERR_NET_BADPTR);
+    }
+    if (text.size() >= static_cast<size_t>(size)) {
+        buffer[0] = '\0';
+        return vq::net::raise(ERR_NET_BADPTR);
+    }
+    std::memcpy(buffer, text.c_str(), text.size() + 1);
+    return 1;
+}
+
+// A text field for a look-up getter: 0 without an error when it is empty.
+int get_text(void *handle, const char *function, std::string Session::*field, char *buffer, int32_t size) {
+    Session *session = vq::net::checked(handle, function);
+    if (session == nullptr) {
+        return 0;
+    }
+    if (copy_out(session->*field, buffer, size) != 1) {
+        return 0;
+    }
+    return (session->*field).empty() ? 0 : 1;
 }
 
 }  // namespace
@@ -324,6 +376,22 @@ VQ_API int sl_net_set_connect_timeout(void *session, int32_t seconds) {
     return 1;
 }
 
+VQ_API int sl_net_get_connect_timeout(void *session, int32_t *seconds) {
+    return get_field(session, __func__, &Session::connect_timeout, seconds);
+}
+
+VQ_API int sl_net_get_send_timeout(void *session, int32_t *seconds) {
+    return get_field(session, __func__, &Session::send_timeout, seconds);
+}
+
+VQ_API int sl_net_get_recv_timeout(void *session, int32_t *seconds) {
+    return get_field(session, __func__, &Session::recv_timeout, seconds);
+}
+
+VQ_API int sl_net_get_remote_host(void *session, char *buffer, int32_t size) {
+    return get_text(session, __func__, &Session::remote_host, buffer, size);
+}
+
 VQ_API int sl_net_set_remote_info(void *session, int32_t info_type, const sl_net_remote_info *info) {
     Session *own = VQ_NET_SESSION(session);
     if (own == nullptr) {
@@ -429,6 +497,19 @@ VQ_API int sl_net_get_hook_data(void *session, void **data) {
     return get_field(session, __func__, &Session::hook_data, data);
 }
 
+VQ_API int sl_net_set_hook_release(void *session, sl_net_hook_release routine) {
+    return set_field(session, __func__, &Session::hook_release, routine);
+}
+
+VQ_API int sl_net_set_stream_holder(void *session, const char *holder) {
+    Session *own = VQ_NET_SESSION(session);
+    return own == nullptr ? 0 : copy_text(own->stream_holder, holder);
+}
+
+VQ_API int sl_net_get_stream_holder(void *session, char *buffer, int32_t size) {
+    return get_text(session, __func__, &Session::stream_holder, buffer, size);
+}
+
 // ---- Session fields ----------------------------------------------------------------
 
 VQ_API int sl_net_get_socket(void *session, sl_net_socket *socket) {
@@ -446,6 +527,10 @@ VQ_API int sl_net_override_socket(void *session, sl_net_socket socket) {
     own->socket = socket;
     own->state = vq::net::kActive;
     return 1;
+}
+
+VQ_API int sl_net_set_inactive(void *session) {
+    return set_field(session, __func__, &Session::state, vq::net::kInactive);
 }
 
 VQ_API int sl_net_is_active(void *session) {

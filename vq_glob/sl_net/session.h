@@ -39,6 +39,12 @@ struct Session {
     int32_t hook_state = 0;
     void *hook_data = nullptr;
     sl_net_hook_routine hooks[kHookCount] = {nullptr, nullptr};
+    // Called with the hook data when the socket goes, so that the layer
+    // behind the hooks can end its stream and free its state.
+    sl_net_hook_release hook_release = nullptr;
+    // The layer whose state rides on the stream (empty: none); such a
+    // session cannot be handed to another process.
+    std::string stream_holder;
 
     int32_t connect_timeout = 0;   // seconds; 0 none
     int32_t send_timeout = 0;
@@ -57,8 +63,14 @@ Session *checked(void *handle, const char *function);
 Session *new_session(int32_t protocol);
 
 // Shuts the session's socket down (unless another process took it over)
-// and closes it, if it has one, and marks the session inactive.
+// and closes it, if it has one, and marks the session inactive. A layer
+// attached through the hooks is released first and its hooks removed.
 void drop_socket(Session &session);
+
+// Refuses (ERR_NET_HELD naming the holder) when a layer holds the session's
+// stream, whose state cannot follow the socket into another process.
+// Returns 1 when the stream is free.
+int check_not_held(const Session &session);
 
 // Pushes the system's text for a socket error, then code (which takes no
 // arguments) on top. Returns 0, the failure status.
