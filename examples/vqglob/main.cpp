@@ -1,4 +1,4 @@
-/* vqglob: the library's own command-line tool. Its arguments are read by
+/* vqglob: the library's own command-line tool and its deployment commands. Its arguments are read by
  * the library's parser (commands and qualifiers abbreviate to any unique
  * prefix, "@file" inserts a file's words), and every failure prints the
  * thread's error stack. Exit status 0 on success, 1 on failure.
@@ -11,28 +11,41 @@
  *   vqglob conf set FILE SECTION FIELD VALUE
  *   vqglob trace CHANNELS [-text=T] [-output=FILE]   apply a channel list, trace a line
  *   vqglob errors [-facility=NAME]          the message table's codes and idents
+ *   vqglob serve -config=FILE               the deployment daemon (serve.cpp)
+ *   vqglob deploy DIR -to=HOST:PORT[,...] [-insecure] [-include=..] [-exclude=..]
+ *                 [-delete] [-dry_run] [-release]   send a tree to daemons (deploy.cpp)
+ *   vqglob releases HOST:PORT [-insecure]   a daemon's releases, "*" marks current
+ *   vqglob rollback HOST:PORT [-insecure]   current back to the release before it
  *   vqglob COMMAND -help                    usage of a command
  *
  * Files named on the command line are read only when they are regular files:
  * a fifo or a device would block the tool or never end. */
-#include <stdio.h>
-#include <stdlib.h>
-#include <string.h>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
 
+#include "settings.h"
+#include "tool.h"
 #include "vq_glob.h"
+
+using vqglob::fail;
+using vqglob::require_regular_file;
+using vqglob::value_of;
+
+namespace {
 
 #define HELP_ITEM {'Q', "HELP", CLI_NO_VALUE, NULL, NULL, NULL, NULL, NULL, 0, NULL, "show this usage"}
 #define END_ITEM {0, NULL, 0, NULL, NULL, NULL, NULL, NULL, 0, NULL, NULL}
 
-static const cli_item kCrcItems[] = {
+const cli_item kCrcItems[] = {
     {'P', "FILE", CLI_MUST, NULL, NULL, NULL, NULL, NULL, 0, NULL, "the file to sum"}, HELP_ITEM, END_ITEM};
-static const cli_item kMatchItems[] = {
+const cli_item kMatchItems[] = {
     {'P', "PATTERN", CLI_MUST, NULL, NULL, NULL, NULL, NULL, 0, NULL, "pattern with * and ?"},
     {'P', "NAME", CLI_MUST, NULL, NULL, NULL, NULL, NULL, 0, NULL, "the name to test"},
     {'Q', "CASE", CLI_NEGATABLE | CLI_NO_VALUE, NULL, NULL, NULL, NULL, NULL, 0, NULL, "compare case-sensitively"},
     HELP_ITEM,
     END_ITEM};
-static const cli_item kConfItems[] = {
+const cli_item kConfItems[] = {
     {'P', "ACTION", CLI_MUST, "DUMP|GET|SET", NULL, NULL, NULL, NULL, 0, NULL, "what to do"},
     {'P', "FILE", CLI_MUST, NULL, NULL, NULL, NULL, NULL, 0, NULL, "configuration file"},
     {'P', "SECTION", 0, NULL, NULL, NULL, NULL, NULL, 0, NULL, "section (get, set)"},
@@ -40,21 +53,48 @@ static const cli_item kConfItems[] = {
     {'P', "VALUE", 0, NULL, NULL, NULL, NULL, NULL, 0, NULL, "new text (set)"},
     HELP_ITEM,
     END_ITEM};
-static const cli_item kTraceItems[] = {
+const cli_item kTraceItems[] = {
     {'P', "CHANNELS", CLI_MUST | CLI_LIST, NULL, NULL, NULL, NULL, NULL, 0, NULL, "channel names, NOname clears"},
     {'Q', "TEXT", CLI_VALUE_REQUIRED, NULL, NULL, NULL, NULL, NULL, 0, NULL, "a line to trace on them"},
     {'Q', "OUTPUT", CLI_VALUE_REQUIRED, NULL, NULL, NULL, NULL, NULL, 0, NULL, "trace file (default: stdout)"},
     HELP_ITEM,
     END_ITEM};
-static const cli_item kErrorsItems[] = {
+const cli_item kErrorsItems[] = {
     {'Q', "FACILITY", CLI_VALUE_REQUIRED, NULL, NULL, NULL, NULL, NULL, 0, NULL, "only this facility (CLI, GEN...)"},
     HELP_ITEM,
     END_ITEM};
-static const cli_item kHelpItems[] = {
+const cli_item kHelpItems[] = {
     {'P', "COMMAND", 0, NULL, NULL, NULL, NULL, NULL, 0, NULL, "the command to describe (default: all)"},
     HELP_ITEM,
     END_ITEM};
-static const cli_command kCommands[] = {{"HELP", kHelpItems, "show the usage of the commands"},
+const cli_item kServeItems[] = {
+    {'Q', "CONFIG", CLI_VALUE_REQUIRED, NULL, NULL, NULL, NULL, NULL, 0, NULL, "the daemon's configuration file"},
+    HELP_ITEM,
+    END_ITEM};
+const cli_item kDeployItems[] = {
+    {'P', "DIR", CLI_MUST, NULL, NULL, NULL, NULL, NULL, 0, NULL, "the directory to deploy"},
+    {'Q', "TO", CLI_VALUE_REQUIRED | CLI_LIST, NULL, NULL, NULL, NULL, NULL, 0, NULL, "HOST:PORT[,HOST:PORT...]"},
+    {'Q', "CERT", CLI_VALUE_REQUIRED, NULL, NULL, NULL, NULL, NULL, 0, NULL, "client certificate (TLS)"},
+    {'Q', "KEY", CLI_VALUE_REQUIRED, NULL, NULL, NULL, NULL, NULL, 0, NULL, "client key (TLS)"},
+    {'Q', "CA", CLI_VALUE_REQUIRED, NULL, NULL, NULL, NULL, NULL, 0, NULL, "CA of the daemons (TLS)"},
+    {'Q', "INSECURE", CLI_NO_VALUE, NULL, NULL, NULL, NULL, NULL, 0, NULL, "plain mode, loopback targets only"},
+    {'Q', "INCLUDE", CLI_VALUE_REQUIRED | CLI_LIST, NULL, NULL, NULL, NULL, NULL, 0, NULL, "only names matching"},
+    {'Q', "EXCLUDE", CLI_VALUE_REQUIRED | CLI_LIST, NULL, NULL, NULL, NULL, NULL, 0, NULL, "leave names matching out"},
+    {'Q', "DELETE", CLI_NO_VALUE, NULL, NULL, NULL, NULL, NULL, 0, NULL, "delete target files not in DIR"},
+    {'Q', "DRY_RUN", CLI_NO_VALUE, NULL, NULL, NULL, NULL, NULL, 0, NULL, "show what would change, change nothing"},
+    {'Q', "RELEASE", CLI_NO_VALUE, NULL, NULL, NULL, NULL, NULL, 0, NULL, "deploy as a new release"},
+    HELP_ITEM,
+    END_ITEM};
+const cli_item kRemoteItems[] = {
+    {'P', "TARGET", CLI_MUST, NULL, NULL, NULL, NULL, NULL, 0, NULL, "HOST:PORT of the daemon"},
+    {'Q', "INSECURE", CLI_NO_VALUE, NULL, NULL, NULL, NULL, NULL, 0, NULL, "plain mode, loopback only"},
+    HELP_ITEM,
+    END_ITEM};
+const cli_command kCommands[] = {{"HELP", kHelpItems, "show the usage of the commands"},
+                                        {"SERVE", kServeItems, "run the deployment daemon"},
+                                        {"DEPLOY", kDeployItems, "send a directory to deployment daemons"},
+                                        {"RELEASES", kRemoteItems, "list a daemon's releases"},
+                                        {"ROLLBACK", kRemoteItems, "switch a daemon back to the previous release"},
                                         {"CRC", kCrcItems, "print the CRC-32 of a file"},
                                         {"MATCH", kMatchItems, "match a name against a wildcard pattern"},
                                         {"CONF", kConfItems, "dump, read or change a configuration file"},
@@ -63,17 +103,8 @@ static const cli_command kCommands[] = {{"HELP", kHelpItems, "show the usage of 
                                         {NULL, NULL, NULL}};
 
 /* c with A-Z lower-cased; unlike tolower, the same under every locale. */
-static char ascii_lower(char c) { return c >= 'A' && c <= 'Z' ? (char)(c - 'A' + 'a') : c; }
+char ascii_lower(char c) { return c >= 'A' && c <= 'Z' ? (char)(c - 'A' + 'a') : c; }
 
-static int fail(void) {
-    err_print_error_msg();
-    return 1;
-}
-
-static const char *value_of(const char *name, char kind) {
-    char *value = NULL;
-    return cli_get_value(name, kind, &value) == 1 ? value : NULL;
-}
 
 /* The table the arguments are parsed against: kCommands with every parameter
  * optional, so that "-help" is answered whatever is missing, and a missing
@@ -82,10 +113,10 @@ static const char *value_of(const char *name, char kind) {
  * the usage texts, which show what is required. */
 #define MAX_ITEMS 16
 #define COMMAND_COUNT (sizeof kCommands / sizeof kCommands[0])
-static cli_item relaxed_items[COMMAND_COUNT][MAX_ITEMS];
-static cli_command relaxed_commands[COMMAND_COUNT];
+cli_item relaxed_items[COMMAND_COUNT][MAX_ITEMS];
+cli_command relaxed_commands[COMMAND_COUNT];
 
-static void build_relaxed_table(void) {
+void build_relaxed_table(void) {
     for (size_t c = 0; c < COMMAND_COUNT; ++c) {
         relaxed_commands[c] = kCommands[c];
         if (kCommands[c].items == NULL) {
@@ -108,7 +139,7 @@ static void build_relaxed_table(void) {
     }
 }
 
-static const cli_command *command_entry(const char *name) {
+const cli_command *command_entry(const char *name) {
     for (size_t c = 0; kCommands[c].name != NULL; ++c) {
         if (strcmp(kCommands[c].name, name) == 0) {
             return &kCommands[c];
@@ -120,14 +151,14 @@ static const cli_command *command_entry(const char *name) {
 /* Writes the library's usage text of command (NULL: every command) with
  * each "Usage: NAME" line naming the tool, as "Usage: vqglob name". 0 when
  * the command is unknown (the error on the stack). */
-static int print_usage(FILE *out, const char *command) {
+int print_usage(FILE *out, const char *command) {
     cli_set_command_table(kCommands);
     const char *text = cli_get_command_usage(command);
     cli_set_command_table(relaxed_commands);
     if (text == NULL) {
         return 0;
     }
-    static const char kUsage[] = "Usage: ";
+    const char kUsage[] = "Usage: ";
     const size_t prefix = sizeof kUsage - 1;
     while (*text != '\0') {
         size_t length = strcspn(text, "\n");
@@ -144,12 +175,15 @@ static int print_usage(FILE *out, const char *command) {
         text += length;
         text += *text == '\n' ? 1 : 0;
     }
+    if (command == NULL || strcmp(command, "SERVE") == 0) {
+        fputs(vqglob::settings_usage(), out);
+    }
     return 1;
 }
 
 /* A parameter the command needs that is not there: reported by its name,
  * with the command's usage. */
-static int missing(const char *command, const char *parameter) {
+int missing(const char *command, const char *parameter) {
     char text[160];
     snprintf(text, sizeof text, "parameter %s is missing", parameter);
     err_set_error(ERR_GEN_GENERAL, text);
@@ -159,7 +193,7 @@ static int missing(const char *command, const char *parameter) {
 }
 
 /* The first required parameter of command that was not given, or NULL. */
-static const char *missing_parameter(const char *command) {
+const char *missing_parameter(const char *command) {
     const cli_command *entry = command_entry(command);
     for (const cli_item *i = entry->items; i->kind != 0; ++i) {
         if (i->kind == 'P' && (i->flags & CLI_MUST) != 0 && !cli_present(i->name, 'P')) {
@@ -170,8 +204,8 @@ static const char *missing_parameter(const char *command) {
 }
 
 /* Whether arg is "-help" or a prefix of it ("-h"): asked before any command. */
-static int is_help_switch(const char *arg) {
-    static const char kHelp[] = "help";
+int is_help_switch(const char *arg) {
+    const char kHelp[] = "help";
     size_t n = strlen(arg);
     if (n < 2 || n > sizeof kHelp || arg[0] != '-') {
         return 0;
@@ -184,9 +218,23 @@ static int is_help_switch(const char *arg) {
     return 1;
 }
 
+}  // namespace
+
+namespace vqglob {
+
+int fail() {
+    err_print_error_msg();
+    return 1;
+}
+
+const char *value_of(const char *name, char kind) {
+    char *value = NULL;
+    return cli_get_value(name, kind, &value) == 1 ? value : NULL;
+}
+
 /* Refuses a name that is not a regular file before anything opens it: a
  * fifo would block the open, a device such as /dev/zero would never end. */
-static int require_regular_file(const char *file) {
+bool require_regular_file(const char *file) {
     int32_t h = -1;
     if (gf_allocate_handle(&h) != 1) {
         return 0;
@@ -201,7 +249,11 @@ static int require_regular_file(const char *file) {
     return regular;
 }
 
-static int run_crc(void) {
+}  // namespace vqglob
+
+namespace {
+
+int run_crc(void) {
     int32_t h = -1;
     uint32_t crc = 0;
     const char *file = value_of("FILE", 'P');
@@ -218,14 +270,14 @@ static int run_crc(void) {
     return 0;
 }
 
-static int run_match(void) {
+int run_match(void) {
     int case_sensitive = cli_present("CASE", 'Q');
     int matched = match_wildcard(value_of("PATTERN", 'P'), value_of("NAME", 'P'), case_sensitive);
     printf("%s\n", matched == 1 ? "match" : "no match");
     return matched == 1 ? 0 : 1;
 }
 
-static int conf_dump(void *h) {
+int conf_dump(void *h) {
     char *buffer = NULL;
     if (conf_write_buffer(h, &buffer) != 1) {
         return fail();
@@ -235,7 +287,7 @@ static int conf_dump(void *h) {
     return 0;
 }
 
-static int run_conf(void) {
+int run_conf(void) {
     const char *action = value_of("ACTION", 'P');
     const char *file = value_of("FILE", 'P');
     const char *section = value_of("SECTION", 'P');
@@ -276,7 +328,7 @@ static int run_conf(void) {
 }
 
 /* Whether output names an existing fifo, whose open for writing waits. */
-static int output_would_block(const char *output) {
+int output_would_block(const char *output) {
     int32_t h = -1;
     if (gf_allocate_handle(&h) != 1) {
         return 0;
@@ -287,7 +339,7 @@ static int output_would_block(const char *output) {
     return fifo;
 }
 
-static int run_trace(void) {
+int run_trace(void) {
     const char *output = value_of("OUTPUT", 'Q');
     const char *text = value_of("TEXT", 'Q');
     if (output != NULL && output_would_block(output)) {
@@ -324,7 +376,7 @@ static int run_trace(void) {
 }
 
 /* Whether two names are equal ignoring the case of ASCII letters. */
-static int same_name(const char *a, const char *b) {
+int same_name(const char *a, const char *b) {
     for (; *a != '\0' && *b != '\0'; ++a, ++b) {
         if (ascii_lower(*a) != ascii_lower(*b)) {
             return 0;
@@ -335,8 +387,8 @@ static int same_name(const char *a, const char *b) {
 
 /* Every message of the table, one line each: code, facility-severity-ident
  * as descriptions print them, and the message template. */
-static int run_errors(void) {
-    static const char kSeverities[] = "SIWEF";
+int run_errors(void) {
+    const char kSeverities[] = "SIWEF";
     const char *only = value_of("FACILITY", 'Q');
     const char *facility, *ident, *text;
     uint32_t code, severity;
@@ -356,12 +408,14 @@ static int run_errors(void) {
     return 0;
 }
 
-static int run_help(void) {
+int run_help(void) {
     if (!print_usage(stdout, value_of("COMMAND", 'P'))) {
         return fail();
     }
     return 0;
 }
+
+}  // namespace
 
 int main(int argc, char **argv) {
     cli_init();
@@ -397,6 +451,18 @@ int main(int argc, char **argv) {
     }
     if (strcmp(command, "TRACE") == 0) {
         return run_trace();
+    }
+    if (strcmp(command, "SERVE") == 0) {
+        return vqglob::run_serve();
+    }
+    if (strcmp(command, "DEPLOY") == 0) {
+        return vqglob::run_deploy();
+    }
+    if (strcmp(command, "RELEASES") == 0) {
+        return vqglob::run_releases();
+    }
+    if (strcmp(command, "ROLLBACK") == 0) {
+        return vqglob::run_rollback();
     }
     return run_errors();
 }

@@ -1,0 +1,84 @@
+// Connections to a daemon (see client.h) and the address helpers of tool.h.
+#include "client.h"
+
+#include <cstdlib>
+
+#include "tool.h"
+#include "vq_glob/err.h"
+#include "vq_glob/sl_net.h"
+#include "vq_glob/slm.h"
+
+namespace vqglob {
+
+bool is_loopback(const std::string &host) {
+    uint32_t address = 0;
+    if (sl_net_resolve_hostname(host.c_str(), &address) != 1) {
+        return false;
+    }
+    return reinterpret_cast<const unsigned char *>(&address)[0] == 127;
+}
+
+bool split_host_port(const std::string &text, std::string &host, uint16_t &port) {
+    size_t colon = text.rfind(':');
+    char *end = nullptr;
+    long number = colon == std::string::npos ? 0 : std::strtol(text.c_str() + colon + 1, &end, 10);
+    if (colon == std::string::npos || colon == 0 || end == text.c_str() + colon + 1 || *end != '\0' || number < 1 ||
+        number > 65535) {
+        err_set_error(ERR_GEN_GENERAL, ("<" + text + "> is no HOST:PORT").c_str());
+        return false;
+    }
+    host = text.substr(0, colon);
+    port = static_cast<uint16_t>(number);
+    return true;
+}
+
+Client::Client() {
+    slm_allocate_handle(&out_);
+    slm_allocate_handle(&in_);
+}
+
+Client::~Client() {
+    slm_free_handle(&out_);
+    slm_free_handle(&in_);
+    sl_net_free_handle(&net_);
+}
+
+bool Client::connect(const std::string &target, bool insecure) {
+    std::string host;
+    uint16_t port = 0;
+    if (!split_host_port(target, host, port)) {
+        return false;
+    }
+    if (!insecure || !is_loopback(host)) {
+        err_set_error(ERR_GEN_GENERAL,
+                      ("TLS is not built yet: " + target + " can only be reached in plain mode, which needs a "
+                                                           "loopback address and -insecure")
+                          .c_str());
+        return false;
+    }
+    sl_net_remote_info info{host.c_str(), nullptr, port};
+    return sl_net_allocate_handle(SL_NET_TCP, &net_) == 1 && sl_net_set_remote_info(net_, 0, &info) == 1 &&
+           sl_net_set_connect_timeout(net_, 30) == 1 && sl_net_connect(net_) == 1;
+}
+
+void *Client::start(int32_t op) {
+    slm_init_handle(out_);
+    slm_set_int(out_, kOp, op);
+    return out_;
+}
+
+bool Client::exchange(Reader &reader) {
+    reply_failed_ = false;
+    if (slm_send(out_, net_, 1) != 1 || slm_recv(in_, net_) != 1) {
+        err_add_error(ERR_GEN_GENERAL, "the connection to the daemon broke");
+        return false;
+    }
+    reader = Reader(in_);
+    if (!read_reply_status(reader)) {
+        reply_failed_ = true;
+        return false;
+    }
+    return true;
+}
+
+}  // namespace vqglob

@@ -1,0 +1,42 @@
+// The client's side of a connection to a daemon: one request out, one reply
+// in (see protocol.h).
+#ifndef VQGLOB_CLIENT_H
+#define VQGLOB_CLIENT_H
+
+#include <cstdint>
+#include <string>
+
+#include "protocol.h"
+
+namespace vqglob {
+
+class Client {
+public:
+    Client();
+    ~Client();
+    Client(const Client &) = delete;
+    Client &operator=(const Client &) = delete;
+
+    // Connects to target ("HOST:PORT") in plain mode: only a loopback host,
+    // and only with insecure set (TLS is not built yet).
+    bool connect(const std::string &target, bool insecure);
+    // The request being built (emptied, OP set).
+    void *start(int32_t op);
+    // Sends the request and receives the reply; false with the reason on the
+    // stack (the daemon's own stack for a failed reply), the reader standing
+    // after STATUS otherwise. reply_failed tells a failed reply from a broken
+    // connection.
+    bool exchange(Reader &reader);
+    bool reply_failed() const { return reply_failed_; }
+    void *reply() { return in_; }
+
+private:
+    void *net_ = nullptr;
+    void *out_ = nullptr;
+    void *in_ = nullptr;
+    bool reply_failed_ = false;
+};
+
+}  // namespace vqglob
+
+#endif

@@ -1,0 +1,87 @@
+// The daemon's log lines (see log.h).
+#include "log.h"
+
+#include <cstdio>
+#include <ctime>
+#include <mutex>
+
+#include "vq_glob/err.h"
+
+namespace vqglob {
+namespace {
+
+std::mutex log_mutex;
+FILE *log_file = nullptr;
+bool use_syslog = false;
+
+// The system log goes through the library's error output: the line becomes
+// this thread's only stack entry for the moment it is reported.
+void to_syslog(const std::string &line) {
+    err_clear_error_stack();
+    err_add_text_error(line.c_str());
+    err_print_error_msg();
+    err_clear_error_stack();
+}
+
+}  // namespace
+
+std::string utc_text(const char *format) {
+    std::time_t now = std::time(nullptr);
+    std::tm parts{};
+#ifdef _WIN32
+    gmtime_s(&parts, &now);
+#else
+    gmtime_r(&now, &parts);
+#endif
+    char text[64];
+    std::strftime(text, sizeof text, format, &parts);
+    return text;
+}
+
+bool log_open(const std::string &file) {
+    std::lock_guard<std::mutex> lock(log_mutex);
+    FILE *opened = nullptr;
+    if (!file.empty() && (opened = std::fopen(file.c_str(), "a")) == nullptr) {
+        err_set_error(ERR_GEN_GENERAL, ("cannot open the log file <" + file + ">").c_str());
+        return false;
+    }
+    if (log_file != nullptr) {
+        std::fclose(log_file);
+    }
+    log_file = opened;
+    use_syslog = opened == nullptr;
+    err_set_log_syslog(use_syslog ? 1 : 0);
+    err_set_log_interactive(0);
+    return true;
+}
+
+void log_close() {
+    std::lock_guard<std::mutex> lock(log_mutex);
+    if (log_file != nullptr) {
+        std::fclose(log_file);
+        log_file = nullptr;
+    }
+}
+
+void log_line(const std::string &text) {
+    std::string line = utc_text("%Y-%m-%dT%H:%M:%SZ") + " " + text;
+    std::lock_guard<std::mutex> lock(log_mutex);
+    std::fprintf(stdout, "%s\n", line.c_str());
+    std::fflush(stdout);
+    if (log_file != nullptr) {
+        std::fprintf(log_file, "%s\n", line.c_str());
+        std::fflush(log_file);
+    } else if (use_syslog) {
+        to_syslog(text);
+    }
+}
+
+void log_failure(const std::string &context) {
+    std::string text = context + ": " + err_get_error_msg();
+    for (char &c : text) {
+        c = c == '\n' ? ' ' : c;
+    }
+    log_line(text);
+}
+
+}  // namespace vqglob
