@@ -1,8 +1,13 @@
 // Large sections: every field of a big section read, found and kept in
 // order through removals, additions, cleaning and reading again; sections
-// met again later in a text; values that span lines beside plain ones.
+// met again later in a text; values that span lines beside plain ones; a
+// handle read several times, from files and from buffers the caller reuses;
+// where names and values end on lines of every shape.
 #include <gtest/gtest.h>
 
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
 #include <string>
 #include <vector>
 
@@ -137,6 +142,77 @@ TEST_F(LargeSection, EachHandleKeepsItsOwnFields) {
     EXPECT_EQ(string_field(h_, "a", "field1999"), value_of(1999));
     EXPECT_EQ(string_field(h_, "a", "field999"), "<missing>");
     EXPECT_EQ(field_names(h_, "a").size(), 1000u);
+}
+
+TEST_F(LargeSection, AHandleReadAgainKeepsEveryValueItHolds) {
+    // The first text comes from a file of several 64 KiB blocks, the next
+    // two from one buffer the caller overwrites after each read; fields of
+    // every read are changed, renamed with their section, removed and read
+    // again between the reads.
+    std::string first = big_section("a", kFields) + big_section("b", 50);
+    std::string file = (std::filesystem::temp_directory_path() / "conf_large_read_again.conf").string();
+    {
+        std::ofstream out(file, std::ios::binary);
+        out << first;
+    }
+    ASSERT_GT(first.size(), 2u * 65536u);
+    ASSERT_EQ(conf_read_file_to_handle(h_, file.c_str()), 1) << err_get_error_msg();
+    std::remove(file.c_str());
+    ASSERT_EQ(conf_set_string_field(h_, "a", "field1", "set after the first read"), 1);
+    ASSERT_EQ(conf_remove_field(h_, "a", "field2"), 1);
+
+    std::string buffer = big_section("a", 100, kFields - 50) + "[c]\nx=from the second read\n";
+    ASSERT_EQ(conf_read_buffer_to_handle(h_, buffer.c_str()), 1);
+    std::fill(buffer.begin(), buffer.end(), '#');
+    ASSERT_EQ(conf_rename_section(h_, "b", "renamed"), 1);
+    ASSERT_EQ(conf_set_string_field(h_, "c", "x", "set after the second read"), 1);
+
+    buffer = "[a]\nfield3=third\nfield2=back\n[c]\ny=new\n";
+    ASSERT_EQ(conf_read_buffer_to_handle(h_, buffer.c_str()), 1);
+    std::fill(buffer.begin(), buffer.end(), '#');
+
+    std::vector<std::string> names = field_names(h_, "a");
+    ASSERT_EQ(names.size(), static_cast<size_t>(kFields + 50));
+    EXPECT_EQ(names[1], "field1");
+    EXPECT_EQ(names[2], "field3");
+    EXPECT_EQ(names.back(), "field2");
+    EXPECT_EQ(string_field(h_, "a", "field0"), value_of(0));
+    EXPECT_EQ(string_field(h_, "a", "field1"), "set after the first read");
+    EXPECT_EQ(string_field(h_, "a", "field2"), "back");
+    EXPECT_EQ(string_field(h_, "a", "field3"), "third");
+    EXPECT_EQ(string_field(h_, "a", "field2345"), value_of(2345));
+    EXPECT_EQ(string_field(h_, "a", "field" + std::to_string(kFields - 10)), value_of(kFields - 10));
+    EXPECT_EQ(string_field(h_, "a", "field" + std::to_string(kFields + 49)), value_of(kFields + 49));
+    EXPECT_EQ(string_field(h_, "renamed", "field49"), value_of(49));
+    EXPECT_EQ(string_field(h_, "b", "field49"), "<missing>");
+    EXPECT_EQ(string_field(h_, "c", "x"), "set after the second read");
+    EXPECT_EQ(string_field(h_, "c", "y"), "new");
+    EXPECT_EQ(field_names(h_, "renamed").size(), 50u);
+}
+
+TEST_F(LargeSection, NamesAndValuesEndWhereTheirLinesSayInEveryShape) {
+    // Blanks around the "=" belong to the name and the value; trailing
+    // blanks and carriage returns do not; a value may hold "="; the last
+    // line needs no line feed. Each field is read back and written out.
+    const char *text =
+        "[s]\n"
+        "spaced = value with blanks \t \r\n"
+        "crlf=v\r\n"
+        "=no name\n"
+        "empty=\n"
+        "eq=a=b==\n"
+        "\t  indented=x  \n"
+        "last=end";
+    ASSERT_EQ(conf_read_buffer_to_handle(h_, text), 1) << err_get_error_msg();
+    EXPECT_EQ(string_field(h_, "s", "spaced "), " value with blanks");
+    EXPECT_EQ(string_field(h_, "s", "crlf"), "v");
+    EXPECT_EQ(string_field(h_, "s", ""), "no name");
+    EXPECT_EQ(string_field(h_, "s", "empty"), "");
+    EXPECT_EQ(string_field(h_, "s", "eq"), "a=b==");
+    EXPECT_EQ(string_field(h_, "s", "indented"), "x");
+    EXPECT_EQ(string_field(h_, "s", "last"), "end");
+    std::vector<std::string> expected = {"spaced ", "crlf", "", "empty", "eq", "indented", "last"};
+    EXPECT_EQ(field_names(h_, "s"), expected);
 }
 
 }  // namespace

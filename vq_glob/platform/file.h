@@ -132,6 +132,9 @@ enum class PlatFileKind { regular, directory, link, fifo, door, other };
 
 // What an open handle refers to (fstat; GetFileType and the attributes).
 int32_t plat_file_kind(intptr_t file, PlatFileKind *kind);
+// The size in bytes of what an open handle refers to, as the system reports
+// it now (fstat; GetFileSizeEx). Native errors.
+int32_t plat_file_size(intptr_t file, uint64_t *size);
 // What a name refers to; with follow_links a symbolic link is described by
 // its target, otherwise as link. Native errors.
 int32_t plat_file_kind_by_name(const char *name, bool follow_links, PlatFileKind *kind);

@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
+#include <cstring>
 #include <list>
 #include <memory>
 #include <new>
@@ -155,20 +156,101 @@ struct FieldExtra {
     int32_t default_int = 0;
 };
 
+// A view of text followed by a NUL, so that data() is also a C string.
+class CText : public std::string_view {
+public:
+    CText(const char *text, size_t size) : std::string_view(text, size) {}
+    const char *c_str() const { return data(); }
+};
+
+// The text of every empty name and value that owns nothing. Writable,
+// since getters hand it out as char *, like any other value.
+inline char kNoText[1] = "";
+
+// A NUL-terminated copy of text in a block of its own (delete[] frees it);
+// throws bad_alloc.
+inline char *copy_text(std::string_view text) {
+    char *copy = new char[text.size() + 1];
+    std::memcpy(copy, text.data(), text.size());
+    copy[text.size()] = '\0';
+    return copy;
+}
+
 struct Field {
-    // A section of 100,000 fields holds 100,000 of these: the name and the
-    // text of a plain value, the small members together, and the rest behind
-    // a pointer that stays null until a member of it is set.
-    std::string name;
-    std::string text;                // string and untyped values
-    int32_t type = CONF_TYPE_UNKNOWN;
-    int32_t number = 0;              // integer and boolean values
-    int32_t constant = 0;            // meaningful while in_table
-    int32_t flags = 0;               // the table row's flags (kFlagEncrypted, ...)
-    bool in_table = false;           // named by the bound table
-    bool met = false;
-    bool has_value = false;
-    bool changed = false;  // set by a setter
+    // A section of 100,000 fields holds 100,000 of these, so a field is
+    // 40 bytes: its name and plain text are pointers to NUL-terminated
+    // text, which a read leaves in the text it kept (see SectionList::kept) and
+    // a setter puts in a block of the field's own; the small members sit
+    // together, and the rest is behind a pointer that stays null until a
+    // member of it is set.
+    Field() : in_table(false), met(false), has_value(false), changed(false), name_owned_(false), text_owned_(false) {}
+    ~Field() {
+        drop_name();
+        drop_text();
+    }
+    Field(const Field &) = delete;
+    Field &operator=(const Field &) = delete;
+
+    CText name() const { return CText(name_, std::strlen(name_)); }
+    CText text() const { return CText(text_, text_size_); }
+    // Copies name / text into blocks of the field's own; throws bad_alloc
+    // (the field keeps its old text).
+    void set_name(std::string_view name) {
+        char *copy = copy_text(name);
+        drop_name();
+        name_ = copy;
+        name_owned_ = true;
+    }
+    void set_text(std::string_view text) {
+        if (text.empty()) {
+            clear_text();
+            return;
+        }
+        if (text.size() > UINT32_MAX) {
+            throw std::bad_alloc();
+        }
+        char *copy = copy_text(text);
+        drop_text();
+        text_ = copy;
+        text_size_ = static_cast<uint32_t>(text.size());
+        text_owned_ = true;
+    }
+    void clear_text() {
+        drop_text();
+        text_ = kNoText;
+        text_size_ = 0;
+    }
+    // Points the name / the text at text a NUL follows, which lives as long
+    // as the field (text the handle keeps); nothing is copied.
+    void refer_name(std::string_view name) {
+        drop_name();
+        name_ = name.data();
+    }
+    void refer_text(std::string_view text) {
+        drop_text();
+        text_ = text.empty() ? kNoText : text.data();
+        text_size_ = static_cast<uint32_t>(text.size());
+    }
+    // The bytes (NULs included) that move_views needs for the name and the
+    // text this field refers to without owning them.
+    size_t viewed_bytes() const {
+        return (name_owned_ ? 0 : std::strlen(name_) + 1) + (text_owned_ || text_size_ == 0 ? 0 : text_size_ + 1);
+    }
+    // Copies the referred name and text to `to' (viewed_bytes() of room,
+    // itself text that lives as long as the field) and refers to them
+    // there; the position after the copies.
+    char *move_views(char *to) {
+        if (!name_owned_) {
+            size_t size = std::strlen(name_) + 1;
+            name_ = static_cast<char *>(std::memcpy(to, name_, size));
+            to += size;
+        }
+        if (!text_owned_ && text_size_ != 0) {
+            text_ = static_cast<char *>(std::memcpy(to, text_, text_size_ + 1));
+            to += text_size_ + 1;
+        }
+        return to;
+    }
 
     // The rest, made on first use; throws bad_alloc.
     FieldExtra &more() {
@@ -197,8 +279,39 @@ struct Field {
     }
 
 private:
+    void drop_name() {
+        if (name_owned_) {
+            delete[] name_;
+            name_owned_ = false;
+        }
+    }
+    void drop_text() {
+        if (text_owned_) {
+            delete[] text_;
+            text_owned_ = false;
+        }
+    }
+
+    const char *name_ = kNoText;
+    const char *text_ = kNoText;  // string and untyped values
+    uint32_t text_size_ = 0;
+
+public:
+    int32_t number = 0;    // integer and boolean values
+    int32_t constant = 0;  // meaningful while in_table
+    int8_t type = CONF_TYPE_UNKNOWN;
+    uint8_t flags = 0;  // the table row's flags (kFlagEncrypted, ...)
+    bool in_table : 1;  // named by the bound table
+    bool met : 1;
+    bool has_value : 1;
+    bool changed : 1;  // set by a setter
+
+private:
+    bool name_owned_ : 1;
+    bool text_owned_ : 1;
     std::unique_ptr<FieldExtra> extra_;
 };
+static_assert(sizeof(void *) != 8 || sizeof(Field) == 40, "a field stays small");
 
 // Hands out blocks of one size (a list node's) from slabs that grow as the
 // list does, and keeps freed blocks for the next node: a section of 100,000
@@ -210,6 +323,10 @@ public:
     NodePool(const NodePool &) = delete;
     NodePool &operator=(const NodePool &) = delete;
     ~NodePool() { release(); }
+
+    // The next slab holds at least count blocks, so that a list told how
+    // many nodes are coming takes them in one slab.
+    void expect(size_t count) { expected_ = count; }
 
     void *take(size_t size) {
         if (size_ == 0 && size >= sizeof(FreeBlock)) {
@@ -257,6 +374,10 @@ private:
 
     void add_slab() {
         size_t count = slab_blocks_ < kFirstBlocks ? kFirstBlocks : std::min(slab_blocks_ * 2, kMostBlocks);
+        // No larger than the most of any slab: a slab past the allocator's
+        // threshold for mapping memory of its own would have its pages faulted
+        // in again by every list built after one freed.
+        count = std::max(count, std::min(std::exchange(expected_, 0), kMostBlocks));
         auto *slab = static_cast<Slab *>(::operator new(offsetof(Slab, blocks) + count * size_));
         slab->next = slabs_;
         slabs_ = slab;
@@ -281,6 +402,7 @@ private:
     unsigned char *next_ = nullptr;
     size_t left_ = 0;
     size_t slab_blocks_ = 0;
+    size_t expected_ = 0;
 };
 
 // The allocator of a NamedList's nodes: its pool travels with the nodes when
@@ -307,8 +429,9 @@ struct PoolAllocator {
 };
 
 // A list in order with an index by name beside it, so that lookups cost the
-// same for the first element and the hundred-thousandth. The index is an
-// open-addressing table of (hash, list position) kept at most half full:
+// same for the first element and the hundred-thousandth. Elements have
+// name() and set_name(). The index is an open-addressing table of (hash,
+// list position) kept at most seven eighths full:
 // one flat array instead of a node per name, so that building and freeing a
 // large section allocates nothing per name. Elements live in list nodes,
 // which never move, so positions stay valid while the elements live.
@@ -335,35 +458,55 @@ public:
         std::swap(used_, other.used_);
     }
 
-    T *find(std::string_view name) {
-        size_t at = slot_of(name, hash_of(name));
+    // The hash that find and append_named take, so that a name looked up
+    // and then appended is hashed once.
+    static size_t hash_of(std::string_view name) {
+        size_t hash = std::hash<std::string_view>{}(name);
+        return hash != 0 ? hash : 1;
+    }
+    T *find(std::string_view name) { return find(name, hash_of(name)); }
+    T *find(std::string_view name, size_t hash) {
+        size_t at = slot_of(name, hash);
         return at == kNone ? nullptr : &*slots_[at].item;
     }
-    // Appends a new element named name; the name must not be present.
-    T &append(std::string name) {
-        make_room();  // the only step that may fail, before anything changes
+    // Appends a new element, which name_it(element) names; the name, whose
+    // hash is hash, must not be present. Nothing changes when name_it throws.
+    template <typename Namer>
+    T &append_named(size_t hash, Namer name_it) {
+        make_room();  // may fail, before anything changes
         items_.emplace_back();
         T &item = items_.back();
-        item.name = std::move(name);
-        place(hash_of(item.name), std::prev(items_.end()));
+        try {
+            name_it(item);
+        } catch (...) {
+            items_.pop_back();
+            throw;
+        }
+        place(hash, std::prev(items_.end()));
         return item;
     }
-    T &find_or_append(std::string_view name) {
-        T *found = find(name);
-        return found != nullptr ? *found : append(std::string(name));
+    // Appends a new element named by a copy of name; the name must not be
+    // present.
+    T &append(std::string_view name) {
+        return append_named(hash_of(name), [name](T &item) { item.set_name(name); });
     }
-    // Takes the element out of the index and puts it back under its new
-    // name: one slot freed, one used, so the table never grows here and a
-    // rename cannot fail once the new name is made.
-    bool rename(std::string_view old_name, std::string new_name) {
+    T &find_or_append(std::string_view name) {
+        size_t hash = hash_of(name);
+        T *found = find(name, hash);
+        return found != nullptr ? *found : append_named(hash, [name](T &item) { item.set_name(name); });
+    }
+    // Names the element anew, then takes it out of the index and puts it
+    // back under its new name: one slot freed, one used, so the table never
+    // grows here, and a failure to copy the name changes nothing.
+    bool rename(std::string_view old_name, std::string_view new_name) {
         size_t at = slot_of(old_name, hash_of(old_name));
         if (at == kNone) {
             return false;
         }
         iterator item = slots_[at].item;
+        item->set_name(new_name);
         unplace(at);
-        item->name = std::move(new_name);
-        place(hash_of(item->name), item);
+        place(hash_of(new_name), item);
         return true;
     }
     bool remove(std::string_view name) {
@@ -378,14 +521,16 @@ public:
     }
     // Makes room for more elements at once: a large section's index is then
     // sized once instead of doubling through every size on the way.
+    // Their nodes come in one slab too.
     void reserve(size_t more) {
         size_t want = slots_.empty() ? kFirstSize : slots_.size();
-        while (want < (used_ + more) * 2) {
+        while (!fits(used_ + more, want)) {
             want *= 2;
         }
         if (want > slots_.size()) {
             resize(want);
         }
+        pool_->expect(more);
     }
     void clear() {
         slots_.clear();
@@ -404,10 +549,10 @@ private:
     static constexpr size_t kNone = static_cast<size_t>(-1);
     static constexpr size_t kFirstSize = 16;
 
-    static size_t hash_of(std::string_view name) {
-        size_t hash = std::hash<std::string_view>{}(name);
-        return hash != 0 ? hash : 1;
-    }
+    // Whether count names fit a table of size slots: seven eighths full at
+    // most. A few more probes per lookup than at half full, but the index of
+    // 100,000 names takes 2 MB instead of 4.
+    static bool fits(size_t count, size_t size) { return count * 8 <= size * 7; }
     size_t mask() const { return slots_.size() - 1; }
 
     size_t slot_of(std::string_view name, size_t hash) const {
@@ -419,7 +564,7 @@ private:
             if (slot.hash == 0) {
                 return kNone;
             }
-            if (slot.hash == hash && slot.item->name == name) {
+            if (slot.hash == hash && slot.item->name() == name) {
                 return at;
             }
         }
@@ -440,9 +585,9 @@ private:
             [this](const Slot &s) { return s.hash & mask(); });
         --used_;
     }
-    // Doubles the table before it would become more than half full.
+    // Doubles the table before it would become more than seven eighths full.
     void make_room() {
-        if ((used_ + 1) * 2 <= slots_.size()) {
+        if (fits(used_ + 1, slots_.size())) {
             return;
         }
         resize(slots_.empty() ? kFirstSize : slots_.size() * 2);
@@ -467,7 +612,9 @@ private:
 };
 
 struct Section {
-    std::string name;
+    CText name() const { return CText(name_.c_str(), name_.size()); }
+    void set_name(std::string_view name) { name_.assign(name); }
+
     NamedList<Field> fields;
     std::string key;
     bool met = false;
@@ -477,6 +624,27 @@ struct Section {
     // first by a lookup by constant (empty while low > high).
     int32_t low = 1;
     int32_t high = 0;
+
+private:
+    std::string name_;
+};
+
+// The texts read into a handle, in which fields find their names and values
+// until a setter gives them copies of their own. A list, so that a text
+// never moves.
+struct KeptTexts {
+    std::list<std::string> kept;
+};
+
+// A handle's sections with the texts read into the handle: the two move
+// together when sections go from one handle to another. The texts go after
+// the sections, which they were read before, so that memory is given back
+// in the order it was taken.
+struct SectionList : KeptTexts, NamedList<Section> {
+    void clear() {
+        NamedList<Section>::clear();
+        kept.clear();
+    }
 };
 
 // A bound field as the hash index finds it.
@@ -507,7 +675,7 @@ struct HashIndex {
 // tag comes first.
 struct Handle {
     tag::HandleTag tag{tag::Kind::config};
-    NamedList<Section> sections;
+    SectionList sections;
     std::string file_name;
     std::string key;
     bool key_set = false;

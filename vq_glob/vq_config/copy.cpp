@@ -152,7 +152,7 @@ int snapshot(void *vh, int32_t constant, Snapshot &out) {
         out.encrypted = (f->flags & kFlagEncrypted) != 0;
         out.value.type = f->type;
         out.value.number = f->number;
-        out.value.text = f->text;
+        out.value.text = f->text();
         out.value.lines = f->peek().lines;
         out.value.numbers = f->peek().numbers;
         out.value.big = f->peek().big.clone();

@@ -287,14 +287,14 @@ bool base64_decode(std::string_view text, std::vector<unsigned char> &out) {
 
 // ---- Failures --------------------------------------------------------------------
 
-int failed(const std::string &what) {
-    err_set_error(ERR_CNF_ENCRYPT, what.c_str());
+int failed(const char *what) {
+    err_set_error(ERR_CNF_ENCRYPT, what);
     return 0;
 }
 
-int unavailable(const DesFunctions &des, const std::string &what) {
+int unavailable(const DesFunctions &des, const char *what) {
     err_set_error(ERR_SYS_ERRMSG, des.failure.c_str());
-    err_add_error(ERR_CNF_ENCRYPT, what.c_str());
+    err_add_error(ERR_CNF_ENCRYPT, what);
     return 0;
 }
 
@@ -313,7 +313,7 @@ std::string_view field_key(const Handle &h, const Section &s, const Field &f) {
     return kBuiltInKey;
 }
 
-int encrypt_text(std::string_view key, const std::string &what, std::string_view plain, std::string &out) {
+int encrypt_text(std::string_view key, const char *what, std::string_view plain, std::string &out) {
     const DesFunctions &des = des_functions();
     if (!des.ready()) {
         return unavailable(des, what);
@@ -329,7 +329,7 @@ int encrypt_text(std::string_view key, const std::string &what, std::string_view
     return 1;
 }
 
-int decrypt_text(std::string_view key, const std::string &what, std::string_view text, std::string &out) {
+int decrypt_text(std::string_view key, const char *what, std::string_view text, std::string &out) {
     const DesFunctions &des = des_functions();
     if (!des.ready()) {
         return unavailable(des, what);
@@ -380,7 +380,7 @@ int convert_string(const char *function, const char *key, const char *in, const 
     }
     try {
         std::string result;
-        int status = direction(public_key(key), std::string(function), std::string_view(in), result) != 0 &&
+        int status = direction(public_key(key), function, std::string_view(in), result) != 0 &&
                      hand_out(result, out, function) != 0;
         wipe(result.data(), result.size());
         return status;

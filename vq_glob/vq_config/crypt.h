@@ -17,9 +17,9 @@ std::string_view field_key(const Handle &h, const Section &s, const Field &f);
 // out = plain enciphered under key, as printable text. 0 with
 // ERR_CNF_ENCRYPT naming what (a field name) when it cannot be done, libcrypto
 // missing included.
-int encrypt_text(std::string_view key, const std::string &what, std::string_view plain, std::string &out);
+int encrypt_text(std::string_view key, const char *what, std::string_view plain, std::string &out);
 // The reverse; 0 with ERR_CNF_ENCRYPT for text that is not the cipher of
 // anything under key (wrong key, damaged text).
-int decrypt_text(std::string_view key, const std::string &what, std::string_view text, std::string &out);
+int decrypt_text(std::string_view key, const char *what, std::string_view text, std::string &out);
 
 }  // namespace vq::conf

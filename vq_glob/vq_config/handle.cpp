@@ -220,35 +220,35 @@ VQ_API int conf_dump_section(void *vh, const char *section) {
         if (s == nullptr) {
             return missing_section(section);
         }
-        vq::debug::trace_bit(kTraceBit, "conf_dump_section() - [%s]\n", s->name.c_str());
+        vq::debug::trace_bit(kTraceBit, "conf_dump_section() - [%s]\n", s->name().c_str());
         for (Field &f : s->fields) {
             if ((f.flags & kFlagEncrypted) != 0) {
                 // An encrypted value never reaches the trace.
-                vq::debug::trace_bit(kTraceBit, "  %s=%s\n", f.name.c_str(), "***password1****");
+                vq::debug::trace_bit(kTraceBit, "  %s=%s\n", f.name().c_str(), "***password1****");
                 continue;
             }
             switch (f.type) {
                 case CONF_TYPE_INT:
-                    vq::debug::trace_bit(kTraceBit, "  %s=%d\n", f.name.c_str(), static_cast<int>(f.number));
+                    vq::debug::trace_bit(kTraceBit, "  %s=%d\n", f.name().c_str(), static_cast<int>(f.number));
                     break;
                 case CONF_TYPE_BOOL:
-                    vq::debug::trace_bit(kTraceBit, "  %s=%s\n", f.name.c_str(),
+                    vq::debug::trace_bit(kTraceBit, "  %s=%s\n", f.name().c_str(),
                                          f.number != 0 ? "TRUE" : "FALSE");
                     break;
                 case CONF_TYPE_ML_TEXT:
-                    vq::debug::trace_bit(kTraceBit, "  %s=<%lu lines>\n", f.name.c_str(),
+                    vq::debug::trace_bit(kTraceBit, "  %s=<%lu lines>\n", f.name().c_str(),
                                          static_cast<unsigned long>(f.peek().lines.size()));
                     break;
                 case CONF_TYPE_ML_INT:
                 case CONF_TYPE_ML_BOOL:
-                    vq::debug::trace_bit(kTraceBit, "  %s=<%lu values>\n", f.name.c_str(),
+                    vq::debug::trace_bit(kTraceBit, "  %s=<%lu values>\n", f.name().c_str(),
                                          static_cast<unsigned long>(f.peek().numbers.size()));
                     break;
                 case CONF_TYPE_BIG_INT:
-                    vq::debug::trace_bit(kTraceBit, "  %s=%s\n", f.name.c_str(), f.peek().big.text().c_str());
+                    vq::debug::trace_bit(kTraceBit, "  %s=%s\n", f.name().c_str(), f.peek().big.text().c_str());
                     break;
                 default:
-                    vq::debug::trace_bit(kTraceBit, "  %s=%s\n", f.name.c_str(), f.text.c_str());
+                    vq::debug::trace_bit(kTraceBit, "  %s=%s\n", f.name().c_str(), f.text().c_str());
                     break;
             }
         }

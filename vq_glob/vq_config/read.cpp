@@ -7,6 +7,7 @@
 #include <cstring>
 #include <new>
 #include <string>
+#include <list>
 #include <string_view>
 
 #include "internal/whole_file.h"
@@ -83,8 +84,8 @@ int general(const char *what, std::string_view detail) {
 
 int bad_value(const Field &f, std::string_view value) {
     std::string text(value);
-    err_set_error(ERR_CNF_VALUE, f.name.c_str(), text.c_str());
-    err_add_error(ERR_CNF_READ, f.name.c_str());
+    err_set_error(ERR_CNF_VALUE, f.name().c_str(), text.c_str());
+    err_add_error(ERR_CNF_READ, f.name().c_str());
     return 0;
 }
 
@@ -114,8 +115,8 @@ int plain_of(const Place &at, const Field &f, std::string_view text, std::string
         out.assign(text);
         return 1;
     }
-    if (decrypt_text(field_key(at.h, at.s, f), f.name, text, out) == 0) {
-        err_add_error(ERR_CNF_READ, f.name.c_str());
+    if (decrypt_text(field_key(at.h, at.s, f), f.name().c_str(), text, out) == 0) {
+        err_add_error(ERR_CNF_READ, f.name().c_str());
         return 0;
     }
     return 1;
@@ -136,7 +137,7 @@ int read_block(LineReader &reader, const Place &at, Field &f, std::string_view t
     std::string plain;
     for (;;) {
         if (!reader.next(line)) {
-            return general("unique string wasn't found for field ", f.name);
+            return general("unique string wasn't found for field ", f.name());
         }
         if (line == closing) {
             break;
@@ -169,15 +170,18 @@ int read_block(LineReader &reader, const Place &at, Field &f, std::string_view t
 // anywhere in it (integer, boolean, text, tested in that order; the tag is
 // what follows the marker), or continuation lines after it (lines that are
 // not empty, not headers and hold no "="), which make it multi-line text
-// beginning with the value. Otherwise it keeps its text, still untyped.
+// beginning with the value. Otherwise it keeps its text, still untyped: the
+// value itself, which a NUL follows in the text the handle keeps.
 int read_untyped(LineReader &reader, const Place &at, Field &f, std::string_view value) {
     static constexpr int32_t kOrder[] = {CONF_TYPE_ML_INT, CONF_TYPE_ML_BOOL, CONF_TYPE_ML_TEXT};
+    // Every marker begins with '_': a value without one needs no search.
+    bool may_hold_marker = value.find('_') != std::string_view::npos;
     for (int32_t type : kOrder) {
         const char *marker = marker_of(type);
-        size_t found = value.find(marker);
+        size_t found = may_hold_marker ? value.find(marker) : std::string_view::npos;
         if (found != std::string_view::npos) {
             f.type = type;
-            f.text.clear();
+            f.clear_text();
             return read_block(reader, at, f, value.substr(found + std::strlen(marker)));
         }
     }
@@ -197,14 +201,14 @@ int read_untyped(LineReader &reader, const Place &at, Field &f, std::string_view
     }
     if (continued) {
         f.type = CONF_TYPE_ML_TEXT;
-        f.text.clear();
+        f.clear_text();
         FieldExtra &extra = f.more();
         extra.lines = std::move(lines);
         extra.numbers.clear();
         extra.view.clear();
         extra.tag.clear();
     } else {
-        f.text.assign(value);
+        f.refer_text(value);
     }
     f.has_value = true;
     return 1;
@@ -217,7 +221,7 @@ int read_scalar(const Place &at, Field &f, std::string_view value) {
     }
     switch (f.type) {
         case CONF_TYPE_STRING:
-            f.text = plain.empty() ? f.peek().default_text : plain;
+            f.set_text(plain.empty() ? f.peek().default_text : plain);
             break;
         case CONF_TYPE_BIG_INT: {
             BigNumber big;
@@ -281,14 +285,14 @@ bool field_skipped(const Handle &h, const Field *f) {
 
 // The header section gives the handle its version the first time it is read.
 void take_version(Handle &h, Section *s) {
-    if (s == nullptr || h.version_taken || s->name != kHeaderSection) {
+    if (s == nullptr || h.version_taken || s->name() != kHeaderSection) {
         return;
     }
     Field *f = s->fields.find(kVersionField);
     if (f == nullptr) {
         return;
     }
-    h.version = f->type == CONF_TYPE_INT ? f->number : text_to_int(f->text);
+    h.version = f->type == CONF_TYPE_INT ? f->number : text_to_int(f->text());
     h.version_taken = true;
 }
 
@@ -313,6 +317,14 @@ size_t fields_ahead(std::string_view text) {
     return std::min(count, pos / 32);
 }
 
+// Ends a name or a value read from text the handle keeps with a NUL, at the
+// byte after it: the '=' after a name, or what trimming left out after a
+// value (a blank, the line's end, or the NUL after the text), which the
+// reader has passed already.
+void terminate(std::string_view part) { const_cast<char *>(part.data())[part.size()] = '\0'; }
+
+// Parses text the handle keeps (see SectionList::kept), which a NUL follows;
+// fields refer to their names and values in it.
 int parse(Handle &h, std::string_view text) {
     LineReader reader(text);
     Section *section = nullptr;
@@ -349,20 +361,25 @@ int parse(Handle &h, std::string_view text) {
         }
         std::string_view value = line.substr(eq + 1);
         std::string_view name = line.substr(0, eq);
+        terminate(name);
+        terminate(value);
         Place at{h, *section};
-        Field *found = section->fields.find(name);
+        size_t hash = NamedList<Field>::hash_of(name);
+        Field *found = section->fields.find(name, hash);
         if (field_skipped(h, found)) {
             // Read into a field nobody keeps, so that a multi-line value is
             // left out whole.
             Field unknown;
-            unknown.name.assign(name);
+            unknown.refer_name(name);
             if (read_value(reader, at, unknown, value) == 0) {
                 take_version(h, section);
                 return 0;
             }
             continue;
         }
-        Field &f = found != nullptr ? *found : section->fields.append(std::string(name));
+        Field &f = found != nullptr
+                       ? *found
+                       : section->fields.append_named(hash, [name](Field &added) { added.refer_name(name); });
         f.met = true;
         if (read_value(reader, at, f, value) == 0) {
             take_version(h, section);
@@ -373,9 +390,44 @@ int parse(Handle &h, std::string_view text) {
     return 1;
 }
 
-int guarded_parse(Handle &h, std::string_view text, const char *function) {
+// Copies what fields still refer to in the texts kept so far into one
+// text, which replaces them: a handle read again keeps the live bytes of
+// its earlier reads, not every text it ever read. Throws bad_alloc before
+// anything changes.
+void compact_kept(Handle &h) {
+    if (h.sections.kept.empty()) {
+        return;
+    }
+    size_t live = 0;
+    for (Section &s : h.sections) {
+        for (Field &f : s.fields) {
+            live += f.viewed_bytes();
+        }
+    }
+    std::list<std::string> packed;
+    if (live != 0) {
+        char *to = packed.emplace_back(live, '\0').data();
+        for (Section &s : h.sections) {
+            for (Field &f : s.fields) {
+                to = f.move_views(to);
+            }
+        }
+    }
+    h.sections.kept.swap(packed);
+}
+
+// Makes room for one more text in the handle: a text of its own after the
+// earlier ones are compacted. The caller fills it and pops it again when it
+// is never parsed. Throws bad_alloc.
+std::string &new_kept_text(Handle &h) {
+    compact_kept(h);
+    return h.sections.kept.emplace_back();
+}
+
+// Parses the last text the handle kept.
+int guarded_parse(Handle &h, const char *function) {
     try {
-        return parse(h, text);
+        return parse(h, h.sections.kept.back());
     } catch (const std::bad_alloc &) {
         return raise::memory(Report::fresh, function, kModule, __LINE__);
     }
@@ -401,22 +453,26 @@ int read_whole_file(const char *file_name, std::string &out) {
 }
 
 int read_file(Handle &h, const char *file_name) {
-    std::string text;
     int status = 0;
     try {
-        status = read_whole_file(file_name, text);
+        status = read_whole_file(file_name, new_kept_text(h));
+        if (status != 0 && h.sections.kept.back().empty()) {
+            err_set_error(ERR_CNF_EMPTY);
+            status = 0;
+        }
+        if (status != 0) {
+            h.file_name = file_name;
+        }
     } catch (const std::bad_alloc &) {
-        return raise::memory(Report::fresh, "conf_read_file_to_handle", kModule, __LINE__);
+        status = raise::memory(Report::fresh, "conf_read_file_to_handle", kModule, __LINE__);
     }
     if (status == 0) {
+        if (!h.sections.kept.empty() && h.sections.kept.back().empty()) {
+            h.sections.kept.pop_back();
+        }
         return 0;
     }
-    if (text.empty()) {
-        err_set_error(ERR_CNF_EMPTY);
-        return 0;
-    }
-    h.file_name = file_name;
-    return guarded_parse(h, text, "conf_read_file_to_handle");
+    return guarded_parse(h, "conf_read_file_to_handle");
 }
 
 }  // namespace
@@ -459,7 +515,12 @@ VQ_API int conf_read_buffer_to_handle(void *vh, const char *buffer) {
     while (buffer[n] != '\0' && static_cast<unsigned char>(buffer[n]) != 0xFF) {
         ++n;
     }
-    return guarded_parse(*h, std::string_view(buffer, n), "conf_read_buffer_to_handle");
+    try {
+        new_kept_text(*h).assign(buffer, n);
+    } catch (const std::bad_alloc &) {
+        return vq::raise::memory(vq::raise::Report::fresh, "conf_read_buffer_to_handle", kModule, __LINE__);
+    }
+    return guarded_parse(*h, "conf_read_buffer_to_handle");
 }
 
 }  // extern "C"

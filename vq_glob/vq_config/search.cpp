@@ -99,13 +99,13 @@ VQ_API int conf_get_next_section(void *context, char **name) {
     } else if (c->section_pos != list.end()) {
         ++c->section_pos;
     }
-    while (c->section_pos != list.end() && c->section_pos->name == kHeaderSection) {
+    while (c->section_pos != list.end() && c->section_pos->name() == kHeaderSection) {
         ++c->section_pos;
     }
     if (c->section_pos == list.end()) {
         return 0;
     }
-    *name = c->section_pos->name.data();
+    *name = const_cast<char *>(c->section_pos->name().c_str());
     return 1;
 }
 
@@ -128,7 +128,7 @@ VQ_API int conf_get_next_field(void *context, char **name) {
     if (c->field_pos == s->fields.end()) {
         return 0;
     }
-    *name = c->field_pos->name.data();
+    *name = const_cast<char *>(c->field_pos->name().c_str());
     return 1;
 }
 

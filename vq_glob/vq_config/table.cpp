@@ -28,7 +28,7 @@ const char *type_name(int32_t type) {
     }
 }
 
-std::string field_label(const Field &f) { return f.name.empty() ? std::to_string(f.constant) : f.name; }
+std::string field_label(const Field &f) { return f.name().empty() ? std::to_string(f.constant) : std::string(f.name()); }
 
 char **list_view(Field &f) {
     FieldExtra &extra = f.more();
@@ -82,7 +82,7 @@ void retype(Field &f, int32_t type) {
         default: return;
     }
     f.type = type;
-    f.text = std::move(text);
+    f.set_text(text);
     f.number = number;
     // A field that becomes a plain string keeps no rest it did not have.
     if (!lines.empty() || !numbers.empty() || big.get() != nullptr || f.peek().big.get() != nullptr ||
@@ -219,7 +219,7 @@ void unbind(Handle &h) {
 void apply_row(Section &s, Field &f, const conf_table_row &row) {
     f.constant = row.constant;
     f.in_table = true;
-    f.flags = row.flags;
+    f.flags = static_cast<uint8_t>(row.flags & (kFlagEncrypted | kFlagDenyRead | kFlagDenyWrite));
     FieldExtra &extra = f.more();
     extra.key = row.key != nullptr ? row.key : "";
     extra.default_text = row.default_str != nullptr ? row.default_str : "";
@@ -419,7 +419,7 @@ VQ_API int conf_get_field_by_const(void *vh, int32_t constant, void **value, int
                 }
                 *value = const_cast<slbn *>(f->more().big.get());
                 break;
-            default: *value = f->text.data(); break;
+            default: *value = const_cast<char *>(f->text().c_str()); break;
         }
         *type = f->type;
         return 1;
@@ -451,7 +451,7 @@ VQ_API int conf_get_field_name(void *vh, int32_t constant, char **name) {
         if (f == nullptr) {
             return missing_constant(constant);
         }
-        *name = f->name.data();
+        *name = const_cast<char *>(f->name().c_str());
         return 1;
     });
 }

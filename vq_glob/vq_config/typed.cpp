@@ -117,7 +117,7 @@ struct TextOut {
     char **value;
     bool complete() const { return value != nullptr; }
     int take(Field &f) const {
-        *value = f.text.data();
+        *value = const_cast<char *>(f.text().c_str());
         return 1;
     }
 };
@@ -176,7 +176,7 @@ struct ValueOut {
         Value v;
         v.type = f.type;
         v.number = f.number;
-        v.text = f.text;
+        v.text = f.text();
         v.lines = f.peek().lines;
         v.numbers = f.peek().numbers;
         v.big = f.peek().big.clone();
@@ -209,7 +209,7 @@ struct TextIn {
     const char *value;
     bool complete() const { return value != nullptr; }
     int store(Field &f) const {
-        f.text = value;
+        f.set_text(value);
         return 1;
     }
 };
@@ -290,7 +290,7 @@ struct ValueIn {
     bool complete() const { return in != nullptr; }
     int store(Field &f) const {
         switch (in->type) {
-            case CONF_TYPE_STRING: f.text = in->text; break;
+            case CONF_TYPE_STRING: f.set_text(in->text); break;
             case CONF_TYPE_INT:
             case CONF_TYPE_BOOL: f.number = in->number; break;
             case CONF_TYPE_ML_TEXT:

@@ -54,7 +54,7 @@ bool format_field(Handle &h, const Section &s, const Field &f, std::string &out,
     if (!field_output_texts(h, s, f, texts)) {
         return false;
     }
-    out += f.name;
+    out += f.name();
     out += '=';
     if (!is_multi_line(f.type)) {
         out += texts.empty() ? std::string() : texts.front();
@@ -202,8 +202,8 @@ std::vector<std::string> value_texts(const Field &f) {
         case CONF_TYPE_BIG_INT: texts.push_back(f.peek().big.text()); break;
         default:
             // An untyped field without a value (just created) has nothing.
-            if (f.has_value || !f.text.empty()) {
-                texts.push_back(f.text);
+            if (f.has_value || !f.text().empty()) {
+                texts.emplace_back(f.text());
             }
             break;
     }
@@ -216,7 +216,7 @@ bool skipped_on_write(const Handle &h, const Section &s, const Field *f) {
     }
     bool skipped = !s.in_table || (f != nullptr && !f->in_table);
     if (skipped && f != nullptr) {
-        vq::debug::trace_bit(kTraceBit, "conf_write_section() - skipping field <%s>\n", f->name.c_str());
+        vq::debug::trace_bit(kTraceBit, "conf_write_section() - skipping field <%s>\n", f->name().c_str());
     }
     return skipped;
 }
@@ -229,8 +229,8 @@ bool field_output_texts(Handle &h, const Section &s, const Field &f, std::vector
     std::string_view key = field_key(h, s, f);
     for (std::string &text : texts) {
         std::string cipher;
-        if (encrypt_text(key, f.name, text, cipher) == 0) {
-            err_add_error(ERR_CNF_WRITE, f.name.c_str());
+        if (encrypt_text(key, f.name().c_str(), text, cipher) == 0) {
+            err_add_error(ERR_CNF_WRITE, f.name().c_str());
             return false;
         }
         text = std::move(cipher);
@@ -245,7 +245,7 @@ bool format_handle(Handle &h, std::string &out, bool crlf) {
             continue;
         }
         out += '[';
-        out += s.name;
+        out += s.name();
         out += ']';
         out += eol;
         for (Field &f : s.fields) {

@@ -162,7 +162,7 @@ struct Tag {
     std::string comments;
 };
 
-Tag legal_tag(const std::string &name) {
+Tag legal_tag(std::string_view name) {
     Tag tag;
     bool replaced = name.empty();
     for (size_t at = 0; at < name.size();) {
@@ -230,7 +230,7 @@ bool format_field(Handle &h, const Section &s, const Field &f, std::string &xml)
     if (!field_output_texts(h, s, f, texts)) {
         return false;
     }
-    Tag tag = legal_tag(f.name);
+    Tag tag = legal_tag(f.name());
     xml += tag.comments;
     if (!is_multi_line(f.type)) {
         xml += "\t<" + tag.name + ">";
@@ -249,7 +249,7 @@ bool format_field(Handle &h, const Section &s, const Field &f, std::string &xml)
 }
 
 bool format_section(Handle &h, Section &s, std::string &xml) {
-    Tag tag = legal_tag(s.name);
+    Tag tag = legal_tag(s.name());
     xml += tag.comments;
     xml += "<" + tag.name + ">\n";
     for (Field &f : s.fields) {

@@ -1,5 +1,8 @@
 // Whole-file reads, the same on both backends: the backend only opens the
 // name without blocking; the kind check and the bounded read are shared.
+#include <algorithm>
+#include <cstdint>
+
 #include "platform/platform.h"
 
 namespace {
@@ -16,6 +19,54 @@ public:
 private:
     intptr_t file_;
 };
+
+// The most room a read needs: one byte past the limit is enough to know
+// that the file is too large.
+size_t most_room(size_t limit) { return limit == SIZE_MAX ? limit : limit + 1; }
+
+// The room for the first read: the size the file reports, and one byte
+// more, so that the read which finds the end (or finds that the file grew)
+// has room; no more than most_room.
+size_t first_room(intptr_t file, size_t limit) {
+    uint64_t size = 0;
+    if (plat_file_size(file, &size) != 0) {
+        size = 0;  // the reads find the size
+    }
+    size_t most = most_room(limit);
+    return size < most ? static_cast<size_t>(size) + 1 : most;
+}
+
+// Reads the open file to its end straight into out, which starts at the
+// size the file reports and grows (doubling, from 64 KiB) only for a file
+// that reports no size or grew while being read.
+PlatWholeRead read_bounded(intptr_t file, size_t limit, std::string &out, int32_t *error) {
+    constexpr size_t kLeastGrowth = 65536;
+    size_t have = 0;
+    out.resize(first_room(file, limit));
+    for (;;) {
+        if (have == out.size()) {
+            out.resize(std::min(most_room(limit), std::max(out.size() * 2, kLeastGrowth)));
+        }
+        size_t done = 0;
+        int32_t read_error = plat_native_file_read(file, out.data() + have, out.size() - have, &done);
+        if (read_error != 0) {
+            out.clear();
+            out.shrink_to_fit();
+            *error = read_error;
+            return PlatWholeRead::read_failed;
+        }
+        if (done == 0) {
+            out.resize(have);
+            return PlatWholeRead::ok;
+        }
+        have += done;
+        if (have > limit) {
+            out.clear();
+            out.shrink_to_fit();
+            return PlatWholeRead::too_large;
+        }
+    }
+}
 
 }  // namespace
 
@@ -38,25 +89,5 @@ PlatWholeRead plat_read_regular_file(const char *name, size_t limit, std::string
     if (kind != PlatFileKind::regular) {
         return PlatWholeRead::not_regular;
     }
-    // Read in steps until end of file; one byte past the limit is enough to
-    // know that the file is too large, whatever its size said when opened.
-    char chunk[65536];
-    for (;;) {
-        size_t done = 0;
-        int32_t read_error = plat_native_file_read(file.get(), chunk, sizeof chunk, &done);
-        if (read_error != 0) {
-            out.clear();
-            *error = read_error;
-            return PlatWholeRead::read_failed;
-        }
-        if (done == 0) {
-            return PlatWholeRead::ok;
-        }
-        if (done > limit - out.size()) {
-            out.clear();
-            out.shrink_to_fit();
-            return PlatWholeRead::too_large;
-        }
-        out.append(chunk, done);
-    }
+    return read_bounded(file.get(), limit, out, error);
 }

@@ -366,6 +366,15 @@ int32_t plat_file_kind(intptr_t file, PlatFileKind *kind) {
     return 0;
 }
 
+int32_t plat_file_size(intptr_t file, uint64_t *size) {
+    struct stat st;
+    if (::fstat(fd_of(file), &st) != 0) {
+        return errno;
+    }
+    *size = st.st_size > 0 ? static_cast<uint64_t>(st.st_size) : 0;
+    return 0;
+}
+
 int32_t plat_file_kind_by_name(const char *name, bool follow_links, PlatFileKind *kind) {
     struct stat st;
     int rc = follow_links ? ::stat(name, &st) : ::lstat(name, &st);

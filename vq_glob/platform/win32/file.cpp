@@ -322,6 +322,15 @@ int32_t plat_file_kind(intptr_t file, PlatFileKind *kind) {
     }
 }
 
+int32_t plat_file_size(intptr_t file, uint64_t *size) {
+    LARGE_INTEGER bytes;
+    if (!GetFileSizeEx(handle_of(file), &bytes)) {
+        return static_cast<int32_t>(GetLastError());
+    }
+    *size = bytes.QuadPart > 0 ? static_cast<uint64_t>(bytes.QuadPart) : 0;
+    return 0;
+}
+
 int32_t plat_file_kind_by_name(const char *name, bool follow_links, PlatFileKind *kind) {
     WideName wide;
     DWORD name_error = long_name(name, wide);
