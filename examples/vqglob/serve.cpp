@@ -177,10 +177,14 @@ void Daemon::accept_connection() {
                 session.run();
             }
         }
-        std::lock_guard<std::mutex> done_lock(mutex_);
-        sl_net_free_handle(&c->net);
-        --(c->refusal ? refusing_ : serving_);
-        c->done = true;
+        {
+            std::lock_guard<std::mutex> done_lock(mutex_);
+            sl_net_free_handle(&c->net);
+            --(c->refusal ? refusing_ : serving_);
+            c->done = true;
+        }
+        // Everything of the connection, its temporary files too, is gone.
+        log_line(peer + ": closed");
     });
     connections_.push_back(std::move(connection));
 }
