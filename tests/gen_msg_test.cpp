@@ -113,6 +113,114 @@ TEST_F(GenMsg, ScalarsStringsAndVoidsReadBack) {
     EXPECT_EQ(gm_get_char_param(1, &c), 0);
 }
 
+// Voids and strings of every size up to well past the largest short copy:
+// each element holds exactly its bytes, nothing after the message is
+// written, and each value reads back whole.
+TEST_F(GenMsg, ValuesOfEverySizeTravelByteForByte) {
+    constexpr int kSizes = 100;
+    auto data_of = [](int size) {
+        std::string data(static_cast<size_t>(size), '\0');
+        for (int i = 0; i < size; ++i) {
+            data[static_cast<size_t>(i)] = static_cast<char>(1 + (i * 31 + size) % 250);
+        }
+        return data;
+    };
+    Bytes expected;
+    auto expect_element = [&](int code, int type, const std::string &data) {
+        const auto size = static_cast<uint16_t>(data.size());
+        const unsigned char head[4] = {static_cast<unsigned char>(code), static_cast<unsigned char>(size >> 8),
+                                       static_cast<unsigned char>(size), static_cast<unsigned char>(type)};
+        expected.insert(expected.end(), head, head + 4);
+        expected.insert(expected.end(), data.begin(), data.end());
+    };
+    Bytes buffer(65536, 0xAA);
+    gm_init_message_ex(buffer.data(), static_cast<uint32_t>(buffer.size()));
+    for (int size = 0; size < kSizes; ++size) {
+        const std::string data = data_of(size);
+        gm_add_void_to_message(size, data.data(), static_cast<uint16_t>(size));
+        expect_element(size, GM_TYPE_VOID, data);
+        gm_add_str_to_message(kSizes + size, data.c_str());
+        expect_element(kSizes + size, GM_TYPE_STR, data + '\0');
+    }
+    const uint32_t length = gm_end_message();
+    ASSERT_EQ(length, expected.size());
+    EXPECT_TRUE(std::equal(expected.begin(), expected.end(), buffer.begin()));
+    EXPECT_TRUE(
+        std::all_of(buffer.begin() + length, buffer.end(), [](unsigned char b) { return b == 0xAA; }));
+
+    ASSERT_EQ(gm_disassemble_message(buffer.data(), length), 1);
+    for (int size = 1; size < kSizes; ++size) {
+        const std::string data = data_of(size);
+        void *v = nullptr;
+        char *str = nullptr;
+        ASSERT_EQ(gm_get_void_param(size, &v), 1) << size;
+        EXPECT_EQ(std::string(static_cast<const char *>(v), data.size()), data) << size;
+        ASSERT_EQ(gm_get_str_param(kSizes + size, &str), 1) << size;
+        EXPECT_EQ(std::string(str), data) << size;
+    }
+    EXPECT_EQ(err_get_stack_depth(), 0);
+}
+
+// The parse handle is reused from one message to the next: each message
+// taken apart holds its own elements only, the newest of a code wins over
+// the older ones whether few or many were filed, and a message that fails
+// leaves nothing of the one before.
+TEST_F(GenMsg, EachMessageTakenApartHoldsOnlyItsOwnElements) {
+    const Bytes first = build([] {
+        for (int32_t code = 0; code < 60; ++code) {
+            gm_add_int_to_message(code, code * 10);
+        }
+        gm_add_str_to_message(100, "first message");
+        gm_init_message_stream(101, GM_TYPE_SHORT);
+        gm_add_short_to_message(101, 7);
+        gm_close_stream();
+        for (int32_t v = 0; v < 100; ++v) {
+            gm_add_int_to_message(7, v);
+        }
+    });
+    const Bytes second = build([] {
+        gm_add_int_to_message(1, -1);
+        gm_add_str_to_message(2, "second");
+        gm_add_char_to_message(5, 'a');
+        gm_add_char_to_message(5, 'b');
+    });
+    int32_t i = 0;
+    char c = 0;
+    char *str = nullptr;
+    void *v = nullptr;
+    for (int round = 0; round < 2; ++round) {
+        ASSERT_EQ(take_apart(first), 1);
+        EXPECT_TRUE(gm_get_int_param(7, &i) == 1 && i == 99);
+        EXPECT_TRUE(gm_get_int_param(59, &i) == 1 && i == 590);
+        ASSERT_EQ(gm_get_str_param(100, &str), 1);
+        EXPECT_STREQ(str, "first message");
+        ASSERT_EQ(gm_get_void_param(101, &v), 1);
+        int16_t member = 0;
+        std::memcpy(&member, v, sizeof member);
+        EXPECT_EQ(member, 7);
+
+        ASSERT_EQ(take_apart(second), 1);
+        EXPECT_TRUE(gm_get_int_param(1, &i) == 1 && i == -1);
+        ASSERT_EQ(gm_get_str_param(2, &str), 1);
+        EXPECT_STREQ(str, "second");
+        EXPECT_TRUE(gm_get_char_param(5, &c) == 1 && c == 'b');
+        for (int32_t code : {0, 7, 59}) {
+            EXPECT_EQ(gm_get_int_param(code, &i), 0) << code;
+        }
+        EXPECT_EQ(gm_get_str_param(100, &str), 0);
+        EXPECT_EQ(gm_get_void_param(101, &v), 0);
+
+        // A char, then an int element cut short.
+        const Bytes broken{9, 0, 1, 0, 'z', 3, 0, 4, 2, 0};
+        EXPECT_EQ(take_apart(broken), 0);
+        EXPECT_EQ(gm_get_int_param(1, &i), 0);
+        EXPECT_EQ(gm_get_str_param(2, &str), 0);
+        // The second round starts from a new parse handle.
+        gm_clean();
+    }
+    EXPECT_EQ(err_get_stack_depth(), 0);
+}
+
 TEST_F(GenMsg, StreamsCountMembersOrBytesAndReadBackAsOneVoid) {
     Bytes ints = build([] {
         gm_init_message_stream(202, GM_TYPE_INT);

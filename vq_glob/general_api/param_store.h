@@ -1,8 +1,10 @@
 // The typed parameters of one process handle.
 #pragma once
 
+#include <bit>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <vector>
 
 #include "internal/flat_int_map.h"
@@ -28,7 +30,12 @@ namespace vq::api {
 // From kIndexFrom used slots on, a hash index from each key to its newest
 // slot (and from each slot to the next older one of its key) replaces the
 // scan. It only ever speeds lookups up: when it cannot be allocated the store
-// drops it and scans.
+// drops it and scans. A run of adds with no lookup between them (a message
+// taken apart) leaves the index alone and builds it once at the run's end.
+//
+// Emptying a store keeps its memory (slot array and pool blocks) for the
+// next values: a handle that takes apart one message after another allocates
+// only while its messages grow.
 class ParamStore {
 public:
     static constexpr size_t kGrowth = 10;
@@ -62,6 +69,16 @@ public:
     // Frees the newest value of key; false when there is none.
     bool remove_newest(int32_t key) noexcept;
 
+    // Frees every value but keeps the slots and pool blocks for the next
+    // ones; a cursor given is put back to the first slot.
+    void empty(size_t *cursor) noexcept;
+
+    // Starts and ends a run of adds: during the run no lookup is expected,
+    // so the index is not kept up to date (a lookup still finds the right
+    // value, by scanning); the run's end builds it once.
+    void begin_run() noexcept;
+    void end_run() noexcept;
+
     // Slots allocated (used or free), and one of them by position.
     size_t slot_count() const noexcept { return slots_.size(); }
     const Slot &slot(size_t position) const noexcept { return slots_[position]; }
@@ -77,8 +94,20 @@ private:
         ~CellPool() { clear(); }
         CellPool(const CellPool &) = delete;
         CellPool &operator=(const CellPool &) = delete;
-        void *take() noexcept;
+        void *take() noexcept {
+            if (free_ != nullptr) {
+                unsigned char *cell = free_;
+                std::memcpy(&free_, cell, sizeof free_);
+                return cell;
+            }
+            if (carved_ < kCellsPerBlock) {
+                return blocks_ + kHeader + cell_size_ * carved_++;
+            }
+            return take_from_new_block();
+        }
         void give(void *cell) noexcept;
+        // Every cell free again; the blocks are kept as spares.
+        void recycle() noexcept;
         void clear() noexcept;
 
     private:
@@ -86,16 +115,25 @@ private:
         // A block is this header (the next block) followed by its cells; a
         // free cell holds the next free one.
         static constexpr size_t kHeader = 16;
+        // The first cell of a block that is a spare, else of a new one.
+        void *take_from_new_block() noexcept;
+        static void free_chain(unsigned char *block) noexcept;
         size_t cell_size_;
         unsigned char *blocks_ = nullptr;
         size_t carved_ = kCellsPerBlock;  // cells handed out of the newest block
         unsigned char *free_ = nullptr;
+        unsigned char *spares_ = nullptr;  // blocks of a recycled pool not carved again yet
     };
 
     static constexpr size_t kPools = 4;
     static constexpr size_t kSmallestCell = 8;
     static constexpr size_t kLargestCell = kSmallestCell << (kPools - 1);
 
+    // The pool whose cells hold bytes (bytes <= kLargestCell).
+    static uint8_t pool_of(size_t bytes) noexcept {
+        constexpr int kSmallestWidth = std::bit_width(kSmallestCell - 1);
+        return bytes <= kSmallestCell ? 0 : static_cast<uint8_t>(std::bit_width(bytes - 1) - kSmallestWidth);
+    }
     void *copy_value(const void *value, int32_t size, uint8_t *pool) noexcept;
     void free_value(Slot &slot) noexcept;
     bool grow() noexcept;
@@ -110,9 +148,21 @@ private:
     size_t top_ = 0;  // one past the highest used slot
     size_t used_ = 0;
     bool indexed_ = false;
+    bool in_run_ = false;
     using NewestIndex = internal::FlatIntMap<kFreeKey>;
     NewestIndex newest_;  // per key: the slot of its newest value
     std::vector<int32_t> older_;  // per slot: the next older slot of its key, -1 none
 };
+
+// For the library's own readers that file many values into one handle: the
+// parameter store of a handle of the calling thread, found with one check
+// instead of one per value, and in *cursor the thread's iterator position
+// when the iterator is on that handle (else null). Null, with nothing
+// raised, when the handle names no entry. The store lives until the handle
+// is freed.
+ParamStore *store_of_handle(int32_t handle, size_t **cursor) noexcept;
+
+// Raises the error of an api_set_param call that ran out of memory.
+void raise_param_memory() noexcept;
 
 }  // namespace vq::api

@@ -6,28 +6,27 @@
 #include <cstring>
 
 #include "general_api/api_state.h"
+#include "internal/small_copy.h"
 #include "vq_glob/dbg.h"
 
 namespace vq::api {
 
 // ---- The store -----------------------------------------------------------------
 
-void *ParamStore::CellPool::take() noexcept {
-    if (free_ != nullptr) {
-        unsigned char *cell = free_;
-        std::memcpy(&free_, cell, sizeof free_);
-        return cell;
-    }
-    if (carved_ == kCellsPerBlock) {
-        auto *block = static_cast<unsigned char *>(std::malloc(kHeader + kCellsPerBlock * cell_size_));
+void *ParamStore::CellPool::take_from_new_block() noexcept {
+    unsigned char *block = spares_;
+    if (block != nullptr) {
+        std::memcpy(&spares_, block, sizeof spares_);
+    } else {
+        block = static_cast<unsigned char *>(std::malloc(kHeader + kCellsPerBlock * cell_size_));
         if (block == nullptr) {
             return nullptr;
         }
-        std::memcpy(block, &blocks_, sizeof blocks_);
-        blocks_ = block;
-        carved_ = 0;
     }
-    return blocks_ + kHeader + cell_size_ * carved_++;
+    std::memcpy(block, &blocks_, sizeof blocks_);
+    blocks_ = block;
+    carved_ = 1;
+    return blocks_ + kHeader;
 }
 
 void ParamStore::CellPool::give(void *cell) noexcept {
@@ -35,13 +34,32 @@ void ParamStore::CellPool::give(void *cell) noexcept {
     free_ = static_cast<unsigned char *>(cell);
 }
 
-void ParamStore::CellPool::clear() noexcept {
+void ParamStore::CellPool::recycle() noexcept {
     while (blocks_ != nullptr) {
         unsigned char *next = nullptr;
         std::memcpy(&next, blocks_, sizeof next);
-        std::free(blocks_);
+        std::memcpy(blocks_, &spares_, sizeof spares_);
+        spares_ = blocks_;
         blocks_ = next;
     }
+    carved_ = kCellsPerBlock;
+    free_ = nullptr;
+}
+
+void ParamStore::CellPool::free_chain(unsigned char *block) noexcept {
+    while (block != nullptr) {
+        unsigned char *next = nullptr;
+        std::memcpy(&next, block, sizeof next);
+        std::free(block);
+        block = next;
+    }
+}
+
+void ParamStore::CellPool::clear() noexcept {
+    free_chain(blocks_);
+    free_chain(spares_);
+    blocks_ = nullptr;
+    spares_ = nullptr;
     carved_ = kCellsPerBlock;
     free_ = nullptr;
 }
@@ -50,18 +68,14 @@ void *ParamStore::copy_value(const void *value, int32_t size, uint8_t *pool) noe
     const auto bytes = static_cast<size_t>(size);
     void *copy = nullptr;
     if (bytes <= kLargestCell) {
-        uint8_t index = 0;
-        while ((kSmallestCell << index) < bytes) {
-            ++index;
-        }
-        *pool = index;
-        copy = cells_[index].take();
+        *pool = pool_of(bytes);
+        copy = cells_[*pool].take();
     } else {
         *pool = kNoPool;
         copy = std::malloc(bytes);
     }
     if (copy != nullptr) {
-        std::memcpy(copy, value, bytes);
+        internal::small_copy(copy, value, bytes);
     }
     return copy;
 }
@@ -102,7 +116,7 @@ bool ParamStore::add(int32_t key, int32_t type, const void *value, int32_t size,
     slots_[position] = Slot{key, type, copy, size, 0, pool};
     ++top_;
     ++used_;
-    if (!indexed_ && used_ >= kIndexFrom) {
+    if (!indexed_ && !in_run_ && used_ >= kIndexFrom) {
         build_index();
     }
     return true;
@@ -147,6 +161,40 @@ void ParamStore::clear() noexcept {
     top_ = 0;
     used_ = 0;
     drop_index();
+}
+
+void ParamStore::empty(size_t *cursor) noexcept {
+    for (size_t i = 0; i < top_; ++i) {
+        if (slots_[i].pool == kNoPool) {
+            std::free(slots_[i].value);
+        }
+        slots_[i] = Slot{};
+    }
+    for (CellPool &pool : cells_) {
+        pool.recycle();
+    }
+    top_ = 0;
+    used_ = 0;
+    if (cursor != nullptr) {
+        *cursor = 0;
+    }
+    indexed_ = false;
+    newest_.clear();
+    older_.clear();
+}
+
+void ParamStore::begin_run() noexcept {
+    in_run_ = true;
+    indexed_ = false;
+}
+
+void ParamStore::end_run() noexcept {
+    in_run_ = false;
+    if (used_ >= kIndexFrom) {
+        build_index();
+    } else {
+        drop_index();
+    }
 }
 
 bool ParamStore::grow() noexcept {
@@ -214,7 +262,9 @@ void ParamStore::build_index() noexcept {
     try {
         NewestIndex newest;
         newest.reserve(used_);
-        std::vector<int32_t> older(slots_.size(), -1);
+        // The older links are rewritten in place: a store emptied and
+        // filled again keeps their memory.
+        older_.assign(slots_.size(), -1);
         for (size_t i = 0; i < top_; ++i) {
             if (slots_[i].key == kFreeKey) {
                 continue;
@@ -222,12 +272,11 @@ void ParamStore::build_index() noexcept {
             bool inserted = false;
             int32_t &latest = newest.try_emplace(slots_[i].key, static_cast<int32_t>(i), &inserted);
             if (!inserted) {
-                older[i] = latest;
+                older_[i] = latest;
                 latest = static_cast<int32_t>(i);
             }
         }
         newest_.swap(newest);
-        older_.swap(older);
         indexed_ = true;
     } catch (...) {
         drop_index();
@@ -254,6 +303,29 @@ long ParamStore::find(int32_t key) const noexcept {
         }
     }
     return -1;
+}
+
+ParamStore *store_of_handle(int32_t handle, size_t **cursor) noexcept {
+    ApiRecord *r = record();
+    if (r == nullptr || !r->table.initialised || handle <= 0 ||
+        static_cast<size_t>(handle) >= r->table.entries.size()) {
+        return nullptr;
+    }
+    Entry *entry = r->table.entries[static_cast<size_t>(handle)].get();
+    if (entry == nullptr) {
+        return nullptr;
+    }
+    *cursor = r->table.iterator_handle == handle ? &r->table.iterator_position : nullptr;
+    return &entry->params;
+}
+
+void raise_param_memory() noexcept {
+    try {
+        new_dbg_str(kTraceChannel, "api_set_param() - memory allocation error\n");
+        raise_memory("api_set_param");
+    } catch (...) {
+        // Nothing more can be reported without memory.
+    }
 }
 
 namespace {
