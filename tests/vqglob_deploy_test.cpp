@@ -152,6 +152,23 @@ TEST_F(VqglobDeploy, IncludeAndExcludeChooseTheFilesSent) {
     EXPECT_EQ(tree(d.root()), wanted);
 }
 
+TEST_F(VqglobDeploy, TheDaemonsFilterRefusesWhatItLeavesOut) {
+    Daemon d(scratch_.path(), "[Filter Params]\nIgnore UNIX Hidden Files=FALSE\n"
+                              "Include Non Recursive Part List=_ml_text_\n*\n_ml_text_\n"
+                              "Include Recursive Part List=_ml_text_\n*\n_ml_text_\n"
+                              "Exclude Non Recursive Part List=_ml_text_\n*\n_ml_text_\n"
+                              "Exclude Recursive Part List=_ml_text_\n*.log\n_ml_text_\n");
+    ToolResult refused = deploy(d);
+    EXPECT_NE(refused.status, 0) << refused.output;
+    EXPECT_TRUE(refused.says("refused file name <sub/c.log>: the daemon's filter leaves it out")) << refused.output;
+    EXPECT_FALSE(fs::exists(d.root() / "sub/c.log"));
+    ToolResult accepted = deploy(d, {"-exclude=*.log"});
+    EXPECT_EQ(accepted.status, 0) << accepted.output;
+    std::map<std::string, std::string> wanted = tree(src());
+    wanted.erase("sub/c.log");
+    EXPECT_EQ(tree(d.root()), wanted);
+}
+
 TEST_F(VqglobDeploy, PostDeployCommandRunsInTheRootAndItsFailureFailsTheDeploy) {
     Daemon d(scratch_.path(), "Post Deploy Command=echo ran in $(pwd); ls sub\n");
     ToolResult ok = deploy(d);

@@ -96,7 +96,7 @@ bool local_files(const Options &o, std::vector<FileEntry> &entries) {
     if (conf_allocate_handle(&conf) != 1) {
         return false;
     }
-    bool ok = conf_set_table(conf, vq_get_filter_cf_table(), vq_get_filter_cf_keys_number()) == 1 &&
+    bool ok = conf_set_table(conf, vq_get_filter_cf_table(), vq_get_filter_cf_keys_number()) == 1 &&  // the fields
               set_rules(conf, "Include Non Recursive Part List", "Include Recursive Part List", o.include, true) &&
               set_rules(conf, "Exclude Non Recursive Part List", "Exclude Recursive Part List", o.exclude, false) &&
               conf_set_bool_field(conf, "Filter Params", "Ignore UNIX Hidden Files", 0) == 1 &&

@@ -275,7 +275,10 @@ bool list_tree(const std::string &root, void *filter, bool (*skip_top)(const std
 
 bool make_filter(void *configuration, const std::string &base, void **filter) {
     *filter = nullptr;
-    return conf_set_string_field(configuration, "Filter Params", "Base Directory", base.c_str()) == 1 &&
+    // The table gives the fields the configuration lacks their defaults, so
+    // that the base directory can be set whether it was written or not.
+    return conf_set_table(configuration, vq_get_filter_cf_table(), vq_get_filter_cf_keys_number()) == 1 &&
+           conf_set_string_field(configuration, "Filter Params", "Base Directory", base.c_str()) == 1 &&
            init_filter(filter, configuration) == 1;
 }
 
