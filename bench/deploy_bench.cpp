@@ -209,9 +209,25 @@ ChildResult run_client(const std::vector<std::string> &argv) {
     return result;
 }
 
-// A daemon's CPU time so far, its reaped children included (the rsync
-// daemon serves each connection in a child).
+// Whether the process has children that have not been reaped yet.
+bool has_children(pid_t pid) {
+    for (const auto &task : fs::directory_iterator("/proc/" + std::to_string(pid) + "/task")) {
+        std::ifstream in(task.path() / "children");
+        std::string first;
+        if (in >> first) {
+            return true;
+        }
+    }
+    return false;
+}
+
+// A daemon's CPU time so far, its reaped children included: the rsync
+// daemon serves each connection in a child, whose time counts once the
+// daemon has reaped it, so this waits for that first.
 double daemon_cpu_seconds(pid_t pid) {
+    while (has_children(pid)) {
+        usleep(1000);
+    }
     std::ifstream in("/proc/" + std::to_string(pid) + "/stat");
     std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
     const size_t close_paren = text.rfind(')');
@@ -389,7 +405,8 @@ int main(int argc, char **argv) {
     {
         std::ofstream conf(base / "serve.conf");
         conf << "[Server]\nListen Address=127.0.0.1\nPort=" << vqglob_port
-             << "\nTarget Root=" << vqglob_side.target.string() << "\nInsecure Loopback=TRUE\n";
+             << "\nTarget Root=" << vqglob_side.target.string() << "\nInsecure Loopback=TRUE\nLog File="
+             << (base / "serve.log").string() << "\n";
     }
     vqglob_side.daemon = start_vqglob_daemon(vqglob_path(), base / "serve.conf");
     vqglob_side.client = {vqglob_path(), "deploy", source.string(),
