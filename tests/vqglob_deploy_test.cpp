@@ -98,6 +98,7 @@ TEST_F(VqglobDeploy, FirstDeployCopiesTheTreeAndTheNextSendsOnlyWhatChanged) {
     EXPECT_EQ(bin.st_mtime, 1500000002);
     d.wait_connections_closed();
     EXPECT_TRUE(empty_dir(d.root() / ".vqglob-tmp"));
+    EXPECT_NE(contents(scratch_.path() / "serve.log").find("127.0.0.1: deployment committed"), std::string::npos);
 
     // One file changes; the others stay as they are on the target, inode and time.
     struct stat before = stat_of(d.root() / "a.txt");

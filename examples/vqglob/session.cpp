@@ -146,6 +146,7 @@ bool Session::handle(int32_t op, Reader &reader) {
 
 bool Session::hello(Reader &reader) {
     close_deployment();
+    failed_ = true;  // until the deployment is ready: a half-made one is never committed
     int32_t version = 0;
     int32_t flags = 0;
     uint16_t code = 0;
