@@ -38,7 +38,9 @@ inline constexpr int32_t kNoHandle = -1;
 inline constexpr int32_t kPlainHandle = 0;  // a handle used as a parameter store only
 
 // The thread's message state. The open stream's and struct's heads are kept
-// as offsets of their length fields in the buffer.
+// as offsets of their length fields in the buffer (0: the head was not
+// written). Their counts are taken when they close; while the adds trace,
+// they also run along for the trace lines.
 struct GmThreadState {
     uint32_t header_size = 0;
     unsigned char *buffer = nullptr;

@@ -191,14 +191,32 @@ void add_element(GmThreadState &st, int32_t code, ElementType type, uint32_t num
 // The adds below write an element on their way when it fits under the plain
 // limit, and leave everything else (no record yet, traces, no room) to the
 // general routine, out of the way so that the common case is a handful of
-// instructions. On their way they count the element into the open stream
-// and struct without asking whether one is open: the counts start again
-// when one opens and are only read when it closes.
+// instructions. They count nothing: a stream or struct counts what it holds
+// when it closes (count_members).
 [[gnu::noinline]] void add_in_general(int32_t code, ElementType type, uint32_t number, const void *bytes,
                                       uint32_t size) {
     if (GmThreadState *st = writer()) {
         add_element(*st, code, type, number, bytes, size);
     }
+}
+
+// What the stream or struct whose head's length field is at head holds: the
+// elements after the head up to the message's end, each counted once or, in
+// a stream (bytes_by_length), a string or void by its length. The elements
+// walked are the writer's own, all written since the head; a stream's or
+// struct's head is always 5 bytes long, its length field holding a count
+// once it is closed.
+uint16_t count_members(const GmThreadState &st, uint32_t head, bool bytes_by_length) {
+    uint16_t count = 0;
+    for (uint32_t p = head + 4; p < st.position;) {
+        const unsigned char *element = st.buffer + p;
+        const uint8_t type = element[3];
+        const uint32_t length = type == kStream || type == kStruct ? 1 : get16(element + 1);
+        const bool by_length = bytes_by_length && (type == kStr || type == kVoid);
+        count = static_cast<uint16_t>(count + (by_length ? length : 1));
+        p += 4 + length;
+    }
+    return count;
 }
 
 // An element of kWidth bytes holding number, big-endian.
@@ -213,8 +231,6 @@ inline void add_number(int32_t code, uint32_t number) {
             }
             unsigned char *out = st->buffer + at;
             st->position = at + sizeof element;
-            ++st->stream_count;
-            ++st->struct_count;
             std::memcpy(out, element, sizeof element);
             return;
         }
@@ -230,8 +246,6 @@ inline void add_bytes(int32_t code, ElementType type, const void *bytes, uint32_
         if (static_cast<uint64_t>(at) + 4u + length <= st->plain_limit) {
             unsigned char *out = st->buffer + at;
             st->position = at + 4u + length;
-            st->stream_count = static_cast<uint16_t>(st->stream_count + length);
-            ++st->struct_count;
             put_head(out, code, type, length);
             internal::small_copy(out + 4, bytes, length);
             return;
@@ -360,6 +374,7 @@ VQ_API void gm_init_message_stream(int32_t code, int32_t member_type) {
         return;
     }
     st->stream_count = 0;
+    st->stream_head = 0;
     st->stream_open = true;
     new_dbg_str(vq::gm::kTraceChannel, "init_message_stream() - starting stream with code %d , type is %d\n",
                 static_cast<int>(code), static_cast<int>(member_type));
@@ -371,7 +386,7 @@ VQ_API void gm_close_stream(void) {
     if (st == nullptr || !st->stream_open) {
         return;
     }
-    st->stream_count = static_cast<uint16_t>(st->stream_count - 1);
+    st->stream_count = st->stream_head != 0 ? vq::gm::count_members(*st, st->stream_head, true) : 0;
     new_dbg_str(vq::gm::kTraceChannel, "gm_close_stream() - final number of elements is %d\n",
                 static_cast<int>(st->stream_count));
     st->stream_open = false;
@@ -386,6 +401,7 @@ VQ_API void gm_init_struct(int32_t code, int32_t value) {
         return;
     }
     st->struct_count = 0;
+    st->struct_head = 0;
     st->struct_open = true;
     new_dbg_str(vq::gm::kTraceChannel, "gm_init_struct() - struct of param with code %d\n",
                 static_cast<int>(code));
@@ -397,7 +413,7 @@ VQ_API void gm_close_struct(void) {
     if (st == nullptr || !st->struct_open) {
         return;
     }
-    st->struct_count = static_cast<uint16_t>(st->struct_count - 1);
+    st->struct_count = st->struct_head != 0 ? vq::gm::count_members(*st, st->struct_head, false) : 0;
     new_dbg_str(vq::gm::kTraceChannel, "gm_close_struct() - final number of elements is %d\n",
                 static_cast<int>(st->struct_count));
     st->struct_open = false;
