@@ -255,9 +255,10 @@ TEST_F(VqglobDeploy, PlainModeNeedsInsecureOnBothSides) {
     Daemon d(scratch_.path(), "");
     ToolResult no_flag = run_tool({"deploy", src().string(), "-to=" + d.target()});
     EXPECT_NE(no_flag.status, 0);
-    EXPECT_TRUE(no_flag.says("TLS is not built yet")) << no_flag.output;
+    EXPECT_TRUE(no_flag.says("needs TLS (-cert, -key and -ca)")) << no_flag.output;
     ToolResult certs = run_tool({"deploy", src().string(), "-to=" + d.target(), "-insecure", "-cert=c.pem"});
     EXPECT_NE(certs.status, 0);
+    EXPECT_TRUE(certs.says("TLS needs -cert, -key and -ca together")) << certs.output;
     EXPECT_TRUE(tree(d.root()).empty());
 
     ScratchDir strict("vqglob_strict");
@@ -266,7 +267,7 @@ TEST_F(VqglobDeploy, PlainModeNeedsInsecureOnBothSides) {
                                             << "\n";
     ToolResult refused = run_tool({"serve", "-config=" + (strict.path() / "s.conf").string()});
     EXPECT_EQ(refused.status, 1);
-    EXPECT_TRUE(refused.says("TLS is not built yet")) << refused.output;
+    EXPECT_TRUE(refused.says("without a \"Certificate File\" (TLS) serve needs")) << refused.output;
     EXPECT_FALSE(refused.says("listening on")) << refused.output;
 }
 

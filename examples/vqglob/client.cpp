@@ -3,9 +3,11 @@
 
 #include <cstdlib>
 
+#include "tls.h"
 #include "tool.h"
 #include "vq_glob/err.h"
 #include "vq_glob/sl_net.h"
+#include "vq_glob/sle.h"
 #include "vq_glob/slm.h"
 
 namespace vqglob {
@@ -43,22 +45,34 @@ Client::~Client() {
     sl_net_free_handle(&net_);
 }
 
-bool Client::connect(const std::string &target, bool insecure) {
+bool Client::connect(const std::string &target, void *tls, bool insecure) {
     std::string host;
     uint16_t port = 0;
     if (!split_host_port(target, host, port)) {
         return false;
     }
-    if (!insecure || !is_loopback(host)) {
-        err_set_error(ERR_GEN_GENERAL,
-                      ("TLS is not built yet: " + target + " can only be reached in plain mode, which needs a "
-                                                           "loopback address and -insecure")
-                          .c_str());
+    if (tls == nullptr && (!insecure || !is_loopback(host))) {
+        err_set_error(ERR_GEN_GENERAL, (target + " needs TLS (-cert, -key and -ca); plain mode needs a loopback "
+                                                 "address and -insecure")
+                                           .c_str());
         return false;
     }
     sl_net_remote_info info{host.c_str(), nullptr, port};
     return sl_net_allocate_handle(SL_NET_TCP, &net_) == 1 && sl_net_set_remote_info(net_, 0, &info) == 1 &&
-           sl_net_set_connect_timeout(net_, 30) == 1 && sl_net_connect(net_) == 1;
+           sl_net_set_connect_timeout(net_, 30) == 1 && sl_net_connect(net_) == 1 &&
+           (tls == nullptr || sle_attach(tls, net_) == 1);
+}
+
+// The TLS context of the -cert, -key and -ca qualifiers, NULL without them.
+bool client_tls_from_options(void **tls) {
+    *tls = nullptr;
+    const char *cert = value_of("CERT", 'Q');
+    const char *key = value_of("KEY", 'Q');
+    const char *ca = value_of("CA", 'Q');
+    if (cert == nullptr && key == nullptr && ca == nullptr) {
+        return true;
+    }
+    return make_client_tls(cert != nullptr ? cert : "", key != nullptr ? key : "", ca != nullptr ? ca : "", tls);
 }
 
 void *Client::start(int32_t op) {

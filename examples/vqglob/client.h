@@ -17,9 +17,10 @@ public:
     Client(const Client &) = delete;
     Client &operator=(const Client &) = delete;
 
-    // Connects to target ("HOST:PORT") in plain mode: only a loopback host,
-    // and only with insecure set (TLS is not built yet).
-    bool connect(const std::string &target, bool insecure);
+    // Connects to target ("HOST:PORT"): over TLS with tls (a client context
+    // of sle.h, not owned) when given, else in plain mode, which needs
+    // insecure and a loopback host.
+    bool connect(const std::string &target, void *tls, bool insecure);
     // The request being built (emptied, OP set).
     void *start(int32_t op);
     // Sends the request and receives the reply; false with the reason on the

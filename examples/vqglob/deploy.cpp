@@ -18,6 +18,7 @@
 #include "vq_glob/gf_path.h"
 #include "vq_glob/mlist.h"
 #include "vq_glob/sl_net.h"
+#include "vq_glob/sle.h"
 #include "vq_glob/slm.h"
 
 namespace vqglob {
@@ -32,6 +33,7 @@ struct Options {
     bool remove = false;
     bool dry_run = false;
     bool release = false;
+    void *tls = nullptr;  // client context of -cert/-key/-ca, or NULL
 };
 
 std::vector<std::string> list_value(const char *name) {
@@ -59,15 +61,11 @@ bool read_options(Options &o) {
         err_set_error(ERR_GEN_GENERAL, "deploy needs -to=HOST:PORT[,HOST:PORT...]");
         return false;
     }
-    if (cli_present("CERT", 'Q') || cli_present("KEY", 'Q') || cli_present("CA", 'Q')) {
-        err_set_error(ERR_GEN_GENERAL, "TLS is not built yet: -cert, -key and -ca cannot be used");
-        return false;
-    }
     if (gf_is_dir(o.dir.c_str()) != 1) {
         err_set_error(ERR_GEN_GENERAL, ("<" + o.dir + "> is no directory").c_str());
         return false;
     }
-    return true;
+    return client_tls_from_options(&o.tls);
 }
 
 // A string list of the library (ml_) holding items, or "*" when none.
@@ -299,7 +297,7 @@ bool TargetRun::commit() {
 
 bool TargetRun::deploy() {
     std::vector<FileEntry> remote;
-    if (!client_.connect(target_, o_.insecure) || !hello(remote)) {
+    if (!client_.connect(target_, o_.tls, o_.insecure) || !hello(remote)) {
         return false;
     }
     Plan plan = make_plan(local_, remote, o_.remove);
@@ -338,7 +336,8 @@ void TargetRun::report() const {
 int run_deploy() {
     Options o;
     std::vector<FileEntry> local;
-    if (!read_options(o) || !local_files(o, local) || sl_net_init() != 1) {
+    if (sl_net_init() != 1 || !read_options(o) || !local_files(o, local)) {
+        sle_free_context(&o.tls);
         return fail();
     }
     Progress progress;
@@ -360,6 +359,7 @@ int run_deploy() {
         all_ok = all_ok && run->ok();
     }
     std::fflush(stdout);
+    sle_free_context(&o.tls);
     sl_net_clean();
     return all_ok ? 0 : 1;
 }

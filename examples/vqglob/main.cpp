@@ -12,10 +12,10 @@
  *   vqglob trace CHANNELS [-text=T] [-output=FILE]   apply a channel list, trace a line
  *   vqglob errors [-facility=NAME]          the message table's codes and idents
  *   vqglob serve -config=FILE               the deployment daemon (serve.cpp)
- *   vqglob deploy DIR -to=HOST:PORT[,...] [-insecure] [-include=..] [-exclude=..]
+ *   vqglob deploy DIR -to=HOST:PORT[,...] [-cert= -key= -ca= | -insecure] [-include=..] [-exclude=..]
  *                 [-delete] [-dry_run] [-release]   send a tree to daemons (deploy.cpp)
- *   vqglob releases HOST:PORT [-insecure]   a daemon's releases, "*" marks current
- *   vqglob rollback HOST:PORT [-insecure]   current back to the release before it
+ *   vqglob releases HOST:PORT [-cert -key -ca | -insecure]   a daemon's releases, "*" marks current
+ *   vqglob rollback HOST:PORT [-cert -key -ca | -insecure]   current back to the release before it
  *   vqglob COMMAND -help                    usage of a command
  *
  * Files named on the command line are read only when they are regular files:
@@ -87,6 +87,9 @@ const cli_item kDeployItems[] = {
     END_ITEM};
 const cli_item kRemoteItems[] = {
     {'P', "TARGET", CLI_MUST, NULL, NULL, NULL, NULL, NULL, 0, NULL, "HOST:PORT of the daemon"},
+    {'Q', "CERT", CLI_VALUE_REQUIRED, NULL, NULL, NULL, NULL, NULL, 0, NULL, "client certificate (TLS)"},
+    {'Q', "KEY", CLI_VALUE_REQUIRED, NULL, NULL, NULL, NULL, NULL, 0, NULL, "client key (TLS)"},
+    {'Q', "CA", CLI_VALUE_REQUIRED, NULL, NULL, NULL, NULL, NULL, 0, NULL, "CA of the daemon (TLS)"},
     {'Q', "INSECURE", CLI_NO_VALUE, NULL, NULL, NULL, NULL, NULL, 0, NULL, "plain mode, loopback only"},
     HELP_ITEM,
     END_ITEM};

@@ -7,6 +7,7 @@
 #include "tool.h"
 #include "vq_glob/cli.h"
 #include "vq_glob/sl_net.h"
+#include "vq_glob/sle.h"
 
 namespace vqglob {
 namespace {
@@ -14,7 +15,11 @@ namespace {
 // Connects to the TARGET parameter and exchanges one request of op.
 int ask(int32_t op, Reader &reader, Client &client) {
     const char *target = value_of("TARGET", 'P');
-    if (sl_net_init() != 1 || !client.connect(target, cli_present("INSECURE", 'Q') == 1)) {
+    void *tls = nullptr;
+    bool connected = sl_net_init() == 1 && client_tls_from_options(&tls) &&
+                     client.connect(target, tls, cli_present("INSECURE", 'Q') == 1);
+    sle_free_context(&tls);  // the connection keeps what it needs
+    if (!connected) {
         return fail();
     }
     client.start(op);

@@ -1,5 +1,7 @@
 // "vqglob serve": the deployment daemon. It listens on the configured
-// address, serves each connection on a thread of its own (at most "Max
+// address, with TLS and client certificates checked against "Allowed
+// Clients" when a "Certificate File" is configured (plain mode otherwise,
+// only on a loopback address with "Insecure Loopback"), serves each connection on a thread of its own (at most "Max
 // Clients" at once; past that a connection gets a refusal), reloads its
 // configuration on SIGHUP and stops on SIGTERM or SIGINT, breaking the
 // connections that are still open so that their transfers are abandoned and
@@ -23,11 +25,13 @@
 #include "releases.h"
 #include "session.h"
 #include "settings.h"
+#include "tls.h"
 #include "tool.h"
 #include "vq_glob/cconf.h"
 #include "vq_glob/err.h"
 #include "vq_glob/gf_path.h"
 #include "vq_glob/sl_net.h"
+#include "vq_glob/sle.h"
 
 namespace vqglob {
 namespace {
@@ -85,6 +89,9 @@ struct Connection {
 class Daemon {
 public:
     explicit Daemon(std::string config_file) : config_file_(std::move(config_file)) {}
+    ~Daemon() { sle_free_context(&tls_); }
+    Daemon(const Daemon &) = delete;
+    Daemon &operator=(const Daemon &) = delete;
     int run();
 
 private:
@@ -93,6 +100,8 @@ private:
     void reap(bool wait_all);
     void stop_connections();
     void reload();
+    void serve(Connection *c, std::shared_ptr<const Settings> current, const std::string &peer,
+               std::string reason);
     std::shared_ptr<const Settings> settings();
 
     std::string config_file_;
@@ -102,6 +111,7 @@ private:
     int refusing_ = 0;
     std::shared_ptr<const Settings> settings_;
     void *listener_ = nullptr;
+    void *tls_ = nullptr;  // the server context; NULL in plain mode
 };
 
 std::shared_ptr<const Settings> Daemon::settings() {
@@ -114,10 +124,13 @@ bool Daemon::start() {
     if (!load_settings(config_file_, s)) {
         return false;
     }
-    if (!s.insecure_loopback || !is_loopback(s.listen_address)) {
+    if (!s.certificate_file.empty() && !make_server_tls(s, &tls_)) {
+        return false;
+    }
+    if (tls_ == nullptr && (!s.insecure_loopback || !is_loopback(s.listen_address))) {
         err_set_error(ERR_GEN_GENERAL,
-                      "TLS is not built yet: serve needs \"Insecure Loopback\"=TRUE and a loopback \"Listen "
-                      "Address\" (plain mode)");
+                      "without a \"Certificate File\" (TLS) serve needs \"Insecure Loopback\"=TRUE and a loopback "
+                      "\"Listen Address\" (plain mode)");
         return false;
     }
     std::string tmp = join_path(s.target_root, kTempDirName);
@@ -148,8 +161,8 @@ void Daemon::accept_connection() {
     std::string peer = dotted(address);
     std::shared_ptr<const Settings> current = settings();
     std::string reason;
-    if (!is_loopback(peer)) {
-        reason = "TLS is not built yet: only loopback clients are served";
+    if (tls_ == nullptr && !is_loopback(peer)) {
+        reason = "plain mode serves loopback clients only";
     }
     std::lock_guard<std::mutex> lock(mutex_);
     if (reason.empty() && serving_ >= current->max_clients) {
@@ -169,14 +182,7 @@ void Daemon::accept_connection() {
     c->refusal = !reason.empty();
     ++(c->refusal ? refusing_ : serving_);
     c->thread = std::thread([this, c, current, peer, reason] {
-        {
-            Session session(c->net, current, peer);
-            if (c->refusal) {
-                session.refuse(reason);
-            } else {
-                session.run();
-            }
-        }
+        serve(c, current, peer, reason);
         {
             std::lock_guard<std::mutex> done_lock(mutex_);
             sl_net_free_handle(&c->net);
@@ -187,6 +193,29 @@ void Daemon::accept_connection() {
         log_line(peer + ": closed");
     });
     connections_.push_back(std::move(connection));
+}
+
+// A connection's thread: the TLS handshake and the client's identity first,
+// when TLS is on, then its requests (or its refusal).
+void Daemon::serve(Connection *c, std::shared_ptr<const Settings> current, const std::string &peer,
+                   std::string reason) {
+    if (tls_ != nullptr) {
+        std::string identity;
+        if (sle_attach(tls_, c->net) != 1) {
+            log_failure(peer + ": TLS handshake failed");
+            return;
+        }
+        if (!client_allowed(c->net, current->allowed_clients, identity) && reason.empty()) {
+            reason = "client " + identity + " is not among the Allowed Clients";
+        }
+        log_line(peer + ": TLS client " + identity);
+    }
+    Session session(c->net, current, peer);
+    if (reason.empty()) {
+        session.run();
+    } else {
+        session.refuse(reason);
+    }
 }
 
 void Daemon::reap(bool wait_all) {

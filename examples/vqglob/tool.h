@@ -21,6 +21,10 @@ bool is_loopback(const std::string &host);
 // Splits "HOST:PORT"; false with the reason on the stack.
 bool split_host_port(const std::string &text, std::string &host, uint16_t &port);
 
+// The client TLS context of -cert/-key/-ca (free with sle_free_context), or
+// NULL when none of them is given; false with the reason on the stack.
+bool client_tls_from_options(void **tls);
+
 int run_serve();
 int run_deploy();
 int run_releases();
