@@ -212,14 +212,24 @@ TEST_F(Sle, ContextSettingsRefuseWhatCannotWorkAndNameTheFiles) {
     Context client(SLE_CLIENT);
     Context server(SLE_SERVER);
     const TestPki &p = pki();
+    server.certificate(p.server);
+    client.ca(p.ca);
     const std::string missing = (p.dir / "missing.pem").string();
     EXPECT_TRUE(fails_with(sle_set_certificate(server.get(), missing.c_str(), p.server.key.string().c_str()),
                            ERR_SLE_CERTFILE, missing));
     // A key that is not the certificate's.
     EXPECT_TRUE(fails_with(
-        sle_set_certificate(server.get(), p.server.cert.string().c_str(), p.client.key.string().c_str()),
+        sle_set_certificate(server.get(), p.other_host.cert.string().c_str(), p.client.key.string().c_str()),
         ERR_SLE_CERTFILE, p.client.key.string()));
     EXPECT_TRUE(fails_with(sle_set_ca_file(client.get(), missing.c_str()), ERR_SLE_CAFILE, missing));
+    // The refused files changed nothing: the server still shows its own pair.
+    {
+        Link c;
+        const Attach a = attach_both(client.get(), server.get(), c);
+        ASSERT_EQ(a.client.result, 1) << a.client.message;
+        ASSERT_EQ(a.server.result, 1) << a.server.message;
+        EXPECT_EQ(peer_fingerprint(c.client), p.server.fingerprint);
+    }
     EXPECT_TRUE(fails_with(sle_set_require_peer_certificate(client.get(), 1), ERR_SLE_CONTEXT, "server"));
     EXPECT_TRUE(fails_with(sle_set_expected_host(server.get(), "localhost"), ERR_SLE_CONTEXT, "client"));
 

@@ -365,9 +365,12 @@ bool session_free(void *session) {
     if (sl_net_get_hook_data(session, &data) != 1) {
         return false;
     }
+    // A holder's name too long for the buffer still holds the stream.
     char holder[256];
-    if (sl_net_get_stream_holder(session, holder, sizeof holder) == 1 || data != nullptr) {
-        err_add_error(ERR_SLE_ATTACHED, data != nullptr && holder[0] == '\0' ? "another layer" : holder);
+    const int32_t depth = err_get_stack_depth();
+    const bool held = sl_net_get_stream_holder(session, holder, sizeof holder) == 1 || err_get_stack_depth() > depth;
+    if (held || data != nullptr) {
+        err_add_error(ERR_SLE_ATTACHED, holder[0] == '\0' ? "another layer" : holder);
         return false;
     }
     if (sl_net_is_active(session) != 1) {

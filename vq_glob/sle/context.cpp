@@ -67,6 +67,32 @@ int change_context(void *handle, const char *function, Change change) {
     return change(*context);
 }
 
+vq::sle::SslCtx *new_ssl_ctx(int32_t role) {
+    const vq::sle::Api &ssl = vq::sle::api();
+    return ssl.SSL_CTX_new(role == vq::sle::kClient ? ssl.TLS_client_method() : ssl.TLS_server_method());
+}
+
+bool load_certificate(vq::sle::SslCtx *ctx, const char *cert_pem_file, const char *key_pem_file) {
+    const vq::sle::Api &ssl = vq::sle::api();
+    return ssl.SSL_CTX_use_certificate_chain_file(ctx, cert_pem_file) == 1 &&
+           ssl.SSL_CTX_use_PrivateKey_file(ctx, key_pem_file, vq::sle::kFiletypePem) == 1 &&
+           ssl.SSL_CTX_check_private_key(ctx) == 1;
+}
+
+// Loads the pair into a scratch context first, so that a bad pair leaves the
+// context's own certificate and key as they were.
+bool try_certificate(int32_t role, const char *cert_pem_file, const char *key_pem_file) {
+    const vq::sle::Api &ssl = vq::sle::api();
+    vq::sle::SslCtx *scratch = new_ssl_ctx(role);
+    if (scratch == nullptr) {
+        return false;
+    }
+    ssl.SSL_CTX_set_default_passwd_cb(scratch, no_password);
+    const bool loaded = load_certificate(scratch, cert_pem_file, key_pem_file);
+    ssl.SSL_CTX_free(scratch);
+    return loaded;
+}
+
 // A setter that belongs to one role only.
 int wrong_role(const char *function, int32_t role) {
     char what[160];
@@ -98,7 +124,7 @@ VQ_API int sle_allocate_context(void **ctx, int32_t role) {
         return VQ_NO_MEMORY(Report::add, "sle");
     }
     context->checks.role = role;
-    context->ctx = ssl.SSL_CTX_new(role == vq::sle::kClient ? ssl.TLS_client_method() : ssl.TLS_server_method());
+    context->ctx = new_ssl_ctx(role);
     if (context->ctx == nullptr || !configure(ssl, context->ctx)) {
         if (context->ctx != nullptr) {
             ssl.SSL_CTX_free(context->ctx);
@@ -131,10 +157,8 @@ VQ_API int sle_set_certificate(void *ctx, const char *cert_pem_file, const char 
         return VQ_PARAMS(Report::add, has_text(cert_pem_file) ? "key_pem_file" : "cert_pem_file");
     }
     return change_context(ctx, __func__, [&](Context &context) {
-        const vq::sle::Api &ssl = vq::sle::api();
-        if (ssl.SSL_CTX_use_certificate_chain_file(context.ctx, cert_pem_file) != 1 ||
-            ssl.SSL_CTX_use_PrivateKey_file(context.ctx, key_pem_file, vq::sle::kFiletypePem) != 1 ||
-            ssl.SSL_CTX_check_private_key(context.ctx) != 1) {
+        if (!try_certificate(context.checks.role, cert_pem_file, key_pem_file) ||
+            !load_certificate(context.ctx, cert_pem_file, key_pem_file)) {
             vq::sle::push_error_queue();
             err_add_error(ERR_SLE_CERTFILE, cert_pem_file, key_pem_file);
             return 0;
