@@ -1,6 +1,10 @@
 // The deployment protocol between "vqglob deploy" (and "releases",
 // "rollback") and "vqglob serve".
 //
+// The connection runs over TLS (sle.h: client certificates required, the
+// daemon checks the client's name or fingerprint) when the daemon has a
+// certificate; plain only on loopback with both sides agreeing.
+//
 // One request is one signed typed message (slm.h) from the client, answered
 // by exactly one signed message from the daemon. Every request begins with
 // the element OP (int) naming the operation; every reply begins with STATUS
