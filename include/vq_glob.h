@@ -27,6 +27,7 @@
 #include "vq_glob/cli.h"
 #include "vq_glob/sl_net.h"
 #include "vq_glob/slm.h"
+#include "vq_glob/sle.h"
 #include "vq_glob/env.h"
 #include "vq_glob/dir.h"
 #include "vq_glob/filter.h"
