@@ -273,7 +273,7 @@ bool handshake(Tls &tls) {
     VQ_SLE_TRACE("sle_attach: handshake with <%s> as %s\n", tls.label.c_str(),
                  tls.checks.role == vq::sle::kClient ? "client" : "server");
     const int result = within_recv_timeout(tls.session, [&] { return ssl.SSL_do_handshake(tls.ssl); });
-    if (result == 1) {
+    if (result == 1 && vq::sle::flush_records(tls)) {
         return true;
     }
     tls.broken = true;
@@ -291,6 +291,11 @@ int close_stream(Tls &tls, bool wait_for_peer) {
     const Api &ssl = vq::sle::api();
     ssl.ERR_clear_error();
     const int sent = ssl.SSL_shutdown(tls.ssl);
+    // The close_notify may still wait in the record batch.
+    if (!vq::sle::flush_records(tls)) {
+        err_add_error(ERR_SLE_CLOSE, tls.label.c_str());
+        return 0;
+    }
     if (sent == 1 || (sent == 0 && !wait_for_peer)) {
         return 1;
     }

@@ -2,6 +2,7 @@
 // session's socket, and the hook routines over OpenSSL, which give the
 // session's callers their plain bytes.
 #include <climits>
+#include <new>
 
 #include "sle/tls_state.h"
 #include "vq_glob/err.h"
@@ -44,15 +45,40 @@ int transfer_failed(Tls &tls, int result, uint32_t code, int32_t done, int32_t *
 // At most what one SSL_read or SSL_write takes.
 int step(int32_t remaining) { return remaining > INT_MAX ? INT_MAX : static_cast<int>(remaining); }
 
+// Records gather until a flush; a batch this large goes at once, so that a
+// long send never holds more than this in memory.
+constexpr size_t kFlushThreshold = 256 * 1024;
+
 }  // namespace
+
+bool flush_records(Tls &tls) {
+    if (tls.pending.empty()) {
+        return true;
+    }
+    int32_t sent = 0;
+    const bool done = sl_net_send_sync(tls.session, tls.pending.data(), static_cast<int32_t>(tls.pending.size()),
+                                       &sent) == 1;
+    tls.pending.clear();
+    if (!done) {
+        tls.broken = true;
+    }
+    return done;
+}
 
 int bio_write(Bio *bio, const char *data, int size) {
     Tls *tls = bio_tls(bio);
-    int32_t sent = 0;
-    if (tls == nullptr || sl_net_send_sync(tls->session, data, size, &sent) != 1) {
+    if (tls == nullptr || size < 0) {
         return -1;
     }
-    return sent;
+    try {
+        tls->pending.insert(tls->pending.end(), data, data + size);
+    } catch (const std::bad_alloc &) {
+        return -1;
+    }
+    if (tls->pending.size() >= kFlushThreshold && !flush_records(*tls)) {
+        return -1;
+    }
+    return size;
 }
 
 int bio_read(Bio *bio, char *data, int size) {
@@ -64,10 +90,14 @@ int bio_read(Bio *bio, char *data, int size) {
     return received;
 }
 
-long bio_ctrl(Bio *, int command, long, void *) {
-    // Nothing is buffered here, so a flush is done at once; nothing else is
+long bio_ctrl(Bio *bio, int command, long, void *) {
+    // OpenSSL flushes after each handshake flight and alert; nothing else is
     // supported.
-    return command == kBioCtrlFlush ? 1 : 0;
+    if (command != kBioCtrlFlush) {
+        return 0;
+    }
+    Tls *tls = bio_tls(bio);
+    return tls != nullptr && flush_records(*tls) ? 1 : 0;
 }
 
 int hook_send(void *session, void *buffer, int32_t length, int32_t *sent_or_null) {
@@ -86,6 +116,10 @@ int hook_send(void *session, void *buffer, int32_t length, int32_t *sent_or_null
             return transfer_failed(*tls, sent, ERR_SLE_SEND, done, sent_or_null);
         }
         done += sent;
+    }
+    if (!flush_records(*tls)) {
+        err_add_error(ERR_SLE_SEND, tls->label.c_str());
+        return 0;
     }
     report(sent_or_null, done);
     return 1;
@@ -106,6 +140,14 @@ int hook_recv(void *session, void *buffer, int32_t length, int32_t *received_or_
     const Api &ssl = api();
     auto *bytes = static_cast<unsigned char *>(buffer);
     int32_t done = 0;
+    // Whatever OpenSSL still holds to send (an answer to the peer's key
+    // update) leaves before this side waits for the peer.
+    if (!flush_records(*tls)) {
+        sl_net_set_inactive(session);
+        err_add_error(ERR_SLE_RECV, tls->label.c_str());
+        report(received_or_null, 0);
+        return 0;
+    }
     while (done < length) {
         ssl.ERR_clear_error();
         const int received = ssl.SSL_read(tls->ssl, bytes + done, step(length - done));

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <mutex>
 #include <string>
+#include <vector>
 
 #include "internal/handle_tag.h"
 #include "internal/trace.h"
@@ -58,7 +59,15 @@ struct Tls {
     // A fatal TLS error happened: the stream can carry nothing more, not even
     // a close_notify.
     bool broken = false;
+    // Records OpenSSL wrote and the socket has not taken yet: the records of
+    // one hook send (a part's header and body, each cut into records) leave
+    // in one socket send instead of one each.
+    std::vector<unsigned char> pending;
 };
+
+// Sends the records waiting in tls.pending; false (the socket's error on the
+// stack) when the socket refused them, which breaks the stream.
+bool flush_records(Tls &tls);
 
 // The TLS state attached to a session, or null with ERR_SLE_NOTATTACHED (or
 // the network layer's error for a bad session) raised.
