@@ -1,11 +1,10 @@
 // The narrow OS interface, the configuration module's part: putting a fully
 // written temporary file in the place of a configuration file, reserving the
-// room an in-place rewrite needs, and the system's conventions for
-// configuration text and for the crypto library that enciphers fields.
+// room an in-place rewrite needs, and the system's convention for
+// configuration text.
 #pragma once
 
 #include <cstdint>
-#include <span>
 
 // Replaces target by source in one step, so that a reader sees the old file
 // or the new one and never a mix: MoveFileExW with MOVEFILE_REPLACE_EXISTING
@@ -28,6 +27,3 @@ int32_t plat_conf_reserve(int fd, uint64_t size);
 // writes them on this system: "\r\n" on Windows, "\n" on POSIX.
 bool plat_conf_text_uses_crlf();
 
-// The file names the system's libcrypto goes by, newest first, for
-// plat_dynlib_open.
-std::span<const char *const> plat_conf_crypto_library_names();

@@ -34,8 +34,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/conf_io.h"
-#include "platform/dynlib.h"
+#include "internal/openssl_lib.h"
 
 namespace vq::conf {
 
@@ -66,35 +65,22 @@ struct DesFunctions {
     bool ready() const { return cbc != nullptr; }
 };
 
-template <typename Fn>
-Fn function_of(PlatDynlib *lib, const char *name) {
-    return reinterpret_cast<Fn>(plat_dynlib_function(lib, name));
-}
-
-// Tries the names in turn and keeps the first library that has all three
-// functions. The library stays loaded for the life of the process: other
-// threads may be using it at any moment, and the system unloads it at exit.
+// The three DES functions from the process's libcrypto (the shared loader
+// keeps it loaded for the life of the process).
 DesFunctions load_des_functions() {
     DesFunctions des;
-    char why[512] = {0};
-    for (const char *name : plat_conf_crypto_library_names()) {
-        PlatDynlib *lib = plat_dynlib_open(name, why, sizeof why);
-        if (lib == nullptr) {
-            des.failure = std::string("libcrypto could not be loaded: ") + why;
-            continue;
-        }
-        des.string_to_key = function_of<StringToKeyFn>(lib, "DES_string_to_key");
-        des.set_key = function_of<SetKeyFn>(lib, "DES_set_key_unchecked");
-        des.cbc = function_of<CbcFn>(lib, "DES_ncbc_encrypt");
-        if (des.string_to_key != nullptr && des.set_key != nullptr && des.cbc != nullptr) {
-            vq::debug::trace_bit(kTraceBit, "conf: DES functions loaded from <%s>\n", name);
-            des.failure.clear();
-            return des;
-        }
-        des = DesFunctions{};
-        des.failure = std::string("libcrypto has no DES functions: ") + name;
-        plat_dynlib_close(lib);
+    const vq::openssl::Loaded &crypto = vq::openssl::crypto_library();
+    if (!crypto.ready()) {
+        des.failure = crypto.failure;
+    } else if (vq::openssl::find(crypto, "DES_string_to_key", des.string_to_key, &des.failure) &&
+               vq::openssl::find(crypto, "DES_set_key_unchecked", des.set_key, &des.failure) &&
+               vq::openssl::find(crypto, "DES_ncbc_encrypt", des.cbc, &des.failure)) {
+        vq::debug::trace_bit(kTraceBit, "conf: DES functions loaded from <%s>\n", crypto.name.c_str());
+        return des;
     }
+    std::string why = std::move(des.failure);
+    des = DesFunctions{};
+    des.failure = std::move(why);
     vq::debug::trace_bit(kTraceBit, "conf: no DES functions (%s)\n", des.failure.c_str());
     return des;
 }

@@ -101,11 +101,6 @@ int32_t plat_conf_reserve(int fd, uint64_t size) {
 
 bool plat_conf_text_uses_crlf() { return false; }
 
-std::span<const char *const> plat_conf_crypto_library_names() {
-    static constexpr const char *kNames[] = {"libcrypto.so.3", "libcrypto.so.1.1", "libcrypto.so"};
-    return kNames;
-}
-
 int32_t plat_conf_replace_file(const char *source, const char *target) {
     int32_t error = sync_name(source, 0);
     if (error != 0) {

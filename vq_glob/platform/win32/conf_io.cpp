@@ -125,12 +125,3 @@ int32_t plat_conf_reserve(int fd, uint64_t size) {
 }
 
 bool plat_conf_text_uses_crlf() { return true; }
-
-std::span<const char *const> plat_conf_crypto_library_names() {
-#if defined(_WIN64)
-    static constexpr const char *kNames[] = {"libcrypto-3-x64.dll", "libcrypto-1_1-x64.dll"};
-#else
-    static constexpr const char *kNames[] = {"libcrypto-3.dll", "libcrypto-1_1.dll"};
-#endif
-    return kNames;
-}
