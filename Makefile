@@ -1,5 +1,6 @@
 # The two commands of the README, and the builds they are made of.
-#   make demo   set up, build the library and run the demo program
+#   make demo   set up, build the library, run the demo program and the
+#               deployment daemon and client end to end on 127.0.0.1
 #   make test   set up, build and test natively, fuzz briefly, test under wine64,
 #               and build the i686 DLL
 # Further: make asan | tsan | fuzz | bench | install-check
@@ -25,9 +26,9 @@ demo: setup
 	./build/demo/bin/vqglob match "*.cfg" demo.cfg
 	./build/demo/bin/vqglob conf set build/demo/demo.cfg Replication Retries 9
 	./build/demo/bin/vqglob conf get build/demo/demo.cfg Replication Retries
-	./build/demo/bin/vqglob conf dump build/demo/demo.cfg
 	./build/demo/bin/vqglob errors -facility=cnf
-	./build/demo/bin/vqglob conf -help
+	@echo; echo "--- the product: a deployment daemon and its client over TLS ---"
+	./scripts/demo.sh build/demo
 
 test: setup native-test fuzz-test mingw64-test mingw32-build
 
