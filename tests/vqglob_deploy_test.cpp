@@ -37,11 +37,6 @@ void put(const fs::path &path, const std::string &text, int64_t mtime, fs::perms
     fs::last_write_time(path, std::chrono::file_clock::from_sys(std::chrono::sys_seconds(std::chrono::seconds(mtime))));
 }
 
-std::string contents(const fs::path &path) {
-    std::ifstream in(path, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(in), {});
-}
-
 struct stat stat_of(const fs::path &path) {
     struct stat st {};
     EXPECT_EQ(lstat(path.c_str(), &st), 0) << path;
@@ -98,7 +93,11 @@ TEST_F(VqglobDeploy, FirstDeployCopiesTheTreeAndTheNextSendsOnlyWhatChanged) {
     EXPECT_EQ(bin.st_mtime, 1500000002);
     d.wait_connections_closed();
     EXPECT_TRUE(empty_dir(d.root() / ".vqglob-tmp"));
-    EXPECT_NE(contents(scratch_.path() / "serve.log").find("127.0.0.1: deployment committed"), std::string::npos);
+    std::string log = contents(scratch_.path() / "serve.log");
+    EXPECT_NE(log.find("127.0.0.1: deployment committed"), std::string::npos);
+    // The client said goodbye: a plain close, no broken connection.
+    EXPECT_NE(log.find("127.0.0.1: closed"), std::string::npos) << log;
+    EXPECT_EQ(log.find("connection ended"), std::string::npos) << log;
 
     // One file changes; the others stay as they are on the target, inode and time.
     struct stat before = stat_of(d.root() / "a.txt");
@@ -280,6 +279,7 @@ TEST_F(VqglobDeploy, BadConfigurationsExitWithTheStackBeforeListening) {
         {"[Server]\nPort=70000\nInsecure Loopback=TRUE\n" + root, "\"Port\" must be 0 to 65535"},
         {"[Server]\nPort=0\nMax Clients=0\nInsecure Loopback=TRUE\n" + root, "\"Max Clients\" must be 1 or more"},
         {"this is no configuration\n", "illegal line"},
+        {"[Server]\nPort=0\nInsecure Loopback=TRUE\nAllowed Clients=abc\n" + root, "field <Allowed Clients>"},
     };
     for (const auto &[text, reason] : cases) {
         std::ofstream(conf) << text;
@@ -287,6 +287,10 @@ TEST_F(VqglobDeploy, BadConfigurationsExitWithTheStackBeforeListening) {
         EXPECT_EQ(run.status, 1) << text;
         EXPECT_TRUE(run.says(reason)) << text << run.output;
         EXPECT_FALSE(run.says("listening on")) << run.output;
+        // The stack printed is the configuration's, newest entry first, and
+        // nothing left over from the clean-up on top of it.
+        EXPECT_EQ(run.output.rfind("GEN-E-GENERAL, bad configuration file <" + conf.string() + ">", 0), 0u)
+            << run.output;
     }
     ToolResult missing = run_tool({"serve", "-config=" + (scratch_.path() / "none.conf").string()});
     EXPECT_EQ(missing.status, 1);

@@ -11,6 +11,7 @@
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -162,6 +163,12 @@ private:
     std::vector<std::string> lines_;
     bool ended_ = false;
 };
+
+// The whole contents of a file (empty when it cannot be read).
+inline std::string contents(const fs::path &path) {
+    std::ifstream in(path, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(in), {});
+}
 
 struct ToolResult {
     int status = -1;

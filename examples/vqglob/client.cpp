@@ -34,15 +34,27 @@ bool split_host_port(const std::string &text, std::string &host, uint16_t &port)
     return true;
 }
 
+void free_net(void **net) {
+    if (*net != nullptr) {
+        sl_net_free_handle(net);
+    }
+}
+
+void free_tls(void **tls) {
+    if (*tls != nullptr) {
+        sle_free_context(tls);
+    }
+}
+
 Client::Client() {
     slm_allocate_handle(&out_);
     slm_allocate_handle(&in_);
 }
 
 Client::~Client() {
+    close();
     slm_free_handle(&out_);
     slm_free_handle(&in_);
-    sl_net_free_handle(&net_);
 }
 
 bool Client::connect(const std::string &target, void *tls, bool insecure) {
@@ -58,9 +70,11 @@ bool Client::connect(const std::string &target, void *tls, bool insecure) {
         return false;
     }
     sl_net_remote_info info{host.c_str(), nullptr, port};
-    return sl_net_allocate_handle(SL_NET_TCP, &net_) == 1 && sl_net_set_remote_info(net_, 0, &info) == 1 &&
-           sl_net_set_connect_timeout(net_, 30) == 1 && sl_net_connect(net_) == 1 &&
-           (tls == nullptr || sle_attach(tls, net_) == 1);
+    bool ok = sl_net_allocate_handle(SL_NET_TCP, &net_) == 1 && sl_net_set_remote_info(net_, 0, &info) == 1 &&
+              sl_net_set_connect_timeout(net_, 30) == 1 && sl_net_connect(net_) == 1 &&
+              (tls == nullptr || sle_attach(tls, net_) == 1);
+    broken_ = !ok;
+    return ok;
 }
 
 // The TLS context of the -cert, -key and -ca qualifiers, NULL without them.
@@ -75,6 +89,23 @@ bool client_tls_from_options(void **tls) {
     return make_client_tls(cert != nullptr ? cert : "", key != nullptr ? key : "", ca != nullptr ? ca : "", tls);
 }
 
+void Client::close() {
+    if (net_ != nullptr && !broken_) {
+        // What the caller has on the stack outlives the goodbye.
+        void *entries = nullptr;
+        int32_t size = 0;
+        int32_t depth = 0;
+        err_get_stack_desc(&entries, &size, &depth);
+        std::string saved = entries != nullptr ? std::string(static_cast<const char *>(entries), static_cast<size_t>(size))
+                                               : std::string();
+        start(kBye);
+        Reader reader(nullptr);
+        exchange(reader);
+        err_set_stack_desc(saved.data(), size, depth);
+    }
+    free_net(&net_);
+}
+
 void *Client::start(int32_t op) {
     slm_init_handle(out_);
     slm_set_int(out_, kOp, op);
@@ -84,6 +115,7 @@ void *Client::start(int32_t op) {
 bool Client::exchange(Reader &reader) {
     reply_failed_ = false;
     if (slm_send(out_, net_, 1) != 1 || slm_recv(in_, net_) != 1) {
+        broken_ = true;
         err_add_error(ERR_GEN_GENERAL, "the connection to the daemon broke");
         return false;
     }

@@ -29,6 +29,9 @@ public:
     // connection.
     bool exchange(Reader &reader);
     bool reply_failed() const { return reply_failed_; }
+    // Ends the connection with BYE (when it has not broken) and closes it;
+    // the error stack is left as it was.
+    void close();
     void *reply() { return in_; }
 
 private:
@@ -36,6 +39,7 @@ private:
     void *out_ = nullptr;
     void *in_ = nullptr;
     bool reply_failed_ = false;
+    bool broken_ = false;
 };
 
 }  // namespace vqglob

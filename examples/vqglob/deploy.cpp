@@ -195,6 +195,7 @@ void TargetRun::run() {
     if (!ok_) {
         error_ = err_get_error_msg();
     }
+    client_.close();
 }
 
 bool TargetRun::hello(std::vector<FileEntry> &remote) {
@@ -337,7 +338,7 @@ int run_deploy() {
     Options o;
     std::vector<FileEntry> local;
     if (sl_net_init() != 1 || !read_options(o) || !local_files(o, local)) {
-        sle_free_context(&o.tls);
+        free_tls(&o.tls);
         return fail();
     }
     Progress progress;
@@ -359,7 +360,7 @@ int run_deploy() {
         all_ok = all_ok && run->ok();
     }
     std::fflush(stdout);
-    sle_free_context(&o.tls);
+    free_tls(&o.tls);
     sl_net_clean();
     return all_ok ? 0 : 1;
 }

@@ -30,6 +30,9 @@
 //   RELEASES  Reply: RELEASE_NAME (string) per release, oldest first, and
 //             CURRENT (string, empty when there is none).
 //   ROLLBACK  Points "current" at the release before it. Reply: CURRENT.
+//   BYE       Ends the connection: answered with STATUS ok, after which the
+//             daemon closes its side (abandoning a deployment not committed).
+//             A connection that ends without BYE is logged as broken.
 //
 // A manifest entry (and the meta of FILES, without the name) is, numbers
 // big-endian:
@@ -73,7 +76,7 @@ inline constexpr uint16_t kFilesWritten = 29;
 inline constexpr uint16_t kFilesDeleted = 30;
 
 // Operations (values of kOp).
-enum Op : int32_t { kHello = 1, kManifest, kFiles, kDelete, kCommit, kReleases, kRollback };
+enum Op : int32_t { kHello = 1, kManifest, kFiles, kDelete, kCommit, kReleases, kRollback, kBye };
 
 // HELLO flags.
 inline constexpr int32_t kFlagRelease = 1;

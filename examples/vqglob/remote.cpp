@@ -18,12 +18,12 @@ int ask(int32_t op, Reader &reader, Client &client) {
     void *tls = nullptr;
     bool connected = sl_net_init() == 1 && client_tls_from_options(&tls) &&
                      client.connect(target, tls, cli_present("INSECURE", 'Q') == 1);
-    sle_free_context(&tls);  // the connection keeps what it needs
+    free_tls(&tls);  // the connection keeps what it needs
     if (!connected) {
         return fail();
     }
     client.start(op);
-    return client.exchange(reader) ? 0 : fail();
+    return client.exchange(reader) ? 0 : fail();  // the client says BYE when it goes
 }
 
 }  // namespace

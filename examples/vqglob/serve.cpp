@@ -89,7 +89,7 @@ struct Connection {
 class Daemon {
 public:
     explicit Daemon(std::string config_file) : config_file_(std::move(config_file)) {}
-    ~Daemon() { sle_free_context(&tls_); }
+    ~Daemon() { free_tls(&tls_); }
     Daemon(const Daemon &) = delete;
     Daemon &operator=(const Daemon &) = delete;
     int run();
@@ -270,7 +270,7 @@ void Daemon::reload() {
 
 int Daemon::run() {
     if (!start()) {
-        sl_net_free_handle(&listener_);
+        free_net(&listener_);
         return fail();
     }
     install_signal_handlers();
@@ -290,7 +290,7 @@ int Daemon::run() {
     }
     log_line("stopping: open connections are broken off");
     sl_net_free_selection_group(&group);
-    sl_net_free_handle(&listener_);
+    free_net(&listener_);
     stop_connections();
     remove_path(join_path(settings_->target_root, kTempDirName));
     log_line("stopped");

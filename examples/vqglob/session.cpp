@@ -56,8 +56,9 @@ bool set_filter(const Settings &settings, const std::string &base, void *&filter
 }
 
 const char *op_name(int32_t op) {
-    static const char *const kNames[] = {"?", "HELLO", "MANIFEST", "FILES", "DELETE", "COMMIT", "RELEASES", "ROLLBACK"};
-    return op >= kHello && op <= kRollback ? kNames[op] : kNames[0];
+    static const char *const kNames[] = {"?",      "HELLO",    "MANIFEST", "FILES", "DELETE",
+                                         "COMMIT", "RELEASES", "ROLLBACK", "BYE"};
+    return op >= kHello && op <= kBye ? kNames[op] : kNames[0];
 }
 
 }  // namespace
@@ -79,22 +80,30 @@ Session::~Session() {
     remove_path(temp_dir_);
 }
 
+// The operation of the request just received; 0 with the reason on the
+// stack when it names none.
+int32_t Session::read_op(Reader &reader) {
+    uint16_t code = 0;
+    int32_t op = 0;
+    if (!reader.next(code) || code != kOp || !reader.get_int(op)) {
+        err_set_error(ERR_GEN_GENERAL, "a request without an operation");
+        return 0;
+    }
+    return op;
+}
+
 void Session::run() {
     log_line(peer_ + ": connected");
-    for (;;) {
+    for (bool bye = false; !bye;) {
         err_clear_error_stack();
         if (slm_recv(in_, net_) != 1) {
             log_failure(peer_ + ": connection ended");
             break;
         }
         Reader reader(in_);
-        uint16_t code = 0;
-        int32_t op = 0;
-        bool ok = reader.next(code) && code == kOp && reader.get_int(op);
-        if (!ok) {
-            err_set_error(ERR_GEN_GENERAL, "a request without an operation");
-        }
-        ok = ok && handle(op, reader);
+        int32_t op = read_op(reader);
+        bye = op == kBye;
+        bool ok = op != 0 && handle(op, reader);
         if (!ok) {
             log_failure(peer_ + ": " + op_name(op) + " refused");
             make_error_reply(out_);
@@ -111,11 +120,22 @@ void Session::run() {
 
 void Session::refuse(const std::string &reason) {
     log_line(peer_ + ": refused: " + reason);
-    if (slm_recv(in_, net_) == 1) {
-        err_set_error(ERR_GEN_GENERAL, reason.c_str());
-        make_error_reply(out_);
-        slm_send(out_, net_, 1);
+    // Every request but the client's BYE gets the refusal.
+    for (bool bye = false; !bye && slm_recv(in_, net_) == 1;) {
+        Reader reader(in_);
+        bye = read_op(reader) == kBye;
+        err_clear_error_stack();
+        if (bye) {
+            start_ok_reply(out_);
+        } else {
+            err_set_error(ERR_GEN_GENERAL, reason.c_str());
+            make_error_reply(out_);
+        }
+        if (slm_send(out_, net_, 1) != 1) {
+            break;
+        }
     }
+    err_clear_error_stack();
 }
 
 bool Session::handle(int32_t op, Reader &reader) {
@@ -138,6 +158,9 @@ bool Session::handle(int32_t op, Reader &reader) {
         return list_releases_reply();
     case kRollback:
         return rollback();
+    case kBye:
+        close_deployment();  // one not committed is abandoned
+        return start_ok_reply(out_);
     default:
         err_set_error(ERR_GEN_GENERAL, ("unknown operation " + std::to_string(op)).c_str());
         return false;

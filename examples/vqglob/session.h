@@ -1,6 +1,6 @@
 // One client connection on the daemon's side: requests are read and answered
-// one at a time until the client closes, the connection breaks, or the daemon
-// stops (which breaks the connection under it).
+// one at a time until the client says BYE, the connection breaks, or the
+// daemon stops (which breaks the connection under it).
 #ifndef VQGLOB_SESSION_H
 #define VQGLOB_SESSION_H
 
@@ -27,6 +27,7 @@ public:
     void refuse(const std::string &reason);
 
 private:
+    int32_t read_op(Reader &reader);
     bool handle(int32_t op, Reader &reader);
     bool hello(Reader &reader);
     bool send_manifest(int32_t offset);

@@ -104,17 +104,12 @@ bool check(const Settings &s) {
     return true;
 }
 
-}  // namespace
-
-bool load_settings(const std::string &file, Settings &settings) {
-    if (!require_regular_file(file.c_str())) {
-        return false;
-    }
+// Reads file into s; false with the reason on the stack.
+bool read_settings(const std::string &file, Settings &s) {
     void *h = nullptr;
-    if (cconf_allocate_handle(&h, file.c_str(), kTable, kRows) != 1) {
+    if (!require_regular_file(file.c_str()) || cconf_allocate_handle(&h, file.c_str(), kTable, kRows) != 1) {
         return false;
     }
-    Settings s;
     conf_lock_handle(h);
     bool ok = read_fields(h, s);
     char *text = nullptr;
@@ -125,7 +120,14 @@ bool load_settings(const std::string &file, Settings &settings) {
     }
     conf_unlock_handle(h);
     cconf_free_handle(file.c_str());
-    if (!ok || !check(s)) {
+    return ok && check(s);
+}
+
+}  // namespace
+
+bool load_settings(const std::string &file, Settings &settings) {
+    Settings s;
+    if (!read_settings(file, s)) {
         err_add_error(ERR_GEN_GENERAL, ("bad configuration file <" + file + ">").c_str());
         return false;
     }

@@ -25,6 +25,11 @@ bool split_host_port(const std::string &text, std::string &host, uint16_t &port)
 // NULL when none of them is given; false with the reason on the stack.
 bool client_tls_from_options(void **tls);
 
+// Free a network session / TLS context when there is one: the library counts
+// freeing NULL as an error, which would leave a stale entry on the stack.
+void free_net(void **net);
+void free_tls(void **tls);
+
 int run_serve();
 int run_deploy();
 int run_releases();
