@@ -1,6 +1,7 @@
 /* File handles: packet I/O on files through small integer handles, variable-
  * length line records, the CRC of a file, lock files and the file status record
- * carried in general messages.
+ * carried in general messages; and, by name, a file's status, permissions,
+ * times, renames and links.
  *
  * A handle is an index into the calling thread's table, valid only on that
  * thread; -1 means none. The table grows by five entries whenever every entry
@@ -291,6 +292,64 @@ VQ_API int gf_close_search(int32_t h);
 /* The list-file forms behind gf_init_search and gf_next_file for type 1. */
 VQ_API int gf_init_file_search(int32_t h);
 VQ_API int gf_file_search_next_file(int32_t h);
+
+/* ---- One file by name: status, permissions, times, renames and links ------------------------ */
+/* These act on names, not handles. A failure leaves the system's text
+ * (ERR_SYS_ERRMSG) and the code given below with the name(s) on the stack and
+ * is recorded as the thread's last status and system error
+ * (gf_get_last_error(-1), gf_get_last_system_error(-1)). A NULL argument fails
+ * with ERR_FIL_MEMORY_1727, a name beyond GF_MAX_PATH_LENGTH with ERR_FIL_VLONGNAME,
+ * a value out of range with ERR_FIL_BADPAR, all before any system call. */
+
+/* What a name is (the values of DIR_TYPE_* in dir.h). */
+#define GF_TYPE_FILE 1  /* a regular file */
+#define GF_TYPE_DIR 2   /* a directory */
+#define GF_TYPE_LINK 3  /* a symbolic link not followed (any reparse point on Windows) */
+#define GF_TYPE_OTHER 4 /* a device, fifo or socket */
+
+typedef struct gf_file_status {
+    int32_t type;                 /* GF_TYPE_* */
+    uint64_t size;                /* in bytes */
+    int64_t modified_seconds;     /* last write, seconds since 1970 UTC */
+    int32_t modified_nanoseconds; /* 0 to 999,999,999 (100 ns steps on Windows) */
+    uint32_t mode;                /* POSIX permission bits; Windows: 0444 or 0666 by the read-only
+                                     attribute, plus 0111 for a directory */
+    uint64_t device;              /* device and inode tell one object (Windows: volume serial, file index) */
+    uint64_t inode;
+    uint32_t links;               /* hard links to the object */
+} gf_file_status;
+
+/* Fills *status for name: with follow_links != 0 what a symbolic link leads
+ * to (a dangling link fails), else the link itself. ERR_FIL_GETINFO. */
+VQ_API int gf_get_file_status(const char *name, int32_t follow_links, gf_file_status *status);
+/* Sets the permission bits (mode at most 07777) of what name leads to; on
+ * Windows the read-only attribute, set when the owner write bit 0200 is clear. ERR_FIL_SETPROT. */
+VQ_API int gf_set_file_mode(const char *name, uint32_t mode);
+/* Sets the last-write and last-access times of what name leads to: seconds
+ * since 1970 UTC and nanoseconds (0 to 999,999,999). ERR_FIL_SETTIME. */
+VQ_API int gf_set_file_times(const char *name, int64_t seconds, int32_t nanoseconds);
+/* Renames from to to on one file system. replace 1 replaces an existing file to
+ * in one step; replace 0 fails when to exists (the system's "exists" text), leaving
+ * both files as they were. ERR_FIL_RENAME. */
+VQ_API int gf_rename_file(const char *from, const char *to, int32_t replace);
+/* Makes new_name a hard link to the file existing (a symbolic link is linked
+ * as itself on POSIX); an existing new_name fails. ERR_FIL_LINK naming new_name. */
+VQ_API int gf_link_file(const char *existing, const char *new_name);
+/* 1 when sys_error (gf_get_last_system_error(-1) after gf_link_file or
+ * gf_rename_file failed) says the names are on two file systems, so that the caller copies; else 0. */
+VQ_API int gf_is_cross_device_error(int32_t sys_error);
+/* Makes link_name a symbolic link holding target unchanged (a relative target
+ * counts from the link's directory); on Windows a directory link when target
+ * leads to a directory. An existing link_name fails. ERR_FIL_LINK naming link_name. */
+VQ_API int gf_make_symlink(const char *target, const char *link_name);
+/* Copies the whole text of the symbolic link name into buffer (size bytes,
+ * terminator included). A text that does not fit fails with ERR_FIL_BUF and
+ * leaves "" (never a cut text); other failures, a name that is no link among them, ERR_FIL_BADLINK. */
+VQ_API int gf_read_symlink(const char *name, char *buffer, int32_t size);
+/* Creates every missing directory of path with the permission bits mode (at
+ * most 07777) less the umask; existing ones are kept. Reports as gf_make_path, on the
+ * stack only (ERR_GEN_PARAMS for NULL, ERR_FIL_MKDFEX for a non-directory in the way, ERR_FIL_MAKDIR). */
+VQ_API int gf_make_dirs(const char *path, uint32_t mode);
 
 /* ---- Lock files ---------------------------------------------------------------------------- */
 

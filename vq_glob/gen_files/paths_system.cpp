@@ -51,8 +51,8 @@ size_t creatable_start(const std::string &path) {
     return i;
 }
 
-// One directory: present already, or made now.
-bool ensure_dir(const std::string &name) {
+// One directory: present already, or made now with the permission bits mode.
+bool ensure_dir(const std::string &name, uint32_t mode) {
     PlatFsStatus status;
     if (plat_fs_status(name.c_str(), &status) == 0) {
         if (status.is_dir) {
@@ -61,7 +61,7 @@ bool ensure_dir(const std::string &name) {
         err_add_error(ERR_FIL_MKDFEX, name.c_str());
         return false;
     }
-    int32_t code = plat_fs_make_dir(name.c_str());
+    int32_t code = plat_fs_make_dir(name.c_str(), mode);
     if (code == 0) {
         return true;
     }
@@ -74,7 +74,7 @@ bool ensure_dir(const std::string &name) {
     return false;
 }
 
-int make_path(const char *fn, const std::string &path) {
+int make_path(const char *fn, const std::string &path, uint32_t mode = 0777) {
     if (path.empty()) {
         return bad_value(fn, 1);
     }
@@ -91,7 +91,7 @@ int make_path(const char *fn, const std::string &path) {
             }
             size_t end = path.find(kSep, i);
             end = end == std::string::npos ? path.size() : end;
-            if (!ensure_dir(path.substr(0, end))) {
+            if (!ensure_dir(path.substr(0, end), mode)) {
                 return 0;
             }
             i = end;
@@ -225,6 +225,20 @@ VQ_API int gf_make_path(const char *path) {
         return make_path("gf_make_path", path);
     } catch (...) {
         return no_memory("gf_make_path", __LINE__);
+    }
+}
+
+VQ_API int gf_make_dirs(const char *path, uint32_t mode) {
+    if (path == nullptr) {
+        return vq::raise::params(Report::add, "gf_make_dirs", "path");
+    }
+    if (mode > 07777) {
+        return bad_value("gf_make_dirs", 2);
+    }
+    try {
+        return make_path("gf_make_dirs", path, mode);
+    } catch (...) {
+        return no_memory("gf_make_dirs", __LINE__);
     }
 }
 

@@ -37,6 +37,63 @@ struct PlatFsStatus {
 // take any error for "no".
 int32_t plat_fs_status(const char *name, PlatFsStatus *status);
 
+// ---- One file by name: its full status, permissions, times, renames, links -----
+
+enum class PlatFileType { file, dir, link, other };
+
+// What plat_fs_file_status tells of one object.
+struct PlatFileStatus {
+    PlatFileType type = PlatFileType::other;  // link only when not followed
+    uint64_t size = 0;
+    int64_t modified_seconds = 0;      // last write, since 1970 UTC
+    int32_t modified_nanoseconds = 0;  // 0 to 999,999,999 (100 ns steps on Windows)
+    // POSIX permission bits; on Windows 0444 or 0666 from the read-only
+    // attribute, with 0111 added for a directory.
+    uint32_t mode = 0;
+    // st_dev/st_ino on POSIX; the volume serial number and file index on Windows.
+    uint64_t device = 0;
+    uint64_t inode = 0;
+    uint32_t links = 0;  // hard links to the object
+};
+
+// The status of name: with follow_links what a symbolic link (a reparse point
+// on Windows) leads to, a dangling link failing; without, the link itself.
+int32_t plat_fs_file_status(const char *name, bool follow_links, PlatFileStatus *status);
+
+// Sets the permission bits of what name leads to (chmod); Windows sets the
+// read-only attribute when the owner write bit (0200) is clear, else clears it.
+int32_t plat_fs_set_mode(const char *name, uint32_t mode);
+
+// Sets the last-write and last-access times of what name leads to, both to
+// seconds since 1970 and nanoseconds (0 to 999,999,999; Windows keeps 100 ns
+// steps and refuses times before 1601 as an invalid argument).
+int32_t plat_fs_set_times(const char *name, int64_t seconds, int32_t nanoseconds);
+
+// Renames from to to, both names of one file system. With replace an existing
+// non-directory to is replaced in one step; without it an existing to fails
+// with the error plat_fs_is_exists_error recognises and nothing changes
+// (renameat2 RENAME_NOREPLACE, or a hard link and an unlink where the file
+// system lacks it; MoveFileExW without MOVEFILE_REPLACE_EXISTING).
+int32_t plat_fs_rename(const char *from, const char *to, bool replace);
+
+// Makes new_name a hard link to existing (a symbolic link is linked as itself
+// on POSIX). An existing new_name fails as plat_fs_is_exists_error tells.
+int32_t plat_fs_hard_link(const char *existing, const char *new_name);
+
+// True for the error of a rename or link between two file systems (EXDEV /
+// ERROR_NOT_SAME_DEVICE): the caller has to copy instead.
+bool plat_fs_is_cross_device_error(int32_t code);
+
+// Makes link_name a symbolic link holding target as given. On Windows it is a
+// directory link when target (relative to link_name's directory unless full)
+// leads to a directory, which tells the two kinds apart there.
+int32_t plat_fs_make_symlink(const char *target, const char *link_name);
+
+// The text of the symbolic link name, whole and unchanged (readlink; the
+// print or substitute name of a link or junction on Windows). A name that is
+// no link fails (EINVAL / ERROR_NOT_A_REPARSE_POINT).
+int32_t plat_fs_read_link(const char *name, std::string *target);
+
 // The process's current directory, UTF-8, without a trailing separator
 // (except for a root).
 int32_t plat_fs_current_dir(std::string *out);
@@ -48,9 +105,10 @@ int32_t plat_fs_current_dir(std::string *out);
 // directory.
 int32_t plat_fs_full_path(const char *name, std::string *out);
 
-// Creates one directory whose parent exists (mode 0777 less the umask on
-// POSIX). plat_fs_is_exists_error tells a failure because the name exists.
-int32_t plat_fs_make_dir(const char *name);
+// Creates one directory whose parent exists, with the POSIX permission bits
+// mode less the umask (Windows ignores mode). plat_fs_is_exists_error tells a
+// failure because the name exists.
+int32_t plat_fs_make_dir(const char *name, uint32_t mode = 0777);
 bool plat_fs_is_exists_error(int32_t code);
 
 // The short (8.3) form of an existing name (GetShortPathNameW); POSIX has no

@@ -1,8 +1,11 @@
 // POSIX backend: status queries by name, the current directory and full-path
-// expansion, directory creation, and the UTF-8 <-> wchar_t (UTF-32) conversions.
+// expansion, directory creation, permissions, times, renames and links by
+// name, and the UTF-8 <-> wchar_t (UTF-32) conversions.
 #include "platform/platform.h"
 #include "platform/posix/fs_status.h"
+#include "platform/posix/at_names.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -128,6 +131,67 @@ int32_t plat_fs_status(const char *name, PlatFsStatus *status) {
     return 0;
 }
 
+namespace {
+
+PlatFileType type_of(mode_t mode) {
+    if (S_ISREG(mode)) {
+        return PlatFileType::file;
+    }
+    if (S_ISDIR(mode)) {
+        return PlatFileType::dir;
+    }
+    return S_ISLNK(mode) ? PlatFileType::link : PlatFileType::other;
+}
+
+}  // namespace
+
+int32_t plat_fs_file_status(const char *name, bool follow_links, PlatFileStatus *status) {
+    struct stat record {};
+    if ((follow_links ? ::stat(name, &record) : ::lstat(name, &record)) != 0) {
+        return errno;
+    }
+    *status = PlatFileStatus{};
+    status->type = type_of(record.st_mode);
+    status->size = static_cast<uint64_t>(record.st_size);
+    status->modified_seconds = static_cast<int64_t>(record.st_mtim.tv_sec);
+    status->modified_nanoseconds = static_cast<int32_t>(record.st_mtim.tv_nsec);
+    status->mode = static_cast<uint32_t>(record.st_mode & 07777);
+    status->device = static_cast<uint64_t>(record.st_dev);
+    status->inode = static_cast<uint64_t>(record.st_ino);
+    status->links = static_cast<uint32_t>(record.st_nlink);
+    return 0;
+}
+
+int32_t plat_fs_set_mode(const char *name, uint32_t mode) {
+    return ::chmod(name, static_cast<mode_t>(mode & 07777)) == 0 ? 0 : errno;
+}
+
+int32_t plat_fs_set_times(const char *name, int64_t seconds, int32_t nanoseconds) {
+    struct timespec when {};
+    when.tv_sec = static_cast<time_t>(seconds);
+    when.tv_nsec = nanoseconds;
+    const struct timespec times[2] = {when, when};
+    return ::utimensat(AT_FDCWD, name, times, 0) == 0 ? 0 : errno;
+}
+
+int32_t plat_fs_rename(const char *from, const char *to, bool replace) {
+    return plat_posix_rename_at(AT_FDCWD, from, AT_FDCWD, to, replace);
+}
+
+int32_t plat_fs_hard_link(const char *existing, const char *new_name) {
+    return ::linkat(AT_FDCWD, existing, AT_FDCWD, new_name, 0) == 0 ? 0 : errno;
+}
+
+bool plat_fs_is_cross_device_error(int32_t code) { return code == EXDEV; }
+
+int32_t plat_fs_make_symlink(const char *target, const char *link_name) {
+    return ::symlink(target, link_name) == 0 ? 0 : errno;
+}
+
+int32_t plat_fs_read_link(const char *name, std::string *target) {
+    return plat_posix_read_link_at(AT_FDCWD, name, target);
+}
+
 int32_t plat_fs_current_dir(std::string *out) {
     try {
         std::vector<char> buffer(256);
@@ -192,7 +256,9 @@ int32_t plat_fs_full_path(const char *name, std::string *out) {
     }
 }
 
-int32_t plat_fs_make_dir(const char *name) { return ::mkdir(name, 0777) == 0 ? 0 : errno; }
+int32_t plat_fs_make_dir(const char *name, uint32_t mode) {
+    return ::mkdir(name, static_cast<mode_t>(mode & 07777)) == 0 ? 0 : errno;
+}
 
 bool plat_fs_is_exists_error(int32_t code) { return code == EEXIST; }
 

@@ -1,6 +1,6 @@
 // Win32 backend: status queries by name, the current directory and full-path
-// expansion, directory creation, short names, and the UTF-8 <-> UTF-16
-// conversions (code page 65001). Every name goes to the OS in its long-path
+// expansion, directory creation, short names, attributes, times, renames and
+// hard links by name, and the UTF-8 <-> UTF-16 conversions (code page 65001). Every name goes to the OS in its long-path
 // form, so that names beyond MAX_PATH work.
 #include "platform/platform.h"
 
@@ -10,6 +10,7 @@
 
 #include <cerrno>
 #include <climits>
+#include <cstdint>
 #include <cstdio>
 #include <string>
 #include <string_view>
@@ -107,7 +108,214 @@ std::wstring strip_long_prefix(const std::wstring &name) {
     return name;
 }
 
+constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
+// FILETIMEs count 100 ns steps from 1601; Unix times seconds from 1970.
+constexpr int64_t kSecondsFrom1601To1970 = 11644473600LL;
+constexpr int64_t kTicksPerSecond = 10000000;
+
+// Opens name for its attributes (reading them, or with write also setting
+// its times); the name itself when it is a reparse point and follow is false.
+// INVALID_HANDLE_VALUE on failure, with the error in *error.
+HANDLE open_attributes(const char *name, bool follow, bool write, int32_t *error) {
+    std::wstring wide;
+    if (*error = long_name(name, &wide); *error != 0) {
+        return INVALID_HANDLE_VALUE;
+    }
+    const DWORD access = FILE_READ_ATTRIBUTES | (write ? FILE_WRITE_ATTRIBUTES : 0);
+    const DWORD flags = FILE_FLAG_BACKUP_SEMANTICS | (follow ? 0 : FILE_FLAG_OPEN_REPARSE_POINT);
+    HANDLE handle = CreateFileW(wide.c_str(), access, kShareAll, nullptr, OPEN_EXISTING, flags, nullptr);
+    *error = handle == INVALID_HANDLE_VALUE ? last_error() : 0;
+    return handle;
+}
+
+PlatFileType type_of(DWORD attributes, bool follow) {
+    if (!follow && (attributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0) {
+        return PlatFileType::link;
+    }
+    if ((attributes & FILE_ATTRIBUTE_DIRECTORY) != 0) {
+        return PlatFileType::dir;
+    }
+    return (attributes & FILE_ATTRIBUTE_DEVICE) != 0 ? PlatFileType::other : PlatFileType::file;
+}
+
+// Runs call(first, second) on the long-path forms of two names: 0 when it
+// succeeds, else the error of the conversion or of the call.
+template <typename Call>
+int32_t with_long_names(const char *first, const char *second, Call call) {
+    try {
+        std::wstring first_wide;
+        std::wstring second_wide;
+        if (int32_t error = long_name(first, &first_wide); error != 0) {
+            return error;
+        }
+        if (int32_t error = long_name(second, &second_wide); error != 0) {
+            return error;
+        }
+        return call(first_wide.c_str(), second_wide.c_str()) ? 0 : last_error();
+    } catch (...) {
+        return ERROR_NOT_ENOUGH_MEMORY;
+    }
+}
+
+// The full path of name cut into its directory and its last element, which
+// the directory calls take (a root has no last element and fails).
+int32_t split_last(const char *name, std::string *parent, std::string *element) {
+    std::string full;
+    if (int32_t error = plat_fs_full_path(name, &full); error != 0) {
+        return error;
+    }
+    const size_t cut = full.find_last_of("\\/");
+    if (cut == std::string::npos || cut + 1 == full.size()) {
+        return ERROR_INVALID_NAME;
+    }
+    *element = full.substr(cut + 1);
+    // A drive root keeps its separator: "C:" alone is the drive's current directory.
+    full.resize(cut == 2 && plat_path_drive_length(full.c_str()) == 2 ? cut + 1 : cut);
+    *parent = std::move(full);
+    return 0;
+}
+
+// Runs action(dir, element) on the open directory of name's last element.
+template <typename Action>
+int32_t in_parent(const char *name, Action action) {
+    try {
+        std::string parent;
+        std::string element;
+        if (int32_t error = split_last(name, &parent, &element); error != 0) {
+            return error;
+        }
+        PlatDir *dir = nullptr;
+        if (int32_t error = plat_dir_open(parent.c_str(), false, &dir); error != 0) {
+            return error;
+        }
+        int32_t error = action(dir, element, parent);
+        plat_dir_close(dir);
+        return error;
+    } catch (...) {
+        return ERROR_NOT_ENOUGH_MEMORY;
+    }
+}
+
 }  // namespace
+
+int32_t plat_fs_make_symlink(const char *target, const char *link_name) {
+    return in_parent(link_name, [target](PlatDir *dir, const std::string &element, const std::string &parent) {
+        // What the link will lead to: a relative text counts from the link's directory.
+        const bool relative = !plat_path_is_full(target) && plat_path_drive_length(target) == 0 &&
+                              !plat_path_is_separator(target[0]);
+        const std::string destination = relative ? parent + "\\" + target : std::string(target);
+        PlatFsStatus status;
+        const bool to_directory = plat_fs_status(destination.c_str(), &status) == 0 && status.is_dir;
+        return plat_dir_make_link(dir, element.c_str(), target, to_directory);
+    });
+}
+
+int32_t plat_fs_read_link(const char *name, std::string *target) {
+    return in_parent(name, [target](PlatDir *dir, const std::string &element, const std::string & /*parent*/) {
+        return plat_dir_read_link(dir, element.c_str(), target);
+    });
+}
+
+int32_t plat_fs_file_status(const char *name, bool follow_links, PlatFileStatus *status) {
+    try {
+        int32_t error = 0;
+        HANDLE handle = open_attributes(name, follow_links, false, &error);
+        if (handle == INVALID_HANDLE_VALUE) {
+            return error;
+        }
+        BY_HANDLE_FILE_INFORMATION info{};
+        const bool got = GetFileInformationByHandle(handle, &info) != 0;
+        error = got ? 0 : last_error();
+        CloseHandle(handle);
+        if (!got) {
+            return error;
+        }
+        *status = PlatFileStatus{};
+        status->type = type_of(info.dwFileAttributes, follow_links);
+        status->size = (static_cast<uint64_t>(info.nFileSizeHigh) << 32) | info.nFileSizeLow;
+        const int64_t ticks = static_cast<int64_t>((static_cast<uint64_t>(info.ftLastWriteTime.dwHighDateTime) << 32) |
+                                                   info.ftLastWriteTime.dwLowDateTime);
+        // Ticks from 1601 are never negative: split before moving the epoch,
+        // so that times before 1970 keep their nanoseconds positive too.
+        status->modified_seconds = ticks / kTicksPerSecond - kSecondsFrom1601To1970;
+        status->modified_nanoseconds = static_cast<int32_t>((ticks % kTicksPerSecond) * 100);
+        const bool read_only = (info.dwFileAttributes & FILE_ATTRIBUTE_READONLY) != 0;
+        status->mode = (read_only ? 0444u : 0666u) | (status->type == PlatFileType::dir ? 0111u : 0u);
+        status->device = info.dwVolumeSerialNumber;
+        status->inode = (static_cast<uint64_t>(info.nFileIndexHigh) << 32) | info.nFileIndexLow;
+        status->links = info.nNumberOfLinks;
+        return 0;
+    } catch (...) {
+        return ERROR_NOT_ENOUGH_MEMORY;
+    }
+}
+
+int32_t plat_fs_set_mode(const char *name, uint32_t mode) {
+    try {
+        std::wstring wide;
+        if (int32_t error = long_name(name, &wide); error != 0) {
+            return error;
+        }
+        DWORD attributes = GetFileAttributesW(wide.c_str());
+        if (attributes == INVALID_FILE_ATTRIBUTES) {
+            return last_error();
+        }
+        if ((mode & 0200u) != 0) {
+            attributes &= ~static_cast<DWORD>(FILE_ATTRIBUTE_READONLY);
+        } else {
+            attributes |= FILE_ATTRIBUTE_READONLY;
+        }
+        // The attributes GetFileAttributesW reports but SetFileAttributesW
+        // does not take are dropped; none left means a normal file.
+        attributes &= ~static_cast<DWORD>(FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_REPARSE_POINT |
+                                          FILE_ATTRIBUTE_DEVICE | FILE_ATTRIBUTE_COMPRESSED |
+                                          FILE_ATTRIBUTE_ENCRYPTED | FILE_ATTRIBUTE_SPARSE_FILE);
+        if (attributes == 0) {
+            attributes = FILE_ATTRIBUTE_NORMAL;
+        }
+        return SetFileAttributesW(wide.c_str(), attributes) != 0 ? 0 : last_error();
+    } catch (...) {
+        return ERROR_NOT_ENOUGH_MEMORY;
+    }
+}
+
+int32_t plat_fs_set_times(const char *name, int64_t seconds, int32_t nanoseconds) {
+    constexpr int64_t kLatest = INT64_MAX / kTicksPerSecond - kSecondsFrom1601To1970 - 1;
+    if (seconds < -kSecondsFrom1601To1970 || seconds > kLatest || nanoseconds < 0 || nanoseconds > 999999999) {
+        return ERROR_INVALID_PARAMETER;
+    }
+    const auto ticks =
+        static_cast<uint64_t>((seconds + kSecondsFrom1601To1970) * kTicksPerSecond + nanoseconds / 100);
+    FILETIME when{};
+    when.dwLowDateTime = static_cast<DWORD>(ticks & 0xFFFFFFFFu);
+    when.dwHighDateTime = static_cast<DWORD>(ticks >> 32);
+    try {
+        int32_t error = 0;
+        HANDLE handle = open_attributes(name, true, true, &error);
+        if (handle == INVALID_HANDLE_VALUE) {
+            return error;
+        }
+        error = SetFileTime(handle, nullptr, &when, &when) != 0 ? 0 : last_error();
+        CloseHandle(handle);
+        return error;
+    } catch (...) {
+        return ERROR_NOT_ENOUGH_MEMORY;
+    }
+}
+
+int32_t plat_fs_rename(const char *from, const char *to, bool replace) {
+    return with_long_names(from, to, [replace](const wchar_t *old_name, const wchar_t *new_name) {
+        return MoveFileExW(old_name, new_name, replace ? MOVEFILE_REPLACE_EXISTING : 0) != 0;
+    });
+}
+
+int32_t plat_fs_hard_link(const char *existing, const char *new_name) {
+    return with_long_names(existing, new_name, [](const wchar_t *target, const wchar_t *link) {
+        return CreateHardLinkW(link, target, nullptr) != 0;
+    });
+}
+
+bool plat_fs_is_cross_device_error(int32_t code) { return code == ERROR_NOT_SAME_DEVICE; }
 
 int32_t plat_fs_status(const char *name, PlatFsStatus *status) {
     try {
@@ -173,7 +381,7 @@ int32_t plat_fs_full_path(const char *name, std::string *out) {
     }
 }
 
-int32_t plat_fs_make_dir(const char *name) {
+int32_t plat_fs_make_dir(const char *name, uint32_t /*mode*/) {
     try {
         std::wstring wide;
         if (int32_t error = long_name(name, &wide); error != 0) {
