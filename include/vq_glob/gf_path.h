@@ -47,6 +47,16 @@ VQ_API int gf_is_dir(const char *name);
 VQ_API int gf_is_regular(const char *name);
 VQ_API int gf_is_link(const char *name);
 
+/* 1 with *confined 1 when relative_name, joined to the existing directory
+ * root, stays below it; 1 with *confined 0 and *reason (optional; a static
+ * text) for a name that is empty or absolute, holds an empty, "." or ".."
+ * element, a backslash (POSIX) or an element ending in a dot or blank
+ * (Windows), or whose existing part leads out through a symbolic link
+ * (dangling ones included). Consults the file system. 0: PARAMS, VLONGNAME,
+ * or ERR_FIL_EXPAND for a root that cannot be resolved. */
+VQ_API int gf_path_is_confined(const char *root, const char *relative_name, int32_t *confined,
+                               const char **reason);
+
 /* ---- Pointers into a text ------------------------------------------------- */
 
 /* The first separator in text, or NULL when there is none (or for a NULL

@@ -12,6 +12,7 @@
 #include "platform/resolve.h"
 #include "sl_messages/transfer.h"
 #include "vq_glob/err.h"
+#include "vq_glob/gf_path.h"
 #include "vq_glob/slm.h"
 
 namespace vq::slm {
@@ -80,26 +81,6 @@ bool read_info(void *message, AttachmentInfo *out) {
 
 // ---- The target root -------------------------------------------------------------------
 
-// A name that does not stay below the directory it is joined to: a full path,
-// or (Windows) one that starts at a drive or at the root of the current drive.
-bool is_rooted(const std::string &name) {
-    return plat_path_is_full(name.c_str()) || plat_path_drive_length(name.c_str()) > 0 ||
-           (!name.empty() && plat_path_is_separator(name[0]));
-}
-
-bool has_parent_element(const std::string &name) {
-    size_t start = 0;
-    for (size_t i = 0; i <= name.size(); ++i) {
-        if (i == name.size() || plat_path_is_separator(name[i])) {
-            if (name.compare(start, i - start, "..") == 0) {
-                return true;
-            }
-            start = i + 1;
-        }
-    }
-    return false;
-}
-
 std::string joined(const std::string &directory, const std::string &name) {
     if (!directory.empty() && !plat_path_is_separator(directory.back())) {
         return directory + VQ_PATH_SEPARATOR + name;
@@ -107,38 +88,11 @@ std::string joined(const std::string &directory, const std::string &name) {
     return directory + name;
 }
 
-// Where path really leads: the real path of the name itself when it exists
-// (a link is followed, a dangling one fails), else of its deepest existing
-// parent, which is where a create would put it. 0, or the error number.
-int32_t real_location(std::string path, size_t stop, std::string *out) {
-    for (;;) {
-        PlatFileKind kind;
-        if (plat_file_kind_by_name(path.c_str(), false, &kind) == 0 || path.size() <= stop) {
-            return plat_fs_real_path(path.c_str(), out);
-        }
-        size_t cut = path.size() - 1;
-        while (cut > 0 && !plat_path_is_separator(path[cut])) {
-            --cut;
-        }
-        path.resize(cut > stop ? cut : stop);
-    }
-}
-
-bool is_within(const std::string &real, const std::string &root) {
-    if (real.compare(0, root.size(), root) != 0) {
-        return false;
-    }
-    return real.size() == root.size() || plat_path_is_separator(root.back()) ||
-           plat_path_is_separator(real[root.size()]);
-}
-
-// True when path, a relative name joined to the root, stays inside the root
-// once symbolic links are followed.
-bool leads_inside_root(const std::string &root, const std::string &path) {
-    std::string real_root;
-    std::string real;
-    return plat_fs_real_path(root.c_str(), &real_root) == 0 && real_location(path, root.size(), &real) == 0 &&
-           is_within(real, real_root);
+// True when name, joined to the root, stays inside it (gf_path_is_confined);
+// a check that fails counts as leading outside.
+bool stays_inside_root(const std::string &root, const std::string &name) {
+    int32_t confined = 0;
+    return gf_path_is_confined(root.c_str(), name.c_str(), &confined, nullptr) == 1 && confined == 1;
 }
 
 // ---- Keeping an existing file ----------------------------------------------------------
@@ -210,16 +164,11 @@ bool decide_target(const Handle &h, const AttachmentInfo &info, TargetDecision *
         out->path = info.name_on_target;
         if (h.has_target_root) {
             const std::string &name = info.name_on_target;
-            if (is_rooted(name) || has_parent_element(name)) {
+            if (!stays_inside_root(h.target_root, name)) {
                 refuse(out, ERR_MSG_TGTROOT, name.c_str(), h.target_root.c_str());
                 return true;
             }
-            std::string path = joined(h.target_root, name);
-            if (!leads_inside_root(h.target_root, path)) {
-                refuse(out, ERR_MSG_TGTROOT, name.c_str(), h.target_root.c_str());
-                return true;
-            }
-            out->path = std::move(path);
+            out->path = joined(h.target_root, name);
         }
         PlatFileKind kind;
         if (plat_file_kind_by_name(out->path.c_str(), false, &kind) == 0) {
