@@ -4,7 +4,8 @@
 # against the shared and against the static library (a C-only project, so
 # nothing but the package supplies the C++ runtime). Then the README's first
 # program is built from the installed package and run, and the installed
-# vqglob tool runs from bin/ without any library path set.
+# vqglob tool runs from bin/ without any library path set. Last, the Debian
+# package cpack makes is installed into a scratch root and its tool run.
 # Usage: install_check.sh [BUILD_DIR]   install a tree already built there
 #        (default: a fresh Release build of the library and the tool)
 set -eu
@@ -96,4 +97,22 @@ esac
 env -u LD_LIBRARY_PATH "$prefix/bin/vqglob" conf get "$work/first.cfg" Settings Retries >"$work/tool.out" ||
     fail "the installed vqglob does not run"
 [ "$(cat "$work/tool.out")" = 5 ] || fail "installed vqglob printed '$(cat "$work/tool.out")', not 5"
-echo "install check: shared and static consumers (find_package, pkg-config), the first program and the tool run"
+# The Debian package: built by cpack, installed into a scratch dpkg database
+# (its scripts run without a chroot), the tool run from where it landed and
+# the service unit pointing at it and at /etc.
+if command -v dpkg-deb >/dev/null 2>&1; then
+    cpack -G DEB --config "$build/CPackConfig.cmake" -B "$work/package" >/dev/null 2>&1 || fail "cpack -G DEB failed"
+    deb=$(find "$work/package" -maxdepth 1 -name '*.deb')
+    [ -n "$deb" ] || fail "cpack made no .deb"
+    root=$work/deb_root
+    mkdir -p "$root/var/lib/dpkg/info" "$root/var/lib/dpkg/updates"
+    : >"$root/var/lib/dpkg/status"
+    dpkg --instdir="$root" --admindir="$root/var/lib/dpkg" --force-script-chrootless --force-depends \
+        --no-triggers -i "$deb" >/dev/null 2>&1 || fail "the package does not install"
+    env -u LD_LIBRARY_PATH "$root/usr/bin/vqglob" conf get "$work/first.cfg" Settings Retries >"$work/deb_tool.out" ||
+        fail "the packaged vqglob does not run"
+    [ "$(cat "$work/deb_tool.out")" = 5 ] || fail "packaged vqglob printed '$(cat "$work/deb_tool.out")', not 5"
+    grep -qx 'ExecStart=/usr/bin/vqglob serve -config=/etc/vqglob/serve.conf' \
+        "$root/usr/lib/systemd/system/vqglob.service" || fail "the packaged service unit does not start /usr/bin/vqglob"
+fi
+echo "install check: shared and static consumers (find_package, pkg-config), the first program, the tool and the Debian package run"
