@@ -89,21 +89,47 @@ bool client_tls_from_options(void **tls) {
     return make_client_tls(cert != nullptr ? cert : "", key != nullptr ? key : "", ca != nullptr ? ca : "", tls);
 }
 
+namespace {
+
+// Keeps this thread's error stack as it was over a scope.
+class StackKeeper {
+public:
+    StackKeeper() {
+        void *entries = nullptr;
+        err_get_stack_desc(&entries, &size_, &depth_);
+        if (entries != nullptr) {
+            saved_.assign(static_cast<const char *>(entries), static_cast<size_t>(size_));
+        }
+    }
+    ~StackKeeper() { err_set_stack_desc(saved_.data(), size_, depth_); }
+    StackKeeper(const StackKeeper &) = delete;
+    StackKeeper &operator=(const StackKeeper &) = delete;
+
+private:
+    std::string saved_;
+    int32_t size_ = 0;
+    int32_t depth_ = 0;
+};
+
+}  // namespace
+
 void Client::close() {
     if (net_ != nullptr && !broken_) {
-        // What the caller has on the stack outlives the goodbye.
-        void *entries = nullptr;
-        int32_t size = 0;
-        int32_t depth = 0;
-        err_get_stack_desc(&entries, &size, &depth);
-        std::string saved = entries != nullptr ? std::string(static_cast<const char *>(entries), static_cast<size_t>(size))
-                                               : std::string();
+        StackKeeper keep;  // what the caller has on the stack outlives the goodbye
         start(kBye);
         Reader reader(nullptr);
         exchange(reader);
-        err_set_stack_desc(saved.data(), size, depth);
     }
     free_net(&net_);
+}
+
+bool Client::drain(size_t count) {
+    StackKeeper keep;
+    for (; count > 0 && !broken_; --count) {
+        Reader reader(nullptr);
+        receive_reply(reader);
+    }
+    return !broken_;
 }
 
 void *Client::start(int32_t op) {
@@ -112,9 +138,20 @@ void *Client::start(int32_t op) {
     return out_;
 }
 
-bool Client::exchange(Reader &reader) {
+bool Client::exchange(Reader &reader) { return send_request() && receive_reply(reader); }
+
+bool Client::send_request() {
+    if (slm_send(out_, net_, 1) != 1) {
+        broken_ = true;
+        err_add_error(ERR_GEN_GENERAL, "the connection to the daemon broke");
+        return false;
+    }
+    return true;
+}
+
+bool Client::receive_reply(Reader &reader) {
     reply_failed_ = false;
-    if (slm_send(out_, net_, 1) != 1 || slm_recv(in_, net_) != 1) {
+    if (slm_recv(in_, net_) != 1) {
         broken_ = true;
         err_add_error(ERR_GEN_GENERAL, "the connection to the daemon broke");
         return false;

@@ -3,6 +3,7 @@
 #ifndef VQGLOB_CLIENT_H
 #define VQGLOB_CLIENT_H
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 
@@ -28,6 +29,13 @@ public:
     // after STATUS otherwise. reply_failed tells a failed reply from a broken
     // connection.
     bool exchange(Reader &reader);
+    // The two halves of exchange, for requests sent ahead of their replies:
+    // replies come in the order of the requests.
+    bool send_request();
+    bool receive_reply(Reader &reader);
+    // Reads and drops count replies still owed (after a failed one), the
+    // error stack left as it was; false when the connection broke.
+    bool drain(size_t count);
     bool reply_failed() const { return reply_failed_; }
     // Ends the connection with BYE (when it has not broken) and closes it;
     // the error stack is left as it was.

@@ -4,6 +4,7 @@
 // included; links are not followed.
 #include <chrono>
 #include <cstdio>
+#include <deque>
 #include <map>
 #include <thread>
 
@@ -217,31 +218,47 @@ bool TargetRun::hello(std::vector<FileEntry> &remote) {
     return true;
 }
 
+// Batches go out ahead of their replies, up to kBatchesAhead at once, so
+// that the daemon puts one batch in place while the next is on its way.
 bool TargetRun::send_files(const Plan &plan) {
+    struct Batch {
+        size_t files = 0;
+        uint64_t bytes = 0;
+    };
+    std::deque<Batch> waiting;
     size_t index = 0;
-    while (index < plan.send.size()) {
-        void *request = client_.start(kFiles);
-        uint64_t batch_bytes = 0;
-        size_t batch_files = 0;
-        for (; index < plan.send.size() && batch_files < kBatchFiles && batch_bytes < kBatchBytes; ++index) {
-            const FileEntry &entry = *plan.send[index];
-            std::string meta = pack_meta(entry);
-            std::string path = join_path(o_.dir, entry.name);
-            if (slm_set_string(request, kFileName, entry.name.c_str()) != 1 ||
-                slm_set_void(request, kFileMeta, meta.data(), kMetaBytes) != 1 ||
-                slm_set_att(request, kFileData, path.c_str(), 1) != 1) {
+    while (index < plan.send.size() || !waiting.empty()) {
+        if (index < plan.send.size() && waiting.size() < kBatchesAhead) {
+            Batch batch;
+            void *request = client_.start(kFiles);
+            for (; index < plan.send.size() && batch.files < kBatchFiles && batch.bytes < kBatchBytes; ++index) {
+                const FileEntry &entry = *plan.send[index];
+                std::string meta = pack_meta(entry);
+                std::string path = join_path(o_.dir, entry.name);
+                if (slm_set_string(request, kFileName, entry.name.c_str()) != 1 ||
+                    slm_set_void(request, kFileMeta, meta.data(), kMetaBytes) != 1 ||
+                    slm_set_att(request, kFileData, path.c_str(), 1) != 1) {
+                    client_.drain(waiting.size());
+                    return false;
+                }
+                batch.bytes += entry.size;
+                ++batch.files;
+            }
+            if (!client_.send_request()) {
                 return false;
             }
-            batch_bytes += entry.size;
-            ++batch_files;
+            waiting.push_back(batch);
+            continue;
         }
         Reader reader(nullptr);
-        if (!client_.exchange(reader)) {
+        if (!client_.receive_reply(reader)) {
+            client_.drain(waiting.size() - 1);
             return false;
         }
-        sent_ += static_cast<int>(batch_files);
-        bytes_ += batch_bytes;
-        progress_.advance(target_, batch_files, batch_bytes);
+        sent_ += static_cast<int>(waiting.front().files);
+        bytes_ += waiting.front().bytes;
+        progress_.advance(target_, waiting.front().files, waiting.front().bytes);
+        waiting.pop_front();
     }
     return true;
 }

@@ -21,6 +21,7 @@
 //   FILES     per file: FILE_NAME (string), FILE_META (void, kMetaBytes),
 //             FILE_DATA (binary attachment); at most kBatchFiles files or
 //             kBatchBytes bytes of data per message. Reply: FILES_WRITTEN.
+//             The client may send the next FILES before this reply.
 //   DELETE    DELETE_NAMES (void): relative names, each ended by a NUL.
 //             Reply: FILES_DELETED (int).
 //   COMMIT    Ends the deployment: runs the post-deploy command, switches
@@ -87,8 +88,12 @@ inline constexpr int32_t kStatusFailed = 1;
 
 inline constexpr uint32_t kMetaBytes = 24;
 inline constexpr size_t kManifestChunkBytes = 8u << 20;
-inline constexpr size_t kBatchFiles = 256;
-inline constexpr uint64_t kBatchBytes = 64u << 20;
+// A FILES batch is cut at kBatchFiles files or kBatchBytes bytes; the client
+// sends up to kBatchesAhead batches before it reads their replies (each a few
+// bytes, so neither side can block the other on a full socket).
+inline constexpr size_t kBatchFiles = 64;
+inline constexpr uint64_t kBatchBytes = 8u << 20;
+inline constexpr size_t kBatchesAhead = 4;
 // The longest relative name accepted (bytes).
 inline constexpr size_t kMaxNameBytes = 4096;
 
