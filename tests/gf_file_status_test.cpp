@@ -67,11 +67,19 @@ protected:
 
     // Makes a symbolic link, or tells why the system does not let us.
     bool symlink_or_skip(const std::string &target, const std::string &link) {
-        if (gf_make_symlink(target.c_str(), link.c_str()) == 1) {
-            return true;
+        if (gf_make_symlink(target.c_str(), link.c_str()) != 1) {
+            skip_reason_ = std::string("symbolic links cannot be made here: ") + err_get_error_msg();
+            return false;
         }
-        skip_reason_ = std::string("symbolic links cannot be made here: ") + err_get_error_msg();
-        return false;
+#ifdef _WIN32
+        // Wine makes the link but cannot open it again afterwards.
+        gf_file_status status{};
+        if (gf_get_file_status(link.c_str(), 0, &status) != 1) {
+            skip_reason_ = std::string("symbolic links made here cannot be opened: ") + err_get_error_msg();
+            return false;
+        }
+#endif
+        return true;
     }
 
     fs::path dir_;
