@@ -5,6 +5,7 @@
 #include <chrono>
 #include <cstdio>
 #include <deque>
+#include <future>
 #include <map>
 #include <thread>
 
@@ -160,8 +161,11 @@ Plan make_plan(const std::vector<FileEntry> &local, const std::vector<FileEntry>
 
 class TargetRun {
 public:
-    TargetRun(const Options &o, const std::vector<FileEntry> &local, std::string target, Progress &progress)
-        : o_(o), local_(local), target_(std::move(target)), progress_(progress) {}
+    // local is read once local_ready says it was listed (true) or failed.
+    TargetRun(const Options &o, const std::vector<FileEntry> &local, std::shared_future<bool> local_ready,
+              std::string target, Progress &progress)
+        : o_(o), local_(local), local_ready_(std::move(local_ready)), target_(std::move(target)),
+          progress_(progress) {}
     void run();
     bool ok() const { return ok_; }
     void report() const;
@@ -175,6 +179,7 @@ private:
 
     const Options &o_;
     const std::vector<FileEntry> &local_;
+    std::shared_future<bool> local_ready_;
     std::string target_;
     Progress &progress_;
     Client client_;
@@ -313,9 +318,14 @@ bool TargetRun::commit() {
     return ok;
 }
 
+// The daemon lists its side while the local files are still being read.
 bool TargetRun::deploy() {
     std::vector<FileEntry> remote;
     if (!client_.connect(target_, o_.tls, o_.insecure) || !hello(remote)) {
+        return false;
+    }
+    if (!local_ready_.get()) {
+        err_set_error(ERR_GEN_GENERAL, "the local files could not be listed");
         return false;
     }
     Plan plan = make_plan(local_, remote, o_.remove);
@@ -354,22 +364,30 @@ void TargetRun::report() const {
 int run_deploy() {
     Options o;
     std::vector<FileEntry> local;
-    if (sl_net_init() != 1 || !read_options(o) || !local_files(o, local)) {
+    if (sl_net_init() != 1 || !read_options(o)) {
         free_tls(&o.tls);
         return fail();
     }
     Progress progress;
+    std::promise<bool> listed;
+    std::shared_future<bool> local_ready = listed.get_future().share();
     std::vector<std::unique_ptr<TargetRun>> runs;
     for (const std::string &target : o.targets) {
-        runs.push_back(std::make_unique<TargetRun>(o, local, target, progress));
+        runs.push_back(std::make_unique<TargetRun>(o, local, local_ready, target, progress));
     }
     std::vector<std::thread> threads;
     for (auto &run : runs) {
         threads.emplace_back([&run] { run->run(); });
     }
+    bool local_ok = local_files(o, local);  // its reason stays on this thread's stack
+    listed.set_value(local_ok);
     bool all_ok = true;
     for (size_t i = 0; i < threads.size(); ++i) {
         threads[i].join();
+    }
+    if (!local_ok) {
+        free_tls(&o.tls);
+        return fail();
     }
     progress.finish();
     for (auto &run : runs) {
