@@ -70,9 +70,11 @@
  * 32768 bytes is refused before anything is allocated; a body is at most
  * SLM_MAX_BODY_SIZE bytes, an attachment-information message at most
  * SLM_MAX_ATT_INFO_SIZE, a message carries at most SLM_MAX_ATTACHMENTS
- * attachments. With slm_set_target_root, a name on the target that is
- * absolute, holds "..", or resolves (after symbolic links) outside the root is
- * refused and nothing is written.
+ * attachments. With slm_set_target_root, a name on the target must pass
+ * gf_path_is_confined (gf_path.h) against the root: one that is absolute or
+ * empty, holds an empty, "." or ".." element (or a backslash on POSIX), or
+ * resolves through symbolic links outside the root is refused and nothing is
+ * written.
  *
  * Functions return 1 on success and 0 on failure with the cause on the error
  * stack (ERR_MSG_*, ERR_GEN_PARAMS for a null handle or output pointer,

@@ -3,6 +3,7 @@
 // renameat2), so that names longer than PATH_MAX work and a name replaced by
 // a symbolic link is never followed where the caller said not to.
 #include "platform/platform.h"
+#include "platform/posix/at_names.h"
 #include "platform/posix/fs_status.h"
 
 #include <dirent.h>
@@ -341,22 +342,7 @@ int32_t plat_dir_make_child(PlatDir *dir, const char *name, uint32_t mode) {
 }
 
 int32_t plat_dir_read_link(PlatDir *dir, const char *name, std::string *target) {
-    try {
-        std::vector<char> buffer(256);
-        for (;;) {
-            ssize_t n = ::readlinkat(dir->fd, name, buffer.data(), buffer.size());
-            if (n < 0) {
-                return errno;
-            }
-            if (static_cast<size_t>(n) < buffer.size()) {
-                target->assign(buffer.data(), static_cast<size_t>(n));
-                return 0;
-            }
-            buffer.resize(buffer.size() * 2);  // it may have been cut: ask again with more room
-        }
-    } catch (...) {
-        return ENOMEM;
-    }
+    return plat_posix_read_link_at(dir->fd, name, target);
 }
 
 int32_t plat_dir_make_link(PlatDir *dir, const char *name, const char *target, bool /*to_directory*/) {
@@ -394,19 +380,5 @@ int32_t plat_dir_copy_attributes(PlatDir *from, PlatDir *to) {
 }
 
 int32_t plat_dir_rename_child(PlatDir *dir, const char *from, const char *to, bool replace) {
-    if (replace) {
-        return ::renameat(dir->fd, from, dir->fd, to) == 0 ? 0 : errno;
-    }
-    if (::renameat2(dir->fd, from, dir->fd, to, RENAME_NOREPLACE) == 0) {
-        return 0;
-    }
-    if (errno != EINVAL && errno != ENOSYS) {
-        return errno;
-    }
-    // A file system without the no-replace rename: a hard link refuses an
-    // existing name just as well, and the old name then goes.
-    if (::linkat(dir->fd, from, dir->fd, to, 0) != 0) {
-        return errno;
-    }
-    return ::unlinkat(dir->fd, from, 0) == 0 ? 0 : errno;
+    return plat_posix_rename_at(dir->fd, from, dir->fd, to, replace);
 }
