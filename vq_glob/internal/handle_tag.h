@@ -38,6 +38,8 @@ enum class Kind : uint32_t {
     message = 0x484D4C53u,        // "SLMH"
     dir_list = 0x4C524944u,       // "DIRL"
     filter = 0x544C4946u,         // "FILT"
+    sle_context = 0x43454C53u,    // "SLEC"
+    sle_tls = 0x54454C53u,        // "SLET"
 };
 
 inline constexpr uint32_t kFreed = 0x44414544u;  // "DEAD"

@@ -14,8 +14,8 @@
 namespace vq::sle {
 
 // Handle tags of this layer's objects ("SLEC", "SLET" in a memory dump).
-inline constexpr tag::Kind kContextKind = static_cast<tag::Kind>(0x43454C53u);
-inline constexpr tag::Kind kTlsKind = static_cast<tag::Kind>(0x54454C53u);
+inline constexpr tag::Kind kContextKind = tag::Kind::sle_context;
+inline constexpr tag::Kind kTlsKind = tag::Kind::sle_tls;
 
 inline constexpr int32_t kClient = 0;
 inline constexpr int32_t kServer = 1;
