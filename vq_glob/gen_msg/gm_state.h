@@ -13,6 +13,7 @@
 
 #include <cstdint>
 
+#include "internal/big_endian.h"
 #include "internal/frame.h"
 #include "vq_glob/api.h"
 #include "vq_glob/dbg.h"
@@ -112,24 +113,10 @@ inline bool tracing() { return dbg_check_mask(kTraceChannel) != 0; }
 
 // ---- byte order -------------------------------------------------------------------
 
-inline void put16(unsigned char *p, uint16_t v) {
-    p[0] = static_cast<unsigned char>(v >> 8);
-    p[1] = static_cast<unsigned char>(v);
-}
-
-inline void put32(unsigned char *p, uint32_t v) {
-    p[0] = static_cast<unsigned char>(v >> 24);
-    p[1] = static_cast<unsigned char>(v >> 16);
-    p[2] = static_cast<unsigned char>(v >> 8);
-    p[3] = static_cast<unsigned char>(v);
-}
-
-inline uint16_t get16(const unsigned char *p) { return static_cast<uint16_t>((p[0] << 8) | p[1]); }
-
-inline uint32_t get32(const unsigned char *p) {
-    return (static_cast<uint32_t>(p[0]) << 24) | (static_cast<uint32_t>(p[1]) << 16) |
-           (static_cast<uint32_t>(p[2]) << 8) | static_cast<uint32_t>(p[3]);
-}
+inline void put16(unsigned char *p, uint16_t v) { be::store16(p, v); }
+inline void put32(unsigned char *p, uint32_t v) { be::store32(p, v); }
+inline uint16_t get16(const unsigned char *p) { return be::load16(p); }
+inline uint32_t get32(const unsigned char *p) { return be::load32(p); }
 
 // The key a getter looks a code up under: inside the getters' struct, the
 // struct's code and the code.

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "internal/big_endian.h"
 #include "internal/handle_tag.h"
 
 namespace vq::slm {
@@ -57,20 +58,10 @@ struct Handle {
 };
 
 // Numbers as the message holds them: big-endian, at any alignment.
-inline void store_be16(unsigned char *p, uint16_t v) {
-    p[0] = static_cast<unsigned char>(v >> 8);
-    p[1] = static_cast<unsigned char>(v);
-}
-inline void store_be32(unsigned char *p, uint32_t v) {
-    p[0] = static_cast<unsigned char>(v >> 24);
-    p[1] = static_cast<unsigned char>(v >> 16);
-    p[2] = static_cast<unsigned char>(v >> 8);
-    p[3] = static_cast<unsigned char>(v);
-}
-inline uint16_t load_be16(const unsigned char *p) { return static_cast<uint16_t>((p[0] << 8) | p[1]); }
-inline uint32_t load_be32(const unsigned char *p) {
-    return (uint32_t{p[0]} << 24) | (uint32_t{p[1]} << 16) | (uint32_t{p[2]} << 8) | uint32_t{p[3]};
-}
+inline void store_be16(unsigned char *p, uint16_t v) { be::store16(p, v); }
+inline void store_be32(unsigned char *p, uint32_t v) { be::store32(p, v); }
+inline uint16_t load_be16(const unsigned char *p) { return be::load16(p); }
+inline uint32_t load_be32(const unsigned char *p) { return be::load32(p); }
 
 // Raises ERR_GEN_MEMORY for function at line of this module; returns 0.
 int no_memory(const char *function, int line);

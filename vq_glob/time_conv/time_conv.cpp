@@ -7,6 +7,7 @@
 #include <cstring>
 #include <ctime>
 
+#include "internal/big_endian.h"
 #include "platform/platform.h"
 #include "time_conv/time_conv.h"
 #include "vq_glob/dbg.h"
@@ -99,17 +100,15 @@ int broken_down_to_stamp(std::tm fields, const char *what, tvtime *out) {
 // The field's bytes in memory become the value's big-endian bytes, which is
 // what htonl does on any host; the reverse reads them back.
 void to_wire(uint32_t *field) {
-    uint32_t v = *field;
-    unsigned char bytes[4] = {static_cast<unsigned char>(v >> 24), static_cast<unsigned char>(v >> 16),
-                              static_cast<unsigned char>(v >> 8), static_cast<unsigned char>(v)};
+    unsigned char bytes[4];
+    be::store32(bytes, *field);
     std::memcpy(field, bytes, sizeof bytes);
 }
 
 void from_wire(uint32_t *field) {
     unsigned char bytes[4];
     std::memcpy(bytes, field, sizeof bytes);
-    *field = (static_cast<uint32_t>(bytes[0]) << 24) | (static_cast<uint32_t>(bytes[1]) << 16) |
-             (static_cast<uint32_t>(bytes[2]) << 8) | static_cast<uint32_t>(bytes[3]);
+    *field = be::load32(bytes);
 }
 
 void zone_to_wire(int32_t *zone) {
