@@ -1,11 +1,12 @@
-// File-system helpers. The library has no calls for a file's size, time and
-// mode, for setting them, for renames or for links, so these go through
-// std::filesystem; walks, CRCs, directory creation and removal go through
-// the library.
+// File-system helpers. Status, modes, times, renames, links and directory
+// creation go through the library's calls by name; walks, CRCs and removal
+// through its directory and file calls. std::filesystem remains only where
+// the library has no call: an exclusive directory creation, the copy made
+// when a hard link cannot cross file systems, and removing an empty directory
+// (never its contents).
 #include "files.h"
 
 #include <algorithm>
-#include <chrono>
 #include <filesystem>
 #include <system_error>
 
@@ -30,6 +31,21 @@ bool system_failure(const std::error_code &error, const std::string &what) {
 bool refuse_name(const std::string &name, const char *why) {
     std::string text = "refused file name <" + name + ">: " + why;
     err_set_error(ERR_GEN_GENERAL, text.c_str());
+    return false;
+}
+
+// gf_get_file_status without leaving a failure on the stack: for questions
+// whose "no" is an answer, not an error.
+bool quiet_status(const std::string &path, gf_file_status &status) {
+    void *entries = nullptr;
+    int32_t size = 0;
+    int32_t depth = 0;
+    err_get_stack_desc(&entries, &size, &depth);
+    std::string saved(static_cast<const char *>(entries), entries != nullptr ? static_cast<size_t>(size) : 0u);
+    if (gf_get_file_status(path.c_str(), 0, &status) == 1) {
+        return true;
+    }
+    err_set_stack_desc(saved.data(), static_cast<int32_t>(saved.size()), depth);
     return false;
 }
 
@@ -94,21 +110,21 @@ std::string join_path(const std::string &base, const std::string &relative) {
 }
 
 bool stat_file(const std::string &path, FileEntry &entry) {
-    std::error_code error;
-    fs::path p(path);
-    auto status = fs::status(p, error);
-    if (!error && !fs::is_regular_file(status)) {
-        return refuse_name(path, "not a regular file");
+    gf_file_status status{};
+    return file_status(path, status) && entry_from_status(status, entry);
+}
+
+bool file_status(const std::string &path, gf_file_status &status) {
+    if (gf_get_file_status(path.c_str(), 1, &status) != 1) {
+        return false;
     }
-    uintmax_t size = error ? 0 : fs::file_size(p, error);
-    auto when = error ? fs::file_time_type() : fs::last_write_time(p, error);
-    if (error) {
-        return system_failure(error, "cannot examine <" + path + ">");
-    }
-    auto seconds = std::chrono::floor<std::chrono::seconds>(std::chrono::file_clock::to_sys(when));
-    entry.size = size;
-    entry.mtime = seconds.time_since_epoch().count();
-    entry.mode = static_cast<uint32_t>(status.permissions() & fs::perms::mask);
+    return status.type == GF_TYPE_FILE || refuse_name(path, "not a regular file");
+}
+
+bool entry_from_status(const gf_file_status &status, FileEntry &entry) {
+    entry.size = status.size;
+    entry.mtime = status.modified_seconds;  // nanoseconds are never negative: this is the floor
+    entry.mode = status.mode & 07777u;
     return true;
 }
 
@@ -125,53 +141,54 @@ bool file_crc(const std::string &path, uint32_t &crc) {
 }
 
 bool set_mode_and_time(const std::string &path, uint32_t mode, int64_t mtime) {
-    std::error_code error;
-    fs::permissions(path, static_cast<fs::perms>(mode) & fs::perms::mask, error);
-    if (!error) {
-        std::chrono::sys_seconds when{std::chrono::seconds(mtime)};
-        fs::last_write_time(path, std::chrono::file_clock::from_sys(when), error);
-    }
-    return !error || system_failure(error, "cannot set the mode and time of <" + path + ">");
+    return gf_set_file_mode(path.c_str(), mode & 07777u) == 1 && gf_set_file_times(path.c_str(), mtime, 0) == 1;
 }
 
 bool rename_path(const std::string &from, const std::string &to) {
-    std::error_code error;
-    fs::rename(from, to, error);
-    return !error || system_failure(error, "cannot rename <" + from + "> to <" + to + ">");
+    return gf_rename_file(from.c_str(), to.c_str(), 1) == 1;
 }
 
 bool remove_path(const std::string &path) { return gf_remove_recursive(path.c_str(), nullptr) == 1; }
 
+// A copy is made only when the two names lie on different file systems.
 bool link_or_copy(const std::string &from, const std::string &to) {
-    std::error_code error;
-    fs::create_hard_link(from, to, error);
-    if (error) {
-        error.clear();
-        fs::copy_file(from, to, fs::copy_options::overwrite_existing, error);
-        FileEntry entry;
-        if (!error && stat_file(from, entry)) {
-            return set_mode_and_time(to, entry.mode, entry.mtime);
-        }
+    if (gf_link_file(from.c_str(), to.c_str()) == 1) {
+        return true;
     }
-    return !error || system_failure(error, "cannot link or copy <" + from + "> to <" + to + ">");
+    if (gf_is_cross_device_error(gf_get_last_system_error(-1)) != 1) {
+        return false;
+    }
+    std::error_code error;
+    fs::copy_file(from, to, fs::copy_options::overwrite_existing, error);
+    if (error) {
+        return system_failure(error, "cannot copy <" + from + "> to <" + to + ">");
+    }
+    FileEntry entry;
+    return stat_file(from, entry) && set_mode_and_time(to, entry.mode, entry.mtime);
 }
 
 bool make_symlink(const std::string &target, const std::string &path) {
-    std::error_code error;
-    fs::create_symlink(target, path, error);
-    return !error || system_failure(error, "cannot make the link <" + path + ">");
+    return gf_make_symlink(target.c_str(), path.c_str()) == 1;
 }
 
 bool read_symlink(const std::string &path, std::string &target) {
-    std::error_code error;
-    fs::path text = fs::read_symlink(path, error);
-    if (error) {
+    gf_file_status status{};
+    if (!quiet_status(path, status) || status.type != GF_TYPE_LINK) {
         return false;
     }
-    target = text.generic_string();
+    std::vector<char> buffer(GF_MAX_PATH_LENGTH + 1);
+    if (gf_read_symlink(path.c_str(), buffer.data(), static_cast<int32_t>(buffer.size())) != 1) {
+        return false;
+    }
+    target = buffer.data();
+#ifdef _WIN32
+    std::replace(target.begin(), target.end(), '\\', '/');
+#endif
     return true;
 }
 
+// The library creates missing directories but keeps existing ones, and a
+// release directory must be new: this one creation stays with the C++ library.
 bool make_new_directory(const std::string &path) {
     std::error_code error;
     if (fs::create_directory(path, error)) {
@@ -182,8 +199,8 @@ bool make_new_directory(const std::string &path) {
 }
 
 bool path_exists(const std::string &path) {
-    std::error_code error;
-    return fs::exists(fs::symlink_status(path, error));
+    gf_file_status status{};
+    return quiet_status(path, status);
 }
 
 bool valid_relative_name(const std::string &name) {
@@ -212,25 +229,25 @@ bool valid_relative_name(const std::string &name) {
 }
 
 bool prepare_parent(const std::string &root, const std::string &name, bool create) {
-    std::string dir = root;
-    size_t start = 0;
-    for (size_t slash = name.find('/'); slash != std::string::npos; slash = name.find('/', start)) {
-        dir = join_path(dir, name.substr(start, slash - start));
-        start = slash + 1;
-        std::error_code error;
-        auto status = fs::symlink_status(dir, error);
-        if (fs::is_symlink(status)) {
-            return refuse_name(name, "a directory on its way is a symbolic link");
-        }
-        if (fs::exists(status) && !fs::is_directory(status)) {
-            return refuse_name(name, "a file stands where its directory should be");
-        }
-        if (!fs::exists(status) && create && gf_make_path(dir.c_str()) != 1) {
+    size_t slash = name.rfind('/');
+    if (slash != std::string::npos) {
+        std::string parent = name.substr(0, slash);
+        int32_t confined = 0;
+        const char *why = nullptr;
+        if (gf_path_is_confined(root.c_str(), parent.c_str(), &confined, &why) != 1) {
             return false;
         }
+        if (confined != 1) {
+            return refuse_name(name, why);
+        }
+        std::string dir = join_path(root, parent);
+        gf_file_status status{};
+        if (quiet_status(dir, status) ? status.type != GF_TYPE_DIR : create && gf_make_dirs(dir.c_str(), 0777) != 1) {
+            return refuse_name(name, "a file stands where its directory should be");
+        }
     }
-    std::error_code error;
-    if (fs::is_directory(fs::symlink_status(join_path(root, name), error))) {
+    gf_file_status status{};
+    if (quiet_status(join_path(root, name), status) && status.type == GF_TYPE_DIR) {
         return refuse_name(name, "a directory has that name on the target");
     }
     return true;
@@ -241,7 +258,9 @@ void remove_empty_parents(const std::string &root, const std::string &name) {
     for (size_t slash = rel.rfind('/'); slash != std::string::npos; slash = rel.rfind('/')) {
         rel.resize(slash);
         std::error_code error;
-        if (!fs::is_empty(join_path(root, rel), error) || error || !fs::remove(join_path(root, rel), error)) {
+        // remove() takes only an empty directory, so a file another
+        // connection has just put there keeps its directory.
+        if (!fs::remove(join_path(root, rel), error) || error) {
             return;
         }
     }

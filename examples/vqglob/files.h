@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "protocol.h"
+#include "vq_glob/gf.h"
 
 namespace vqglob {
 
@@ -18,6 +19,10 @@ std::string join_path(const std::string &base, const std::string &relative);
 // Size, modification time (Unix seconds, truncated) and permission bits of a
 // regular file (links followed); crc is left alone.
 bool stat_file(const std::string &path, FileEntry &entry);
+// The full status of a regular file (links followed); false for anything else.
+bool file_status(const std::string &path, gf_file_status &status);
+// Size, whole-second modification time and permission bits of status into entry.
+bool entry_from_status(const gf_file_status &status, FileEntry &entry);
 // The library's CRC-32 of a file's contents (0 for an empty file).
 bool file_crc(const std::string &path, uint32_t &crc);
 // Sets permission bits and modification time (whole seconds).
@@ -26,7 +31,8 @@ bool set_mode_and_time(const std::string &path, uint32_t mode, int64_t mtime);
 bool rename_path(const std::string &from, const std::string &to);
 // Removes a file, link or whole directory; a missing one is no error.
 bool remove_path(const std::string &path);
-// Makes a hard link, or a copy keeping mode and time when the system refuses.
+// Makes a hard link, or a copy keeping mode and time when the two names are
+// on different file systems.
 bool link_or_copy(const std::string &from, const std::string &to);
 // Makes a symbolic link at path whose text is target.
 bool make_symlink(const std::string &target, const std::string &path);
@@ -41,10 +47,10 @@ bool path_exists(const std::string &path);
 // no empty, "." or ".." element, no backslash, no drive, no control byte,
 // at most kMaxNameBytes; false with the reason naming the file otherwise.
 bool valid_relative_name(const std::string &name);
-// Makes sure the directories leading to root/name are directories, none of
-// them a symbolic link (which could lead out of root), and that root/name is
-// no directory; with create, the missing directories are made. false
-// (nothing made past the refusal) otherwise.
+// Makes sure the directories leading to root/name stay below root (no
+// symbolic link on the way leads out) and are directories, and that
+// root/name is no directory; with create, the missing directories are made.
+// false (nothing made past the refusal) otherwise.
 bool prepare_parent(const std::string &root, const std::string &name, bool create);
 // Removes the directories that became empty above root/name, up to root.
 void remove_empty_parents(const std::string &root, const std::string &name);
