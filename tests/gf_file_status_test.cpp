@@ -1,11 +1,13 @@
 // One file by name: status with and without following links, permission bits
-// and times read back, renames that do and do not replace, hard links (also
-// across file systems), symbolic links, creating directory chains, and the
-// check that keeps a relative name below its root.
+// and times read back, the change time a restored modification time leaves,
+// renames that do and do not replace, hard links (also across file systems),
+// symbolic links, creating directory chains, and the check that keeps a
+// relative name below its root.
 #include <gtest/gtest.h>
 
 #include <cstdint>
 #include <cstring>
+#include <ctime>
 #include <filesystem>
 #include <fstream>
 #include <string>
@@ -124,6 +126,23 @@ TEST_F(GfByName, StatusTellsFileDirectoryAndLinkWithAndWithoutFollowing) {
     EXPECT_TRUE(stack_has(ERR_FIL_GETINFO)) << err_get_error_msg();
     EXPECT_EQ(gf_get_last_error(-1), static_cast<int32_t>(ERR_FIL_GETINFO));
     EXPECT_EQ(untouched.size, 77u) << "a failed query leaves the record alone";
+}
+
+// The change time cannot be set back with the modification time, which is
+// what lets a cache notice a file rewritten and then given its old time again.
+TEST_F(GfByName, ChangeTimeStaysAtTheLastChangeWhenTheModificationTimeIsSetBack) {
+    const std::string name = at("f.txt");
+    write_text(name, "x");
+    const int64_t before = static_cast<int64_t>(std::time(nullptr));
+    ASSERT_EQ(gf_set_file_times(name.c_str(), 1000000000, 0), 1) << err_get_error_msg();
+    const gf_file_status status = status_of(name, 1);
+    const int64_t after = static_cast<int64_t>(std::time(nullptr));
+    EXPECT_EQ(status.modified_seconds, 1000000000);
+    // A second either side for clocks of coarser steps than the file system's.
+    EXPECT_GE(status.changed_seconds, before - 1);
+    EXPECT_LE(status.changed_seconds, after + 1);
+    EXPECT_GE(status.changed_nanoseconds, 0);
+    EXPECT_LE(status.changed_nanoseconds, 999999999);
 }
 
 TEST_F(GfByName, ModeAndTimesAreReadBackAsSet) {

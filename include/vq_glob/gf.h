@@ -317,6 +317,11 @@ typedef struct gf_file_status {
     uint64_t device;              /* device and inode tell one object (Windows: volume serial, file index) */
     uint64_t inode;
     uint32_t links;               /* hard links to the object */
+    int64_t changed_seconds;      /* last status change (POSIX st_ctim, Windows ChangeTime): moves
+                                     with every write, rename, link or change of mode or times, and
+                                     cannot be set back, so a rewrite hidden by a restored
+                                     modification time still shows here; seconds since 1970 UTC */
+    int32_t changed_nanoseconds;  /* 0 to 999,999,999 (100 ns steps on Windows) */
 } gf_file_status;
 
 /* Fills *status for name: with follow_links != 0 what a symbolic link leads

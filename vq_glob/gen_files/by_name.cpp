@@ -108,6 +108,8 @@ VQ_API int gf_get_file_status(const char *name, int32_t follow_links, gf_file_st
     status->device = found.device;
     status->inode = found.inode;
     status->links = found.links;
+    status->changed_seconds = found.changed_seconds;
+    status->changed_nanoseconds = found.changed_nanoseconds;
     return 1;
 }
 

@@ -54,6 +54,9 @@ struct PlatFileStatus {
     uint64_t device = 0;
     uint64_t inode = 0;
     uint32_t links = 0;  // hard links to the object
+    // Last status change: st_ctim on POSIX, ChangeTime of FileBasicInfo on Windows.
+    int64_t changed_seconds = 0;
+    int32_t changed_nanoseconds = 0;
 };
 
 // The status of name: with follow_links what a symbolic link (a reparse point

@@ -159,6 +159,8 @@ int32_t plat_fs_file_status(const char *name, bool follow_links, PlatFileStatus 
     status->device = static_cast<uint64_t>(record.st_dev);
     status->inode = static_cast<uint64_t>(record.st_ino);
     status->links = static_cast<uint32_t>(record.st_nlink);
+    status->changed_seconds = static_cast<int64_t>(record.st_ctim.tv_sec);
+    status->changed_nanoseconds = static_cast<int32_t>(record.st_ctim.tv_nsec);
     return 0;
 }
 

@@ -128,6 +128,13 @@ HANDLE open_attributes(const char *name, bool follow, bool write, int32_t *error
     return handle;
 }
 
+// Ticks from 1601 are never negative: split before moving the epoch, so
+// that times before 1970 keep their nanoseconds positive too.
+void unix_time_of(int64_t ticks, int64_t *seconds, int32_t *nanoseconds) {
+    *seconds = ticks / kTicksPerSecond - kSecondsFrom1601To1970;
+    *nanoseconds = static_cast<int32_t>((ticks % kTicksPerSecond) * 100);
+}
+
 PlatFileType type_of(DWORD attributes, bool follow) {
     if (!follow && (attributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0) {
         return PlatFileType::link;
@@ -224,7 +231,9 @@ int32_t plat_fs_file_status(const char *name, bool follow_links, PlatFileStatus 
             return error;
         }
         BY_HANDLE_FILE_INFORMATION info{};
-        const bool got = GetFileInformationByHandle(handle, &info) != 0;
+        FILE_BASIC_INFO basic{};  // the only source of the change time
+        const bool got = GetFileInformationByHandle(handle, &info) != 0 &&
+                         GetFileInformationByHandleEx(handle, FileBasicInfo, &basic, sizeof basic) != 0;
         error = got ? 0 : last_error();
         CloseHandle(handle);
         if (!got) {
@@ -235,10 +244,8 @@ int32_t plat_fs_file_status(const char *name, bool follow_links, PlatFileStatus 
         status->size = (static_cast<uint64_t>(info.nFileSizeHigh) << 32) | info.nFileSizeLow;
         const int64_t ticks = static_cast<int64_t>((static_cast<uint64_t>(info.ftLastWriteTime.dwHighDateTime) << 32) |
                                                    info.ftLastWriteTime.dwLowDateTime);
-        // Ticks from 1601 are never negative: split before moving the epoch,
-        // so that times before 1970 keep their nanoseconds positive too.
-        status->modified_seconds = ticks / kTicksPerSecond - kSecondsFrom1601To1970;
-        status->modified_nanoseconds = static_cast<int32_t>((ticks % kTicksPerSecond) * 100);
+        unix_time_of(ticks, &status->modified_seconds, &status->modified_nanoseconds);
+        unix_time_of(basic.ChangeTime.QuadPart, &status->changed_seconds, &status->changed_nanoseconds);
         const bool read_only = (info.dwFileAttributes & FILE_ATTRIBUTE_READONLY) != 0;
         status->mode = (read_only ? 0444u : 0666u) | (status->type == PlatFileType::dir ? 0111u : 0u);
         status->device = info.dwVolumeSerialNumber;
