@@ -12,8 +12,10 @@
 #include <string>
 
 #include "../examples/vqglob/protocol.h"
+#include "support/env_var.h"
 #include "support/net_support.h"
 #include "vq_glob/err.h"
+#include "vq_glob/hash.h"
 #include "vq_glob/sl_net.h"
 #include "vq_glob/slm.h"
 #include "vqglob_harness.h"
@@ -48,7 +50,7 @@ std::map<std::string, std::string> tree(const fs::path &dir) {
     std::map<std::string, std::string> files;
     for (auto it = fs::recursive_directory_iterator(dir); it != fs::recursive_directory_iterator(); ++it) {
         std::string rel = fs::relative(it->path(), dir).generic_string();
-        if (rel.rfind(".vqglob-tmp", 0) == 0 || rel.rfind("releases", 0) == 0 || rel == "current") {
+        if (rel.rfind(".vqglob-", 0) == 0 || rel.rfind("releases", 0) == 0 || rel == "current") {
             it.disable_recursion_pending();
             continue;
         }
@@ -71,8 +73,15 @@ protected:
         put(src() / ".hidden", "dot file", 1500000001);
         put(src() / "sub/deep/b.bin", std::string("\0\1\2binary", 9), 1500000002, fs::perms(0750));
         put(src() / "sub/c.log", "log", 1500000003);
+        // The client's CRC cache goes to the scratch directory, not the user's.
+        vq::test::set_env("XDG_CACHE_HOME", (scratch_.path() / "cache").c_str());
+    }
+    void TearDown() override {
+        vq::test::set_env("XDG_CACHE_HOME", nullptr);
+        vq::test::set_env("VQGLOB_TIMESTAMP_STEP_NS", nullptr);
     }
     fs::path src() const { return scratch_.path() / "src"; }
+    fs::path client_cache_dir() const { return scratch_.path() / "cache/vqglob"; }
     ToolResult deploy(const Daemon &d, std::vector<std::string> extra = {}) {
         std::vector<std::string> args = {"deploy", src().string(), "-to=" + d.target(), "-insecure"};
         args.insert(args.end(), extra.begin(), extra.end());
@@ -117,6 +126,83 @@ TEST_F(VqglobDeploy, FirstDeployCopiesTheTreeAndTheNextSendsOnlyWhatChanged) {
     ASSERT_EQ(third.status, 0) << third.output;
     EXPECT_EQ(contents(d.root() / "a.txt"), "ALPHA");
     EXPECT_TRUE(third.says("1 sent, 3 skipped")) << third.output;
+}
+
+// Both sides remember CRCs; each must notice a file rewritten in place with
+// its size and modification time restored, which only the change time tells.
+TEST_F(VqglobDeploy, RememberedCrcsMissAFileRewrittenWithItsSizeAndTimeRestored) {
+    vq::test::set_env("VQGLOB_TIMESTAMP_STEP_NS", "0");  // this file system keeps nanoseconds
+    Daemon d(scratch_.path(), "");
+    ASSERT_EQ(deploy(d).status, 0);
+    ToolResult again = deploy(d);
+    ASSERT_EQ(again.status, 0) << again.output;
+    EXPECT_TRUE(again.says("0 sent, 4 skipped")) << again.output;
+    EXPECT_TRUE(again.says("local CRCs: 4 remembered, 0 read")) << again.output;
+    d.child().wait_line("4 files held, 4 CRCs remembered");
+
+    put(src() / "a.txt", "ALPHA", 1500000000);  // same inode, size and time
+    ToolResult source_side = deploy(d);
+    ASSERT_EQ(source_side.status, 0) << source_side.output;
+    EXPECT_TRUE(source_side.says("1 sent, 3 skipped")) << source_side.output;
+    EXPECT_EQ(contents(d.root() / "a.txt"), "ALPHA");
+
+    put(d.root() / "sub/c.log", "LOG", 1500000003);  // the target's copy, likewise
+    ToolResult target_side = deploy(d);
+    ASSERT_EQ(target_side.status, 0) << target_side.output;
+    EXPECT_TRUE(target_side.says("1 sent, 3 skipped")) << target_side.output;
+    EXPECT_EQ(contents(d.root() / "sub/c.log"), "log");
+
+    // Without the cache every file is read; nothing of it is needed.
+    ToolResult uncached = deploy(d, {"-no_cache"});
+    EXPECT_TRUE(uncached.says("0 sent, 4 skipped")) << uncached.output;
+    EXPECT_TRUE(uncached.says("local CRCs: 0 remembered, 4 read")) << uncached.output;
+}
+
+// A cache file is untrusted input: torn or lying, it is ignored with a note,
+// the deployment is still right and a good cache replaces it.
+TEST_F(VqglobDeploy, DamagedCacheFilesAreIgnoredAndReplaced) {
+    vq::test::set_env("VQGLOB_TIMESTAMP_STEP_NS", "0");
+    auto d = std::make_unique<Daemon>(scratch_.path(), "");
+    ASSERT_EQ(deploy(*d).status, 0);
+    ASSERT_EQ(deploy(*d).status, 0);  // the daemon's cache is written now
+    EXPECT_EQ(d->stop(), 0);
+    const fs::path daemon_cache = d->root() / ".vqglob-crc-cache";
+    std::string whole = contents(daemon_cache);
+    ASSERT_GT(whole.size(), 40u);
+    std::ofstream(daemon_cache, std::ios::binary | std::ios::trunc) << whole.substr(0, whole.size() / 2);
+
+    // A well-formed header whose count and name length promise more than
+    // the file holds, under a correct checksum.
+    std::vector<fs::path> client_files;
+    for (const auto &entry : fs::directory_iterator(client_cache_dir())) {
+        client_files.push_back(entry.path());
+    }
+    ASSERT_EQ(client_files.size(), 1u);
+    std::string lying("VQGCRC1\n\0\0\0\0\xff\xff\xff\x7f\xff\xff" "abc", 21);
+    updcrc(nullptr, 0);
+    uint32_t sum = updcrc(reinterpret_cast<const unsigned char *>(lying.data()), static_cast<uint32_t>(lying.size()));
+    for (int i = 0; i < 4; ++i) {
+        lying.push_back(static_cast<char>((sum >> (8 * i)) & 0xff));
+    }
+    std::ofstream(client_files[0], std::ios::binary | std::ios::trunc) << lying;
+
+    put(d->root() / "a.txt", "ALPHA", 1500000000);  // only reading it again finds this
+    d = std::make_unique<Daemon>(scratch_.path(), "");
+    ToolResult run = deploy(*d);
+    ASSERT_EQ(run.status, 0) << run.output;
+    EXPECT_TRUE(run.says("note: CRCs are read from the files again")) << run.output;
+    EXPECT_TRUE(run.says("local CRCs: 0 remembered, 4 read")) << run.output;
+    EXPECT_TRUE(run.says("1 sent, 3 skipped")) << run.output;
+    EXPECT_EQ(tree(d->root()), tree(src()));
+    EXPECT_GE(d->child().count_lines("CRCs are read from the files again"), 1u) << d->child().output();
+
+    ToolResult next = deploy(*d);
+    EXPECT_TRUE(next.says("local CRCs: 4 remembered, 0 read")) << next.output;
+    EXPECT_FALSE(next.says("note:")) << next.output;
+    d->wait_connections_closed();
+    d->child().wait_line("4 files held, 4 CRCs remembered");
+    EXPECT_TRUE(empty_dir(d->root() / ".vqglob-tmp"));
+    EXPECT_EQ(std::distance(fs::directory_iterator(client_cache_dir()), fs::directory_iterator()), 1);
 }
 
 TEST_F(VqglobDeploy, DeleteRemovesWhatTheSourceLostAndDryRunOnlyTellsIt) {

@@ -2,19 +2,31 @@
 // daemon holds, to every target at once (a thread per target), and reports
 // per target. Without -include/-exclude every regular file is sent, dot files
 // included; links are not followed.
+//
+// A local file is read for its CRC only when a target holds it with the same
+// size and time (the CRC decides) or when it is sent (the daemon checks what
+// arrives against it), and then once for all targets. The CRCs are
+// remembered in a cache file per source directory, so an unchanged file is
+// not read again on the next run (crc_cache.h says when an entry is trusted).
+#include <atomic>
 #include <chrono>
 #include <cstdio>
+#include <cstdlib>
 #include <deque>
 #include <future>
 #include <map>
+#include <memory>
+#include <mutex>
 #include <thread>
 
 #include "client.h"
+#include "crc_cache.h"
 #include "files.h"
 #include "progress.h"
 #include "tool.h"
 #include "vq_glob/cli.h"
 #include "vq_glob/conf.h"
+#include "vq_glob/env.h"
 #include "vq_glob/err.h"
 #include "vq_glob/filter.h"
 #include "vq_glob/gf_path.h"
@@ -35,6 +47,7 @@ struct Options {
     bool remove = false;
     bool dry_run = false;
     bool release = false;
+    bool no_cache = false;
     void *tls = nullptr;  // client context of -cert/-key/-ca, or NULL
 };
 
@@ -59,6 +72,7 @@ bool read_options(Options &o) {
     o.remove = cli_present("DELETE", 'Q') == 1;
     o.dry_run = cli_present("DRY_RUN", 'Q') == 1;
     o.release = cli_present("RELEASE", 'Q') == 1;
+    o.no_cache = cli_present("NO_CACHE", 'Q') == 1;
     if (o.targets.empty()) {
         err_set_error(ERR_GEN_GENERAL, "deploy needs -to=HOST:PORT[,HOST:PORT...]");
         return false;
@@ -101,7 +115,7 @@ bool local_files(const Options &o, std::vector<FileEntry> &entries) {
               set_rules(conf, "Exclude Non Recursive Part List", "Exclude Recursive Part List", o.exclude, false) &&
               conf_set_bool_field(conf, "Filter Params", "Ignore UNIX Hidden Files", 0) == 1 &&
               conf_set_bool_field(conf, "Filter Params", "Ignore UNIX Mount Points", 0) == 1 &&
-              make_filter(conf, o.dir, &filter) && list_tree(o.dir, filter, nullptr, true, entries);
+              make_filter(conf, o.dir, &filter) && list_tree(o.dir, filter, nullptr, nullptr, entries);
     close_filter(filter);
     conf_free_handle(&conf);
     return ok;
@@ -124,28 +138,83 @@ bool read_manifest(Reader &reader, std::vector<FileEntry> &entries, int32_t &nex
     return true;
 }
 
-bool same_file(const FileEntry &a, const FileEntry &b) {
-    return a.size == b.size && a.mtime == b.mtime && a.crc == b.crc;
-}
+// The CRCs of the local files, each found once, by whichever target asks
+// first, through the cache when there is one.
+class LocalCrcs {
+public:
+    LocalCrcs(const std::string &dir, CrcCache *cache) : dir_(dir), cache_(cache) {}
+    // Once the files are listed, before any get.
+    void listed(const std::vector<FileEntry> &local) {
+        local_ = &local;
+        once_ = std::make_unique<std::once_flag[]>(local.size());
+        crcs_.assign(local.size(), 0);
+        errors_.assign(local.size(), std::string());
+    }
+    size_t remembered() const { return remembered_.load(); }
+    size_t read() const { return read_.load(); }
+    // The CRC of local file index; false with the reason on the stack.
+    bool get(size_t index, uint32_t &crc) {
+        std::call_once(once_[index], [this, index] { find(index); });
+        if (!errors_[index].empty()) {
+            err_set_error(ERR_GEN_GENERAL, errors_[index].c_str());
+            return false;
+        }
+        crc = crcs_[index];
+        return true;
+    }
+
+private:
+    void find(size_t index) {
+        const FileEntry &entry = (*local_)[index];
+        const std::string path = join_path(dir_, entry.name);
+        bool remembered = false;
+        bool ok = cache_ != nullptr ? cache_->crc_of(entry.name, path, crcs_[index], remembered)
+                                    : file_crc(path, crcs_[index]);
+        if (!ok) {
+            errors_[index] = err_get_error_msg();
+        }
+        ++(remembered ? remembered_ : read_);
+    }
+
+    std::string dir_;
+    CrcCache *cache_;
+    const std::vector<FileEntry> *local_ = nullptr;
+    std::unique_ptr<std::once_flag[]> once_;
+    std::vector<uint32_t> crcs_;
+    std::vector<std::string> errors_;
+    std::atomic<size_t> remembered_{0};
+    std::atomic<size_t> read_{0};
+};
 
 struct Plan {
-    std::vector<const FileEntry *> send;
+    std::vector<size_t> send;  // indexes of the local files
     std::vector<std::string> remove;
     int skipped = 0;
 };
 
-Plan make_plan(const std::vector<FileEntry> &local, const std::vector<FileEntry> &remote, bool remove) {
-    Plan plan;
+// A file whose size or time differs is sent without its CRC being compared;
+// only where both match does the CRC decide.
+bool make_plan(const std::vector<FileEntry> &local, LocalCrcs &crcs, const std::vector<FileEntry> &remote,
+               bool remove, Plan &plan) {
     std::map<std::string, const FileEntry *> there;
     for (const FileEntry &entry : remote) {
         there[entry.name] = &entry;
     }
-    for (const FileEntry &entry : local) {
+    for (size_t i = 0; i < local.size(); ++i) {
+        const FileEntry &entry = local[i];
         auto it = there.find(entry.name);
-        if (it != there.end() && same_file(entry, *it->second)) {
+        bool same = false;
+        if (it != there.end() && entry.size == it->second->size && entry.mtime == it->second->mtime) {
+            uint32_t crc = 0;
+            if (!crcs.get(i, crc)) {
+                return false;
+            }
+            same = crc == it->second->crc;
+        }
+        if (same) {
             ++plan.skipped;
         } else {
-            plan.send.push_back(&entry);
+            plan.send.push_back(i);
         }
         if (it != there.end()) {
             there.erase(it);
@@ -156,15 +225,15 @@ Plan make_plan(const std::vector<FileEntry> &local, const std::vector<FileEntry>
             plan.remove.push_back(name);
         }
     }
-    return plan;
+    return true;
 }
 
 class TargetRun {
 public:
     // local is read once local_ready says it was listed (true) or failed.
-    TargetRun(const Options &o, const std::vector<FileEntry> &local, std::shared_future<bool> local_ready,
-              std::string target, Progress &progress)
-        : o_(o), local_(local), local_ready_(std::move(local_ready)), target_(std::move(target)),
+    TargetRun(const Options &o, const std::vector<FileEntry> &local, LocalCrcs &crcs,
+              std::shared_future<bool> local_ready, std::string target, Progress &progress)
+        : o_(o), local_(local), crcs_(crcs), local_ready_(std::move(local_ready)), target_(std::move(target)),
           progress_(progress) {}
     void run();
     bool ok() const { return ok_; }
@@ -179,6 +248,7 @@ private:
 
     const Options &o_;
     const std::vector<FileEntry> &local_;
+    LocalCrcs &crcs_;
     std::shared_future<bool> local_ready_;
     std::string target_;
     Progress &progress_;
@@ -237,9 +307,13 @@ bool TargetRun::send_files(const Plan &plan) {
             Batch batch;
             void *request = client_.start(kFiles);
             for (; index < plan.send.size() && batch.files < kBatchFiles && batch.bytes < kBatchBytes; ++index) {
-                const FileEntry &entry = *plan.send[index];
-                std::string meta = pack_meta(entry);
+                FileEntry entry = local_[plan.send[index]];
                 std::string path = join_path(o_.dir, entry.name);
+                if (!crcs_.get(plan.send[index], entry.crc)) {
+                    client_.drain(waiting.size());
+                    return false;
+                }
+                std::string meta = pack_meta(entry);
                 if (slm_set_string(request, kFileName, entry.name.c_str()) != 1 ||
                     slm_set_void(request, kFileMeta, meta.data(), kMetaBytes) != 1 ||
                     slm_set_att(request, kFileData, path.c_str(), 1) != 1) {
@@ -328,11 +402,14 @@ bool TargetRun::deploy() {
         err_set_error(ERR_GEN_GENERAL, "the local files could not be listed");
         return false;
     }
-    Plan plan = make_plan(local_, remote, o_.remove);
+    Plan plan;
+    if (!make_plan(local_, crcs_, remote, o_.remove, plan)) {
+        return false;
+    }
     skipped_ = plan.skipped;
     if (o_.dry_run) {
-        for (const FileEntry *entry : plan.send) {
-            progress_.line(target_ + ": would send " + entry->name);
+        for (size_t index : plan.send) {
+            progress_.line(target_ + ": would send " + local_[index].name);
         }
         for (const std::string &name : plan.remove) {
             progress_.line(target_ + ": would delete " + name);
@@ -340,8 +417,8 @@ bool TargetRun::deploy() {
         return true;
     }
     uint64_t bytes = 0;
-    for (const FileEntry *entry : plan.send) {
-        bytes += entry->size;
+    for (size_t index : plan.send) {
+        bytes += local_[index].size;
     }
     progress_.plan(plan.send.size(), bytes);
     return send_files(plan) && delete_files(plan) && commit();
@@ -359,6 +436,73 @@ void TargetRun::report() const {
     }
 }
 
+// A cache that cannot be used costs only reading: a note, and the run goes on.
+void cache_note(const std::string &what) {
+    std::fprintf(stderr, "vqglob: note: %s: %s\n", what.c_str(), err_get_error_msg());
+    err_clear_error_stack();
+}
+
+uint64_t fnv1a(const std::string &text) {
+    uint64_t hash = 0xcbf29ce484222325ull;
+    for (unsigned char c : text) {
+        hash = (hash ^ c) * 0x100000001b3ull;
+    }
+    return hash;
+}
+
+// Where the CRCs of the files of dir are kept: $XDG_CACHE_HOME/vqglob, else
+// HOME/.cache/vqglob, one file named by a hash of dir's full path, which the
+// file holds too (two directories never share one). false with the reason
+// on the stack.
+bool cache_location(const std::string &dir, std::string &full, std::string &folder, std::string &file) {
+    char *expanded = nullptr;
+    int32_t size = 0;
+    bool ok = gf_expand_full_path(dir.c_str(), &expanded, &size) == 1 && expanded != nullptr;
+    full = ok ? expanded : "";
+    std::free(expanded);
+    if (!ok) {
+        return false;
+    }
+    const char *xdg = std::getenv("XDG_CACHE_HOME");
+    if (xdg != nullptr && gf_is_full_path(xdg) == 1) {
+        folder = join_path(xdg, "vqglob");
+    } else {
+        const char *home = env_get_home_dir();
+        if (home == nullptr || *home == '\0') {
+            return false;
+        }
+        folder = join_path(join_path(home, ".cache"), "vqglob");
+    }
+    char name[32];
+    std::snprintf(name, sizeof name, "%016llx.crc", static_cast<unsigned long long>(fnv1a(full)));
+    file = join_path(folder, name);
+    return true;
+}
+
+// The local cache: read when its file exists; NULL with -no_cache or when
+// no place for it is known.
+std::unique_ptr<CrcCache> open_cache(const Options &o, std::string &folder, std::string &file) {
+    std::string full;
+    if (o.no_cache) {
+        return nullptr;
+    }
+    if (!cache_location(o.dir, full, folder, file)) {
+        cache_note("no place for the CRC cache");
+        return nullptr;
+    }
+    auto cache = std::make_unique<CrcCache>(full);
+    if (path_exists(file) && !cache->load(file)) {
+        cache_note("CRCs are read from the files again");
+    }
+    return cache;
+}
+
+void save_cache(CrcCache &cache, const std::string &folder, const std::string &file) {
+    if (gf_make_dirs(folder.c_str(), 0700) != 1 || !cache.save(file, folder)) {
+        cache_note("the CRC cache was not saved");
+    }
+}
+
 }  // namespace
 
 int run_deploy() {
@@ -368,18 +512,25 @@ int run_deploy() {
         free_tls(&o.tls);
         return fail();
     }
+    std::string cache_folder;
+    std::string cache_file;
+    std::unique_ptr<CrcCache> cache = open_cache(o, cache_folder, cache_file);
+    LocalCrcs crcs(o.dir, cache.get());
     Progress progress;
     std::promise<bool> listed;
     std::shared_future<bool> local_ready = listed.get_future().share();
     std::vector<std::unique_ptr<TargetRun>> runs;
     for (const std::string &target : o.targets) {
-        runs.push_back(std::make_unique<TargetRun>(o, local, local_ready, target, progress));
+        runs.push_back(std::make_unique<TargetRun>(o, local, crcs, local_ready, target, progress));
     }
     std::vector<std::thread> threads;
     for (auto &run : runs) {
         threads.emplace_back([&run] { run->run(); });
     }
     bool local_ok = local_files(o, local);  // its reason stays on this thread's stack
+    if (local_ok) {
+        crcs.listed(local);
+    }
     listed.set_value(local_ok);
     bool all_ok = true;
     for (size_t i = 0; i < threads.size(); ++i) {
@@ -389,7 +540,11 @@ int run_deploy() {
         free_tls(&o.tls);
         return fail();
     }
+    if (cache != nullptr) {
+        save_cache(*cache, cache_folder, cache_file);
+    }
     progress.finish();
+    std::printf("local CRCs: %zu remembered, %zu read\n", crcs.remembered(), crcs.read());
     for (auto &run : runs) {
         run->report();
         all_ok = all_ok && run->ok();

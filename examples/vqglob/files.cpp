@@ -57,10 +57,10 @@ std::string relative_of(const std::string &root, const char *path) {
     return rel;
 }
 
-bool add_file(const std::string &root, const char *path, bool with_crc, std::vector<FileEntry> &entries) {
+bool add_file(const std::string &root, const char *path, const CrcSource *crc, std::vector<FileEntry> &entries) {
     FileEntry entry;
     entry.name = relative_of(root, path);
-    if (!stat_file(path, entry) || (with_crc && !file_crc(path, entry.crc))) {
+    if (!stat_file(path, entry) || (crc != nullptr && !(*crc)(entry.name, path, entry.crc))) {
         return false;
     }
     entries.push_back(std::move(entry));
@@ -68,7 +68,7 @@ bool add_file(const std::string &root, const char *path, bool with_crc, std::vec
 }
 
 // Every regular file of the walk of dir (recursive unless flat).
-bool walk(const std::string &root, const std::string &dir, void *filter, bool flat, bool with_crc,
+bool walk(const std::string &root, const std::string &dir, void *filter, bool flat, const CrcSource *crc,
           std::vector<FileEntry> &entries, std::vector<std::string> *subdirs) {
     void *list = nullptr;
     int32_t flags = DIR_LIST_FILES | (flat ? DIR_LIST_NO_RECURSE : 0);
@@ -90,7 +90,7 @@ bool walk(const std::string &root, const std::string &dir, void *filter, bool fl
         if (flat && filter != nullptr && Skip(filter, path, 1, &skip) != 1) {
             ok = false;
         } else if (skip == 0) {
-            ok = add_file(root, path, with_crc, entries);
+            ok = add_file(root, path, crc, entries);
         }
     }
     directory_free_list(&list);
@@ -266,17 +266,22 @@ void remove_empty_parents(const std::string &root, const std::string &name) {
     }
 }
 
-bool list_tree(const std::string &root, void *filter, bool (*skip_top)(const std::string &), bool with_crc,
+bool list_tree(const std::string &root, void *filter, bool (*skip_top)(const std::string &), const CrcSource *crc,
                std::vector<FileEntry> &entries) {
     std::vector<FileEntry> top;
     std::vector<std::string> subdirs;
-    if (!walk(root, root, filter, true, with_crc, top, &subdirs)) {
+    // The root's own files are read only once skip_top has kept them.
+    if (!walk(root, root, filter, true, nullptr, top, &subdirs)) {
         return false;
     }
     for (FileEntry &entry : top) {
-        if (skip_top == nullptr || !skip_top(entry.name)) {
-            entries.push_back(std::move(entry));
+        if (skip_top != nullptr && skip_top(entry.name)) {
+            continue;
         }
+        if (crc != nullptr && !(*crc)(entry.name, join_path(root, entry.name), entry.crc)) {
+            return false;
+        }
+        entries.push_back(std::move(entry));
     }
     for (const std::string &dir : subdirs) {
         int32_t dig = 1;
@@ -284,7 +289,7 @@ bool list_tree(const std::string &root, void *filter, bool (*skip_top)(const std
             (filter != nullptr && should_dig_into_dir(filter, dir.c_str(), &dig) == 1 && dig == 0)) {
             continue;
         }
-        if (!walk(root, dir, filter, false, with_crc, entries, nullptr)) {
+        if (!walk(root, dir, filter, false, crc, entries, nullptr)) {
             return false;
         }
     }

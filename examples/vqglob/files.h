@@ -5,6 +5,7 @@
 #define VQGLOB_FILES_H
 
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -55,11 +56,16 @@ bool prepare_parent(const std::string &root, const std::string &name, bool creat
 // Removes the directories that became empty above root/name, up to root.
 void remove_empty_parents(const std::string &root, const std::string &name);
 
+// Gives the CRC of the regular file at path, whose name relative to the
+// listed root is name; false with the reason on the stack.
+using CrcSource = std::function<bool(const std::string &name, const std::string &path, uint32_t &crc)>;
+
 // The regular files below root as entries (names relative, '/'-separated),
-// sorted by name, with CRCs when with_crc. Entries of root for whose names
-// skip_top (may be NULL) says true are left out with everything below them;
-// filter (filter.h, may be NULL) decides on the rest. Links are not followed.
-bool list_tree(const std::string &root, void *filter, bool (*skip_top)(const std::string &), bool with_crc,
+// sorted by name, with CRCs from crc when it is given (else 0). Entries of
+// root for whose names skip_top (may be NULL) says true are left out with
+// everything below them; filter (filter.h, may be NULL) decides on the rest.
+// Links are not followed.
+bool list_tree(const std::string &root, void *filter, bool (*skip_top)(const std::string &), const CrcSource *crc,
                std::vector<FileEntry> &entries);
 
 // A filter (filter.h) from configuration (a conf_ handle holding "Filter

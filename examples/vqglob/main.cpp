@@ -13,7 +13,7 @@
  *   vqglob errors [-facility=NAME]          the message table's codes and idents
  *   vqglob serve -config=FILE               the deployment daemon (serve.cpp)
  *   vqglob deploy DIR -to=HOST:PORT[,...] [-cert= -key= -ca= | -insecure] [-include=..] [-exclude=..]
- *                 [-delete] [-dry_run] [-release]   send a tree to daemons (deploy.cpp)
+ *                 [-delete] [-dry_run] [-release] [-no_cache]   send a tree to daemons (deploy.cpp)
  *   vqglob releases HOST:PORT [-cert -key -ca | -insecure]   a daemon's releases, "*" marks current
  *   vqglob rollback HOST:PORT [-cert -key -ca | -insecure]   current back to the release before it
  *   vqglob COMMAND -help                    usage of a command
@@ -83,6 +83,8 @@ const cli_item kDeployItems[] = {
     {'Q', "DELETE", CLI_NO_VALUE, NULL, NULL, NULL, NULL, NULL, 0, NULL, "delete target files not in DIR"},
     {'Q', "DRY_RUN", CLI_NO_VALUE, NULL, NULL, NULL, NULL, NULL, 0, NULL, "show what would change, change nothing"},
     {'Q', "RELEASE", CLI_NO_VALUE, NULL, NULL, NULL, NULL, NULL, 0, NULL, "deploy as a new release"},
+    {'Q', "NO_CACHE", CLI_NO_VALUE, NULL, NULL, NULL, NULL, NULL, 0, NULL,
+     "read every file for its CRC, neither using nor keeping the local CRC cache"},
     HELP_ITEM,
     END_ITEM};
 const cli_item kRemoteItems[] = {

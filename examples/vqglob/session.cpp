@@ -4,8 +4,11 @@
 #include <atomic>
 #include <cstdlib>
 #include <cstring>
+#include <map>
+#include <mutex>
 
 #include "command.h"
+#include "crc_cache.h"
 #include "files.h"
 #include "log.h"
 #include "releases.h"
@@ -20,6 +23,35 @@ namespace vqglob {
 namespace {
 
 std::atomic<unsigned> connection_sequence{0};
+
+// The daemon's remembered CRCs of a target root, an entry of the root (so
+// that it is the daemon's, never part of a deployed tree).
+constexpr const char *kCrcCacheName = ".vqglob-crc-cache";
+
+// One cache per target root, shared by every connection, read from the root
+// when first needed. A cache that cannot be read costs only the reading of
+// the files: it is logged and started empty.
+std::shared_ptr<CrcCache> cache_for_root(const std::string &root) {
+    static std::mutex mutex;
+    static std::map<std::string, std::shared_ptr<CrcCache>> caches;
+    std::lock_guard<std::mutex> lock(mutex);
+    std::shared_ptr<CrcCache> &cache = caches[root];
+    if (cache == nullptr) {
+        cache = std::make_shared<CrcCache>();
+        std::string path = join_path(root, kCrcCacheName);
+        if (path_exists(path) && !cache->load(path)) {
+            log_failure("CRCs are read from the files again");
+            err_clear_error_stack();
+        }
+    }
+    return cache;
+}
+
+// The cache's name of a file of the tree below prefix ("" for the root
+// itself, "releases/ID/" for a release): the path relative to the root.
+std::string release_prefix(const std::string &id) {
+    return id.empty() ? std::string() : std::string(kReleasesDirName) + "/" + id + "/";
+}
 
 // Names of the root's own entries that belong to the daemon, never to a
 // deployed tree.
@@ -64,7 +96,8 @@ const char *op_name(int32_t op) {
 }  // namespace
 
 Session::Session(void *net, std::shared_ptr<const Settings> settings, std::string peer)
-    : net_(net), settings_(std::move(settings)), peer_(std::move(peer)) {
+    : net_(net), settings_(std::move(settings)), peer_(std::move(peer)),
+      crc_cache_(cache_for_root(settings_->target_root)) {
     std::string tmp_root = join_path(settings_->target_root, kTempDirName);
     temp_dir_ = join_path(tmp_root, "conn-" + std::to_string(connection_sequence.fetch_add(1)));
     gf_make_path(temp_dir_.c_str());
@@ -115,6 +148,17 @@ void Session::run() {
             log_failure(peer_ + ": the reply could not be sent");
             break;
         }
+        if (op == kCommit) {
+            save_crc_cache();  // after the reply: the client need not wait for it
+        }
+    }
+}
+
+void Session::save_crc_cache() {
+    const std::string &root = settings_->target_root;
+    if (!crc_cache_->save(join_path(root, kCrcCacheName), temp_dir_)) {
+        log_failure(peer_ + ": the CRC cache was not saved");
+        err_clear_error_stack();
     }
 }
 
@@ -189,13 +233,25 @@ bool Session::hello(Reader &reader) {
     release_ = (flags & kFlagRelease) != 0;
     dry_run_ = (flags & kFlagDryRun) != 0;
     std::string listed = root;
+    if (release_ && !can_link_current(root)) {
+        return false;
+    }
     if (release_) {
         std::string current = current_release(root);
         listed = current.empty() ? std::string() : join_path(join_path(root, kReleasesDirName), current);
     }
     manifest_.clear();
+    const std::string prefix = release_ ? release_prefix(current_release(root)) : std::string();
+    size_t remembered_crcs = 0;
+    const CrcSource crc = [this, &prefix, &remembered_crcs](const std::string &name, const std::string &path,
+                                                            uint32_t &value) {
+        bool remembered = false;
+        bool ok = crc_cache_->crc_of(prefix + name, path, value, remembered);
+        remembered_crcs += remembered ? 1 : 0;
+        return ok;
+    };
     if (!listed.empty() && (!set_filter(*settings_, listed, filter_) ||
-                            !list_tree(listed, filter_, release_ ? nullptr : is_daemon_entry, true, manifest_))) {
+                            !list_tree(listed, filter_, release_ ? nullptr : is_daemon_entry, &crc, manifest_))) {
         return false;
     }
     base_ = root;
@@ -220,7 +276,8 @@ bool Session::hello(Reader &reader) {
     open_ = true;
     failed_ = false;
     log_line(peer_ + ": deployment opened" + (release_ ? " for release " + release_id_ : std::string()) +
-             (dry_run_ ? " (dry run)" : ""));
+             (dry_run_ ? " (dry run)" : "") + ", " + std::to_string(manifest_.size()) + " files held, " +
+             std::to_string(remembered_crcs) + " CRCs remembered");
     return send_manifest(0);
 }
 
@@ -325,8 +382,23 @@ bool Session::place_file(const FileEntry &meta, const std::string &temp) {
         return failure("<" + meta.name + "> arrived damaged: its size or CRC differs from the sender's");
     }
     std::string target = join_path(base_, meta.name);
-    return set_mode_and_time(temp, meta.mode & 0777u, meta.mtime) && prepare_parent(base_, meta.name, true) &&
-           rename_path(temp, target);
+    if (!set_mode_and_time(temp, meta.mode & 0777u, meta.mtime) || !prepare_parent(base_, meta.name, true) ||
+        !rename_path(temp, target)) {
+        return false;
+    }
+    // The CRC is known; the cache keeps it only once the file is old enough.
+    const int64_t taken = CrcCache::now_ns();
+    gf_file_status placed{};
+    if (gf_get_file_status(target.c_str(), 1, &placed) == 1) {
+        crc_cache_->store(cache_name(meta.name), placed, meta.crc, taken);
+    } else {
+        crc_cache_->forget(cache_name(meta.name));
+    }
+    return true;
+}
+
+std::string Session::cache_name(const std::string &name) const {
+    return (release_ ? release_prefix(release_id_) : std::string()) + name;
 }
 
 bool Session::delete_files(Reader &reader) {
@@ -356,6 +428,7 @@ bool Session::delete_files(Reader &reader) {
             return false;
         }
         std::string target = join_path(base_, name);
+        crc_cache_->forget(cache_name(name));
         if (path_exists(target)) {
             if (!remove_path(target)) {
                 failed_ = true;

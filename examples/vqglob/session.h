@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "crc_cache.h"
 #include "protocol.h"
 #include "settings.h"
 
@@ -42,6 +43,9 @@ private:
     bool acceptable_name(const std::string &name);
     bool require_open_deployment();
     void close_deployment();
+    void save_crc_cache();
+    // The name of a file of the open deployment in the CRC cache.
+    std::string cache_name(const std::string &name) const;
 
     void *net_;
     void *in_ = nullptr;
@@ -49,6 +53,7 @@ private:
     std::shared_ptr<const Settings> settings_;
     std::string peer_;
     std::string temp_dir_;
+    std::shared_ptr<CrcCache> crc_cache_;
 
     // The open deployment (between HELLO and COMMIT).
     bool open_ = false;
