@@ -122,12 +122,16 @@ bool CrcCache::load(const std::string &path) {
     if (!in) {
         return damaged(path, "it cannot be opened");
     }
-    std::string bytes;
-    bytes.resize(static_cast<size_t>(kMaxFileBytes) + 1);
-    in.read(bytes.data(), static_cast<std::streamsize>(bytes.size()));
-    bytes.resize(static_cast<size_t>(in.gcount()));
-    if (bytes.size() > kMaxFileBytes) {
-        return damaged(path, "it is too large");
+    in.seekg(0, std::ios::end);
+    const std::streamoff length = in.tellg();
+    in.seekg(0, std::ios::beg);
+    if (length < 0 || static_cast<uint64_t>(length) > kMaxFileBytes) {
+        return damaged(path, "it is too large or cannot be measured");
+    }
+    std::string bytes(static_cast<size_t>(length), '\0');
+    in.read(bytes.data(), static_cast<std::streamsize>(length));
+    if (in.gcount() != length) {
+        return damaged(path, "it could not be read whole");
     }
     if (!parse(bytes)) {
         entries_.clear();

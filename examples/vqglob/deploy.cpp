@@ -139,14 +139,16 @@ bool read_manifest(Reader &reader, std::vector<FileEntry> &entries, int32_t &nex
 }
 
 // The CRCs of the local files, each found once, by whichever target asks
-// first, through the cache when there is one.
+// first, through the cache when there is one. Targets ask for the same files
+// in the same order, so one lock over the finding costs them little (and,
+// unlike a once-flag per file, nothing when there is one target).
 class LocalCrcs {
 public:
     LocalCrcs(const std::string &dir, CrcCache *cache) : dir_(dir), cache_(cache) {}
     // Once the files are listed, before any get.
     void listed(const std::vector<FileEntry> &local) {
         local_ = &local;
-        once_ = std::make_unique<std::once_flag[]>(local.size());
+        found_.assign(local.size(), 0);
         crcs_.assign(local.size(), 0);
         errors_.assign(local.size(), std::string());
     }
@@ -154,7 +156,11 @@ public:
     size_t read() const { return read_.load(); }
     // The CRC of local file index; false with the reason on the stack.
     bool get(size_t index, uint32_t &crc) {
-        std::call_once(once_[index], [this, index] { find(index); });
+        std::lock_guard<std::mutex> lock(mutex_);
+        if (found_[index] == 0) {
+            find(index);
+            found_[index] = 1;
+        }
         if (!errors_[index].empty()) {
             err_set_error(ERR_GEN_GENERAL, errors_[index].c_str());
             return false;
@@ -179,7 +185,8 @@ private:
     std::string dir_;
     CrcCache *cache_;
     const std::vector<FileEntry> *local_ = nullptr;
-    std::unique_ptr<std::once_flag[]> once_;
+    std::mutex mutex_;
+    std::vector<char> found_;
     std::vector<uint32_t> crcs_;
     std::vector<std::string> errors_;
     std::atomic<size_t> remembered_{0};
