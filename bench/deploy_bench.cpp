@@ -2,7 +2,9 @@
 // serve` against rsync to an rsync daemon (Debian's rsync, `rsync -a` to an
 // rsync:// module), the same tree, the page cache warm (the tree was just
 // written). Three things a user does, each as whole client processes:
-//  - full: the first deployment into an empty target;
+//  - full: the first deployment into an empty target, by vqglob both in
+//    plain mode and over mutual TLS (certificates made at start by the
+//    openssl command, as scripts/demo.sh makes them);
 //  - unchanged: deploying again when nothing changed;
 //  - one_percent: deploying again after every 100th file was rewritten
 //    (same size, new bytes, new modification time).
@@ -17,7 +19,8 @@
 //   deploy_bench [RUNS [MEGABYTES [FILES]]]    (default 3 runs, 1024 MB, 10,000 files)
 //
 // The trees live under VQ_DEPLOY_BENCH_DIR (default: the system's temporary
-// directory) and are removed at the end; they take three times MEGABYTES.
+// directory) with the client's CRC cache and are removed at the end; they
+// take four times MEGABYTES.
 #include <fcntl.h>
 #include <netinet/in.h>
 #include <signal.h>
@@ -350,6 +353,37 @@ void empty_directory(const fs::path &dir) {
     }
 }
 
+// Runs a shell command line; dies when it fails.
+void shell(const std::string &command) {
+    if (std::system(command.c_str()) != 0) {
+        die("failed: " + command);
+    }
+}
+
+// A throw-away CA in dir with a server certificate for 127.0.0.1 and a
+// client certificate named deploy-client.
+void make_certificates(const fs::path &dir) {
+    fs::create_directories(dir);
+    const std::string d = dir.string();
+    auto key = [&](const char *name) {
+        shell("openssl genpkey -algorithm EC -pkeyopt ec_paramgen_curve:P-256 -out " + d + "/" + name +
+              ".key 2>/dev/null");
+    };
+    auto issue = [&](const char *name, const char *subject, const char *extension) {
+        key(name);
+        shell("openssl req -new -key " + d + "/" + name + ".key -subj '/CN=" + subject + "' -out " + d + "/" + name +
+              ".csr");
+        std::ofstream(dir / (std::string(name) + ".ext")) << extension << "\n";
+        shell("openssl x509 -req -in " + d + "/" + name + ".csr -CA " + d + "/ca.pem -CAkey " + d +
+              "/ca.key -CAcreateserial -days 1 -extfile " + d + "/" + name + ".ext -out " + d + "/" + name +
+              ".pem 2>/dev/null");
+    };
+    key("ca");
+    shell("openssl req -x509 -new -key " + d + "/ca.key -subj '/CN=bench CA' -days 1 -out " + d + "/ca.pem");
+    issue("server", "localhost", "subjectAltName=DNS:localhost,IP:127.0.0.1");
+    issue("client", "deploy-client", "extendedKeyUsage=clientAuth");
+}
+
 std::string vqglob_path() {
 #ifdef VQ_GLOB_TOOL_PATH
     return VQ_GLOB_TOOL_PATH;
@@ -376,6 +410,8 @@ int main(int argc, char **argv) {
     const fs::path base = fs::path(base_text != nullptr && *base_text ? base_text : fs::temp_directory_path().c_str()) /
                           ("vq_deploy_bench_" + std::to_string(getpid()));
     const fs::path source = base / "source";
+    // The client's CRC cache lives with the trees and goes with them.
+    setenv("XDG_CACHE_HOME", (base / "cache").c_str(), 1);
     fs::create_directories(base / "rsync_target");
     fs::create_directories(base / "vqglob_target");
     std::printf("making %d files, %llu MB, under %s\n", files, static_cast<unsigned long long>(megabytes),
@@ -412,6 +448,23 @@ int main(int argc, char **argv) {
     vqglob_side.client = {vqglob_path(), "deploy", source.string(),
                           "-to=127.0.0.1:" + std::to_string(vqglob_port), "-insecure"};
 
+    const fs::path pki = base / "pki";
+    make_certificates(pki);
+    fs::create_directories(base / "tls_target");
+    Side tls_side{"vqglob+TLS", base / "tls_target", ".vqglob", {}, -1};
+    const uint16_t tls_port = free_port();
+    {
+        std::ofstream conf(base / "tls.conf");
+        conf << "[Server]\nListen Address=127.0.0.1\nPort=" << tls_port << "\nTarget Root=" << tls_side.target.string()
+             << "\nCertificate File=" << (pki / "server.pem").string() << "\nKey File=" << (pki / "server.key").string()
+             << "\nCA File=" << (pki / "ca.pem").string() << "\nAllowed Clients=_ml_text_\ndeploy-client\n_ml_text_\n"
+             << "Log File=" << (base / "tls.log").string() << "\n";
+    }
+    tls_side.daemon = start_vqglob_daemon(vqglob_path(), base / "tls.conf");
+    tls_side.client = {vqglob_path(), "deploy", source.string(), "-to=127.0.0.1:" + std::to_string(tls_port),
+                       "-cert=" + (pki / "client.pem").string(), "-key=" + (pki / "client.key").string(),
+                       "-ca=" + (pki / "ca.pem").string()};
+
     Side *sides[2] = {&vqglob_side, &rsync_side};
     std::map<std::string, Figures> figures;
     for (int run = 0; run < runs; ++run) {
@@ -420,6 +473,8 @@ int main(int argc, char **argv) {
             empty_directory(side->target);
             run_step(*side, source, "full", figures[side->name + "/full"]);
         }
+        empty_directory(tls_side.target);
+        run_step(tls_side, source, "full", figures[tls_side.name + "/full"]);
         for (Side *side : order) {
             run_step(*side, source, "unchanged", figures[side->name + "/unchanged"]);
         }
@@ -429,6 +484,7 @@ int main(int argc, char **argv) {
         }
     }
     stop(vqglob_side.daemon);
+    stop(tls_side.daemon);
     stop(rsync_side.daemon);
     fs::remove_all(base);
 
@@ -447,5 +503,10 @@ int main(int argc, char **argv) {
         }
         std::printf("%-12s vqglob/rsync speed %.2fx\n", step, wall[1] / wall[0]);
     }
+    const Figures &tls = figures[tls_side.name + "/full"];
+    const double tls_wall = median(tls.wall);
+    std::printf("%-12s %-8s %10.3f %10.1f %12.3f %12.3f\n", "full", "vqglob+TLS", tls_wall,
+                static_cast<double>(total_bytes) / 1e6 / tls_wall, median(tls.client_cpu), median(tls.daemon_cpu));
+    std::printf("%-12s vqglob+TLS/rsync (plain) speed %.2fx\n", "full", median(figures["rsync/full"].wall) / tls_wall);
     return 0;
 }
