@@ -568,6 +568,28 @@ TEST_F(SlNet, SelectionReportsReadableMembersOnceTheirPeerWrote) {
     EXPECT_EQ(g.group, nullptr);
 }
 
+int32_t g_layer_holds = 0;
+
+int32_t layer_holds(void *, void *) { return g_layer_holds; }
+
+TEST_F(SlNet, ALayerHoldingReceivedBytesMakesItsSessionReadyWhileItsHooksAreOn) {
+    Connection c;
+    Group g;
+    g.add(c.client, SL_NET_EVENT_READ);
+    g_layer_holds = 1;
+    ASSERT_EQ(sl_net_set_hook_pending(c.client, layer_holds), 1);
+    EXPECT_EQ(g.select(0), 0) << "hooks off: only the socket counts";
+    ASSERT_EQ(sl_net_set_hook_state(c.client, 1), 1);
+    EXPECT_EQ(g.select(-1), 1);
+    EXPECT_EQ(g.drain(SL_NET_EVENT_READ), std::vector<void *>{c.client});
+    g_layer_holds = 0;
+    EXPECT_EQ(g.select(0), 0);
+    g_layer_holds = 1;
+    ASSERT_EQ(sl_net_set_hook_pending(c.client, nullptr), 1);
+    EXPECT_EQ(g.select(0), 0);
+    EXPECT_TRUE(fails_with(sl_net_set_hook_pending(nullptr, layer_holds), ERR_NET_BADSESS));
+}
+
 TEST_F(SlNet, SelectionGroupsGrowAndReuseFreeSlotsInOrder) {
     constexpr int kSessions = 11;
     Listener listener;

@@ -149,6 +149,13 @@ Attach attach_both(void *client_ctx, void *server_ctx, Connection &c) {
     return a;
 }
 
+// Attaches both ends of c with the usual contexts; both must succeed.
+void attach_pair(Contexts &x, Connection &c) {
+    const Attach a = attach_both(x.client.get(), x.server.get(), c);
+    ASSERT_EQ(a.client.result, 1) << a.client.message;
+    ASSERT_EQ(a.server.result, 1) << a.server.message;
+}
+
 // Runs work on a thread of its own while the caller goes on; join() waits.
 class Peer {
 public:
@@ -484,9 +491,7 @@ TEST_F(Sle, OneServerContextServesSessionsOnManyThreadsAndMayBeFreedUnderThem) {
 TEST_F(Sle, DetachedSessionsCarryPlainTrafficAndOnlyThenCanBeHandedOver) {
     Contexts x;
     Link c;
-    const Attach a = attach_both(x.client.get(), x.server.get(), c);
-    ASSERT_EQ(a.client.result, 1) << a.client.message;
-    ASSERT_EQ(a.server.result, 1) << a.server.message;
+    ASSERT_NO_FATAL_FAILURE(attach_pair(x, c));
 
     // Attached: no handover, no second layer.
     void *packed = nullptr;
@@ -516,12 +521,41 @@ TEST_F(Sle, DetachedSessionsCarryPlainTrafficAndOnlyThenCanBeHandedOver) {
     EXPECT_TRUE(fails_with(sle_detach(c.client), ERR_SLE_NOTATTACHED));
 }
 
+TEST_F(Sle, BytesTheLayerAlreadyHoldsMakeTheSessionReadyInASelectionGroup) {
+    Contexts x;
+    Link c;
+    ASSERT_NO_FATAL_FAILURE(attach_pair(x, c));
+    ASSERT_EQ(sl_net_send(c.client, "0123456789", 10, nullptr), 1);
+    ASSERT_EQ(sl_net_send(c.client, "ABCDE", 5, nullptr), 1);
+
+    // A short read leaves the rest of the record inside TLS, where the
+    // socket shows nothing: the group must still report the session.
+    char got[16] = {};
+    ASSERT_EQ(sl_net_recv(c.server, got, 4, nullptr), 1) << err_get_error_msg();
+    void *group = nullptr;
+    ASSERT_EQ(sl_net_allocate_selection_group(&group), 1);
+    ASSERT_EQ(sl_net_add_to_selection_group(group, c.server, SL_NET_EVENT_READ), 1);
+    int32_t ready = 0;
+    ASSERT_EQ(sl_net_select(group, 20000, &ready), 1) << err_get_error_msg();
+    EXPECT_EQ(ready, 1);
+    void *session = nullptr;
+    int32_t events = 0;
+    ASSERT_EQ(sl_net_get_next_event(group, &session, &events), 1);
+    EXPECT_EQ(session, c.server);
+    EXPECT_EQ(events & SL_NET_EVENT_READ, SL_NET_EVENT_READ);
+
+    ASSERT_EQ(sl_net_recv(c.server, got + 4, 11, nullptr), 1) << err_get_error_msg();
+    EXPECT_EQ(std::string(got), "0123456789ABCDE");
+    // Everything taken: nothing held and nothing on the socket.
+    ASSERT_EQ(sl_net_select(group, 0, &ready), 1);
+    EXPECT_EQ(ready, 0);
+    sl_net_free_selection_group(&group);
+}
+
 TEST_F(Sle, DetachingDiscardsNothingSilently) {
     Contexts x;
     Link c;
-    const Attach a = attach_both(x.client.get(), x.server.get(), c);
-    ASSERT_EQ(a.client.result, 1);
-    ASSERT_EQ(a.server.result, 1);
+    ASSERT_NO_FATAL_FAILURE(attach_pair(x, c));
     // The server sends, then detaches; the client detaches without reading.
     ASSERT_EQ(sl_net_send(c.server, "unread", 6, nullptr), 1);
     Peer server([&] { return sle_detach(c.server); });

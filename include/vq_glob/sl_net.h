@@ -89,6 +89,11 @@ typedef int (*sl_net_hook_routine)(void *session, void *buffer, int32_t length, 
  * a replaced socket) while the socket is still open, so that the layer can
  * end its stream and free its state. */
 typedef void (*sl_net_hook_release)(void *session, void *hook_data);
+/* A hook pending routine: non-zero when the layer holds received bytes its
+ * receive hook can give without waiting for the socket (a record read ahead,
+ * or the rest of one already decrypted), so that a selection group reports
+ * the session readable although its socket is not. */
+typedef int32_t (*sl_net_hook_pending)(void *session, void *hook_data);
 
 /* ---- The network subsystem ---------------------------------------------------------- */
 
@@ -235,7 +240,8 @@ VQ_API int sl_net_get_number_of_members(void *group, int32_t *count);
  * nothing to watch returns at once. At most 1024 members may wait for each
  * kind of event (select's set size; POSIX waits with poll, which knows no
  * limit on descriptor numbers); more fail with ERR_NET_SELECT, as does a
- * failed wait. */
+ * failed wait. A member waiting to read whose hook layer holds received bytes
+ * (sl_net_set_hook_pending) is ready at once. */
 VQ_API int sl_net_select(void *group, int32_t timeout_ms, int32_t *ready);
 /* Hands out the next ready member and its SL_NET_EVENT_* bits; *session is
  * NULL when every ready member has been reported. */
@@ -254,6 +260,9 @@ VQ_API int sl_net_get_hook_data(void *session, void **data);
 /* Sets the routine that releases the hook's layer (NULL: none); once it ran,
  * the hook routines, data, state and stream holder are cleared. */
 VQ_API int sl_net_set_hook_release(void *session, sl_net_hook_release routine);
+/* Sets the routine sl_net_select asks, while the hooks are on, whether the
+ * layer holds received bytes (NULL: none); cleared with the hooks. */
+VQ_API int sl_net_set_hook_pending(void *session, sl_net_hook_pending routine);
 /* Marks the stream as holding state that cannot leave this process, naming
  * the layer that holds it (copied; NULL or "" clears it): while it is set,
  * sl_net_pack_handle and sl_net_save_socket_for_process fail with

@@ -8,6 +8,10 @@
  * attachment, travels encrypted and authenticated without a change in the
  * caller. TLS 1.2 is the oldest protocol accepted (TLS 1.3 is preferred);
  * TLS 1.2 offers only ECDHE key exchange with AES-GCM or ChaCha20-Poly1305.
+ * The ciphers in order of preference: AES-128-GCM, AES-256-GCM,
+ * ChaCha20-Poly1305. Received records are read ahead (up to 64 KiB a system
+ * call); a selection group reports an attached session readable while TLS
+ * holds bytes for it (sl_net_set_hook_pending).
  *
  * OpenSSL 3 (libssl and libcrypto) is loaded at run time, once per process:
  * libssl.so.3 / libcrypto.so.3 on POSIX, libssl-3-x64.dll / libcrypto-3-x64.dll

@@ -168,6 +168,16 @@ VQ_API int sl_net_get_number_of_members(void *group, int32_t *count) {
     return 1;
 }
 
+// A member whose layer (TLS) already holds received bytes can be read
+// without its socket becoming readable: SL_NET_EVENT_READ, else 0.
+int32_t held_bytes_event(const Member &member) {
+    const Session &session = *member.session;
+    if ((member.interest & SL_NET_EVENT_READ) == 0 || session.hook_state == 0 || session.hook_pending == nullptr) {
+        return 0;
+    }
+    return session.hook_pending(member.session, session.hook_data) != 0 ? SL_NET_EVENT_READ : 0;
+}
+
 VQ_API int sl_net_select(void *group, int32_t timeout_ms, int32_t *ready) {
     Group *own = VQ_NET_GROUP(group);
     if (own == nullptr) {
@@ -180,11 +190,15 @@ VQ_API int sl_net_select(void *group, int32_t timeout_ms, int32_t *ready) {
     // Members without a socket have nothing to wait for.
     std::vector<PlatSocketWatch> watches;
     std::vector<Member *> watched;
+    std::vector<int32_t> held;
+    bool any_held = false;
     try {
         for (Member &member : own->slots) {
             if (member.session != nullptr && member.session->socket != kPlatNoSocket && member.interest != 0) {
                 watches.push_back(PlatSocketWatch{member.session->socket, member.interest, 0});
                 watched.push_back(&member);
+                held.push_back(held_bytes_event(member));
+                any_held = any_held || held.back() != 0;
             }
         }
     } catch (const std::bad_alloc &) {
@@ -194,13 +208,14 @@ VQ_API int sl_net_select(void *group, int32_t timeout_ms, int32_t *ready) {
         err_add_text_error("more than 1024 sessions of the group wait for one kind of event");
         return vq::net::raise(ERR_NET_SELECT);
     }
-    const int32_t error = plat_socket_wait(watches.data(), watches.size(), timeout_ms);
+    // Bytes already held are ready now: the sockets are only polled.
+    const int32_t error = plat_socket_wait(watches.data(), watches.size(), any_held ? 0 : timeout_ms);
     if (error != 0) {
         return vq::net::raise_socket(error, ERR_NET_SELECT);
     }
     for (size_t i = 0; i < watches.size(); ++i) {
-        watched[i]->ready = watches[i].ready;
-        own->to_report += watches[i].ready != 0;
+        watched[i]->ready = watches[i].ready | held[i];
+        own->to_report += watched[i]->ready != 0;
     }
     *ready = own->to_report;
     return 1;

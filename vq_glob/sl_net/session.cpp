@@ -42,6 +42,7 @@ void release_layer(Session &session) {
     session.hook_data = nullptr;
     session.hooks[SL_NET_HOOK_SEND] = nullptr;
     session.hooks[SL_NET_HOOK_RECV] = nullptr;
+    session.hook_pending = nullptr;
     session.stream_holder.clear();
 }
 
@@ -499,6 +500,10 @@ VQ_API int sl_net_get_hook_data(void *session, void **data) {
 
 VQ_API int sl_net_set_hook_release(void *session, sl_net_hook_release routine) {
     return set_field(session, __func__, &Session::hook_release, routine);
+}
+
+VQ_API int sl_net_set_hook_pending(void *session, sl_net_hook_pending routine) {
+    return set_field(session, __func__, &Session::hook_pending, routine);
 }
 
 VQ_API int sl_net_set_stream_holder(void *session, const char *holder) {

@@ -42,6 +42,9 @@ struct Session {
     // Called with the hook data when the socket goes, so that the layer
     // behind the hooks can end its stream and free its state.
     sl_net_hook_release hook_release = nullptr;
+    // Asked by a selection group whether the layer holds received bytes
+    // that its socket no longer shows.
+    sl_net_hook_pending hook_pending = nullptr;
     // The layer whose state rides on the stream (empty: none); such a
     // session cannot be handed to another process.
     std::string stream_holder;

@@ -290,6 +290,10 @@ int close_stream(Tls &tls, bool wait_for_peer) {
     }
     const Api &ssl = vq::sle::api();
     ssl.ERR_clear_error();
+    // From here on records are read one by one, so that nothing after the
+    // peer's close_notify (the plain bytes that may follow a detach) is
+    // taken from the socket.
+    ssl.SSL_ctrl(tls.ssl, vq::sle::kCtrlSetReadAhead, 0, nullptr);
     const int sent = ssl.SSL_shutdown(tls.ssl);
     // The close_notify may still wait in the record batch.
     if (!vq::sle::flush_records(tls)) {
@@ -311,6 +315,9 @@ int close_stream(Tls &tls, bool wait_for_peer) {
             return ssl.SSL_get_error(tls.ssl, got) == vq::sle::kSslErrorZeroReturn ? 1 : 0;
         }
     }) == 1;
+    // Bytes read ahead past the close_notify could only come from a peer
+    // that went on before it had this side's alert; they would be lost.
+    const bool read_past = closed && ssl.SSL_has_pending(tls.ssl) != 0;
     if (!closed) {
         vq::sle::push_error_queue();
     } else if (discarded > 0) {
@@ -318,8 +325,10 @@ int close_stream(Tls &tls, bool wait_for_peer) {
         std::snprintf(text, sizeof text, "%ld bytes the peer sent before its close_notify were discarded",
                       discarded);
         err_add_text_error(text);
+    } else if (read_past) {
+        err_add_text_error("the peer sent bytes after its close_notify before it had this side's");
     }
-    if (!closed || discarded > 0) {
+    if (!closed || discarded > 0 || read_past) {
         err_add_error(ERR_SLE_CLOSE, tls.label.c_str());
         return 0;
     }
@@ -352,11 +361,13 @@ bool install(void *session, Tls *tls) {
            sl_net_set_hook_routine(session, SL_NET_HOOK_SEND, vq::sle::hook_send) == 1 &&
            sl_net_set_hook_routine(session, SL_NET_HOOK_RECV, vq::sle::hook_recv) == 1 &&
            sl_net_set_hook_release(session, release_tls) == 1 &&
+           sl_net_set_hook_pending(session, vq::sle::hook_pending) == 1 &&
            sl_net_set_stream_holder(session, vq::sle::kHolderName) == 1 && sl_net_set_hook_state(session, 1) == 1;
 }
 
 void uninstall(void *session) {
     sl_net_set_hook_release(session, nullptr);
+    sl_net_set_hook_pending(session, nullptr);
     sl_net_set_hook_state(session, 0);
     sl_net_set_hook_routine(session, SL_NET_HOOK_SEND, nullptr);
     sl_net_set_hook_routine(session, SL_NET_HOOK_RECV, nullptr);

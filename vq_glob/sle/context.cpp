@@ -16,12 +16,20 @@ using vq::raise::Report;
 using vq::sle::Context;
 
 // TLS 1.2 suites: forward secrecy (ECDHE) and an AEAD cipher only. TLS 1.3
-// suites are all AEAD; the order states the preference.
+// suites are all AEAD; the order states the preference. AES-128-GCM comes
+// first: 128-bit keys are beyond any search, every TLS 1.3 peer must offer
+// it, and with AES instructions it costs about a seventh less than AES-256
+// on bulk transfers. ChaCha20-Poly1305 serves peers without them.
 constexpr const char *kTls12Ciphers =
+    "ECDHE-ECDSA-AES128-GCM-SHA256:ECDHE-RSA-AES128-GCM-SHA256:"
     "ECDHE-ECDSA-AES256-GCM-SHA384:ECDHE-RSA-AES256-GCM-SHA384:"
-    "ECDHE-ECDSA-CHACHA20-POLY1305:ECDHE-RSA-CHACHA20-POLY1305:"
-    "ECDHE-ECDSA-AES128-GCM-SHA256:ECDHE-RSA-AES128-GCM-SHA256";
-constexpr const char *kTls13Suites = "TLS_AES_256_GCM_SHA384:TLS_CHACHA20_POLY1305_SHA256:TLS_AES_128_GCM_SHA256";
+    "ECDHE-ECDSA-CHACHA20-POLY1305:ECDHE-RSA-CHACHA20-POLY1305";
+constexpr const char *kTls13Suites = "TLS_AES_128_GCM_SHA256:TLS_AES_256_GCM_SHA384:TLS_CHACHA20_POLY1305_SHA256";
+
+// With read-ahead a receive takes whatever the socket holds, up to this
+// many bytes, instead of a record's 5-byte header and then its body: about
+// four records a system call rather than two calls a record.
+constexpr size_t kReadAheadBytes = 64 * 1024;
 
 // Keys are read without a password: an encrypted key fails to load instead
 // of OpenSSL asking for its password on the terminal.
@@ -47,6 +55,11 @@ bool configure(const vq::sle::Api &ssl, vq::sle::SslCtx *ctx) {
     // verification of its peer; the server keeps no session cache and sends
     // no tickets.
     ssl.SSL_CTX_ctrl(ctx, vq::sle::kCtrlSetSessCacheMode, 0, nullptr);
+    // Reading ahead is safe while TLS owns the stream: the peer sends plain
+    // bytes only after both close_notify alerts, and a detach turns it off
+    // before it sends its own.
+    ssl.SSL_CTX_ctrl(ctx, vq::sle::kCtrlSetReadAhead, 1, nullptr);
+    ssl.SSL_CTX_set_default_read_buffer_len(ctx, kReadAheadBytes);
     return ssl.SSL_CTX_ctrl(ctx, vq::sle::kCtrlSetMinProtoVersion, vq::sle::kTls12Version, nullptr) == 1 &&
            ssl.SSL_CTX_set_cipher_list(ctx, kTls12Ciphers) == 1 &&
            ssl.SSL_CTX_set_ciphersuites(ctx, kTls13Suites) == 1 && ssl.SSL_CTX_set_num_tickets(ctx, 0) == 1;

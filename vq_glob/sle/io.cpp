@@ -128,6 +128,11 @@ int hook_send(void *session, void *buffer, int32_t length, int32_t *sent_or_null
     return 1;
 }
 
+int32_t hook_pending(void *, void *data) {
+    const Tls *tls = tag::as<Tls>(data, kTlsKind);
+    return tls != nullptr && !tls->broken && api().SSL_has_pending(tls->ssl) != 0 ? 1 : 0;
+}
+
 // As sl_net_recv_sync: every byte, or with SL_NET_FLAG_PARTIAL_RECV what the
 // first read brings; a failure, the peer's close_notify included, leaves the
 // session inactive.

@@ -38,6 +38,7 @@ bool find_ssl(const vq::openssl::Loaded &ssl, Api &api, std::string *failure) {
            VQ_SLE_FIND(ssl, SSL_CTX_new) && VQ_SLE_FIND(ssl, SSL_CTX_free) && VQ_SLE_FIND(ssl, SSL_CTX_ctrl) &&
            VQ_SLE_FIND(ssl, SSL_CTX_set_options) && VQ_SLE_FIND(ssl, SSL_CTX_set_cipher_list) &&
            VQ_SLE_FIND(ssl, SSL_CTX_set_ciphersuites) && VQ_SLE_FIND(ssl, SSL_CTX_set_num_tickets) &&
+           VQ_SLE_FIND(ssl, SSL_CTX_set_default_read_buffer_len) && VQ_SLE_FIND(ssl, SSL_has_pending) &&
            VQ_SLE_FIND(ssl, SSL_CTX_set_default_passwd_cb) &&
            VQ_SLE_FIND(ssl, SSL_CTX_use_certificate_chain_file) && VQ_SLE_FIND(ssl, SSL_CTX_use_PrivateKey_file) &&
            VQ_SLE_FIND(ssl, SSL_CTX_check_private_key) && VQ_SLE_FIND(ssl, SSL_CTX_load_verify_locations) &&

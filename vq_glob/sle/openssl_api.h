@@ -33,6 +33,7 @@ inline constexpr long kTls12Version = 0x0303;
 inline constexpr int kCtrlSetMinProtoVersion = 123;
 inline constexpr int kCtrlSetSessCacheMode = 44;
 inline constexpr int kCtrlSetTlsextHostname = 55;
+inline constexpr int kCtrlSetReadAhead = 41;
 inline constexpr long kTlsextNametypeHostName = 0;
 inline constexpr uint64_t kOpCipherServerPreference = uint64_t{1} << 22;
 inline constexpr uint64_t kOpNoRenegotiation = uint64_t{1} << 30;
@@ -93,6 +94,7 @@ struct Api {
     int (*SSL_CTX_set_cipher_list)(SslCtx *ctx, const char *list);
     int (*SSL_CTX_set_ciphersuites)(SslCtx *ctx, const char *list);
     int (*SSL_CTX_set_num_tickets)(SslCtx *ctx, size_t count);
+    void (*SSL_CTX_set_default_read_buffer_len)(SslCtx *ctx, size_t length);
     void (*SSL_CTX_set_default_passwd_cb)(SslCtx *ctx, PasswordCallback callback);
     int (*SSL_CTX_use_certificate_chain_file)(SslCtx *ctx, const char *file);
     int (*SSL_CTX_use_PrivateKey_file)(SslCtx *ctx, const char *file, int type);
@@ -109,6 +111,7 @@ struct Api {
     int (*SSL_read)(Ssl *ssl, void *buffer, int size);
     int (*SSL_write)(Ssl *ssl, const void *buffer, int size);
     int (*SSL_shutdown)(Ssl *ssl);
+    int (*SSL_has_pending)(const Ssl *ssl);
     X509Cert *(*SSL_get1_peer_certificate)(const Ssl *ssl);
     const char *(*SSL_get_version)(const Ssl *ssl);
     const SslCipher *(*SSL_get_current_cipher)(const Ssl *ssl);

@@ -89,6 +89,9 @@ long bio_ctrl(Bio *bio, int command, long number, void *pointer);
 // The hook routines installed on an attached session.
 int hook_send(void *session, void *buffer, int32_t length, int32_t *sent_or_null);
 int hook_recv(void *session, void *buffer, int32_t length, int32_t *received_or_null);
+// Non-zero while OpenSSL holds received bytes (read ahead or decrypted) that
+// the socket no longer shows.
+int32_t hook_pending(void *session, void *data);
 
 }  // namespace vq::sle
 
