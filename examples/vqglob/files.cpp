@@ -34,15 +34,15 @@ bool refuse_name(const std::string &name, const char *why) {
     return false;
 }
 
-// gf_get_file_status without leaving a failure on the stack: for questions
-// whose "no" is an answer, not an error.
-bool quiet_status(const std::string &path, gf_file_status &status) {
+// gf_get_file_status (links followed or not) without leaving a failure on
+// the stack: for questions whose "no" is an answer, not an error.
+bool quiet_status(const std::string &path, gf_file_status &status, bool follow_links = false) {
     void *entries = nullptr;
     int32_t size = 0;
     int32_t depth = 0;
     err_get_stack_desc(&entries, &size, &depth);
     std::string saved(static_cast<const char *>(entries), entries != nullptr ? static_cast<size_t>(size) : 0u);
-    if (gf_get_file_status(path.c_str(), 0, &status) == 1) {
+    if (gf_get_file_status(path.c_str(), follow_links ? 1 : 0, &status) == 1) {
         return true;
     }
     err_set_stack_desc(saved.data(), static_cast<int32_t>(saved.size()), depth);
@@ -240,9 +240,11 @@ bool prepare_parent(const std::string &root, const std::string &name, bool creat
         if (confined != 1) {
             return refuse_name(name, why);
         }
+        // Confined, so a link on the way leads to a directory below root.
         std::string dir = join_path(root, parent);
         gf_file_status status{};
-        if (quiet_status(dir, status) ? status.type != GF_TYPE_DIR : create && gf_make_dirs(dir.c_str(), 0777) != 1) {
+        if (quiet_status(dir, status, true) ? status.type != GF_TYPE_DIR
+                                            : create && gf_make_dirs(dir.c_str(), 0777) != 1) {
             return refuse_name(name, "a file stands where its directory should be");
         }
     }
