@@ -12,13 +12,21 @@ namespace vqglob {
 namespace {
 
 #ifdef _WIN32
+// cmd runs a file as a batch script only by its extension, and echoes each
+// line of it unless told not to.
 constexpr const char *kShell = "cmd.exe";
 constexpr const char *kShellArgs = "/c ";
 constexpr const char *kScriptPrefix = "post-deploy-cmd";
+constexpr const char *kScriptSuffix = ".cmd";
+constexpr const char *kScriptHead = "@echo off\r\n";
+constexpr const char *kLineEnd = "\r\n";
 #else
 constexpr const char *kShell = "/bin/sh";
 constexpr const char *kShellArgs = "";
 constexpr const char *kScriptPrefix = "post-deploy-sh";
+constexpr const char *kScriptSuffix = "";
+constexpr const char *kScriptHead = "";
+constexpr const char *kLineEnd = "\n";
 #endif
 
 // A new file under dir holding text; its name in name.
@@ -37,6 +45,23 @@ bool write_temp(const std::string &dir, const char *prefix, const std::string &t
     ok = gf_close_file(h) == 1 && ok;
     gf_free_handle(h);
     return ok;
+}
+
+// The command as a script under dir that the shell runs; its name in name.
+bool write_script(const std::string &dir, const std::string &command, std::string &name) {
+    std::string made;
+    bool ok = write_temp(dir, kScriptPrefix, kScriptHead + command + kLineEnd, made);
+    if (!ok || *kScriptSuffix == '\0') {
+        name = made;
+        return ok;
+    }
+    name = made + kScriptSuffix;
+    if (!rename_path(made, name)) {
+        remove_path(made);
+        name.clear();
+        return false;
+    }
+    return true;
 }
 
 std::string read_text(const std::string &name) {
@@ -65,8 +90,7 @@ bool run_command(const std::string &command, const std::string &directory, const
     exit_code = -1;
     std::string script;
     std::string log;
-    bool ok = write_temp(scratch_dir, kScriptPrefix, command + "\n", script) &&
-              write_temp(scratch_dir, "post-deploy-log", "", log);
+    bool ok = write_script(scratch_dir, command, script) && write_temp(scratch_dir, "post-deploy-log", "", log);
     int32_t h = -1;
     if (ok && api_allocate_handle(&h, 0) == 1) {
         std::string params = std::string(kShellArgs) + "\"" + script + "\"";
@@ -85,8 +109,12 @@ bool run_command(const std::string &command, const std::string &directory, const
     if (!log.empty()) {
         output = read_text(log);
     }
-    remove_path(script);
-    remove_path(log);
+    if (!script.empty()) {
+        remove_path(script);
+    }
+    if (!log.empty()) {
+        remove_path(log);
+    }
     return ok;
 }
 

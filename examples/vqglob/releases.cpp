@@ -8,12 +8,26 @@
 #include "files.h"
 #include "log.h"
 #include "vq_glob/dir.h"
+#include "vq_glob/err.h"
 #include "vq_glob/gf_path.h"
 
 namespace vqglob {
 namespace {
 
 std::atomic<unsigned> release_sequence{0};
+
+// The text of a link under root leading to the directory target (under
+// root). POSIX: relative to root, so that the root may move. Windows: the
+// absolute name, which is what a junction (made where symbolic links need a
+// privilege) holds, and the system must see at once that it is a directory.
+std::string current_link_text(const std::string &root, const std::string &target) {
+#ifdef _WIN32
+    (void)root;
+    return target;
+#else
+    return target.substr(std::min(root.size() + 1, target.size()));
+#endif
+}
 
 }  // namespace
 
@@ -47,17 +61,41 @@ std::string current_release(const std::string &root) {
     if (!read_symlink(join_path(root, kCurrentName), target)) {
         return "";
     }
-    size_t slash = target.rfind('/');
-    return slash == std::string::npos ? target : target.substr(slash + 1);
+    size_t separator = target.find_last_of("/\\");
+    return separator == std::string::npos ? target : target.substr(separator + 1);
+}
+
+bool can_link_current(const std::string &root) {
+    std::string tmp = join_path(root, kTempDirName);
+    std::string probe = join_path(tmp, "link-probe-" + new_release_id());
+    std::string text;
+    bool ok = make_symlink(current_link_text(root, tmp), probe) && read_symlink(probe, text) && !text.empty();
+    if (path_exists(probe)) {
+        remove_path(probe);
+    }
+    if (!ok) {
+        err_add_error(ERR_GEN_GENERAL,
+                      "releases are refused: this system cannot make links, and \"current\" must be one");
+    }
+    return ok;
 }
 
 bool switch_current(const std::string &root, const std::string &id) {
     std::string link = join_path(join_path(root, kTempDirName), "current-" + new_release_id());
-    std::string text = std::string(kReleasesDirName) + "/" + id;
-    if (!make_symlink(text, link)) {
+    std::string current = join_path(root, kCurrentName);
+    if (!make_symlink(current_link_text(root, join_path(join_path(root, kReleasesDirName), id)), link)) {
         return false;
     }
-    if (!rename_path(link, join_path(root, kCurrentName))) {
+#ifdef _WIN32
+    // Windows renames nothing over a directory, and a link to one is a
+    // directory too: the old "current" goes first, so between the two steps
+    // there is none.
+    if (!remove_path(current)) {
+        remove_path(link);
+        return false;
+    }
+#endif
+    if (!rename_path(link, current)) {
         remove_path(link);
         return false;
     }
