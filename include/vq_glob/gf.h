@@ -345,7 +345,9 @@ VQ_API int gf_link_file(const char *existing, const char *new_name);
 VQ_API int gf_is_cross_device_error(int32_t sys_error);
 /* Makes link_name a symbolic link holding target unchanged (a relative target
  * counts from the link's directory); on Windows a directory link when target
- * leads to a directory. An existing link_name fails. ERR_FIL_LINK naming link_name. */
+ * leads to a directory, or where the user may not make links a junction holding
+ * target's absolute name. An existing link_name fails, and so does a system that
+ * reports a link made without making it (Wine). ERR_FIL_LINK naming link_name. */
 VQ_API int gf_make_symlink(const char *target, const char *link_name);
 /* Copies the whole text of the symbolic link name into buffer (size bytes,
  * terminator included). A text that does not fit fails with ERR_FIL_BUF and

@@ -192,6 +192,99 @@ int32_t link_text(const std::vector<BYTE> &buffer, DWORD size, std::wstring *tex
     return 0;
 }
 
+// Whether name exists as a reparse point (a link or a junction).
+bool is_reparse_point(const std::wstring &name) {
+    DWORD attributes = GetFileAttributesW(name.c_str());
+    return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0;
+}
+
+// Makes the symbolic link wide holding text. Developer mode lets
+// unprivileged users make links; older systems refuse the flag itself, so it
+// is tried first and then left out. Some systems (Wine) report a link made
+// without making anything: that counts as links not being supported.
+int32_t make_symbolic_link(const std::wstring &wide, const std::wstring &text, bool to_directory) {
+    DWORD flags = to_directory ? SYMBOLIC_LINK_FLAG_DIRECTORY : 0;
+    constexpr DWORD kUnprivileged = 0x2;
+    bool made = CreateSymbolicLinkW(wide.c_str(), text.c_str(), flags | kUnprivileged) != 0;
+    if (!made && GetLastError() == ERROR_INVALID_PARAMETER) {
+        made = CreateSymbolicLinkW(wide.c_str(), text.c_str(), flags) != 0;
+    }
+    if (!made) {
+        return last_error();
+    }
+    return is_reparse_point(wide) ? 0 : ERROR_NOT_SUPPORTED;
+}
+
+// The absolute DOS name of text, counted from the directory parent (a
+// long-path name) when relative; empty when it has none.
+std::wstring absolute_target(const std::wstring &parent, const std::wstring &text) {
+    const bool absolute = text.size() >= 3 && text[1] == L':' && (text[2] == L'\\' || text[2] == L'/');
+    std::wstring joined = absolute ? text : parent + L"\\" + text;
+    const std::wstring long_prefix = L"\\\\?\\";
+    if (joined.compare(0, long_prefix.size(), long_prefix) == 0) {
+        joined.erase(0, long_prefix.size());
+    }
+    DWORD size = GetFullPathNameW(joined.c_str(), 0, nullptr, nullptr);
+    if (size == 0) {
+        return {};
+    }
+    std::wstring full(size, L'\0');
+    DWORD length = GetFullPathNameW(joined.c_str(), size, full.data(), nullptr);
+    if (length == 0 || length >= size) {
+        return {};
+    }
+    full.resize(length);
+    // A junction leads to a drive's directory only.
+    return full.size() >= 3 && full[1] == L':' && full[2] == L'\\' ? full : std::wstring();
+}
+
+// Makes wide a junction to the directory text (relative to parent). A
+// junction holds the absolute name; the new directory goes again when the
+// reparse data is refused. The data: the header, then the substitute and
+// print names, each ending in a null.
+int32_t make_junction(const std::wstring &parent, const std::wstring &wide, const std::wstring &text) {
+    const std::wstring print = absolute_target(parent, text);
+    if (print.empty()) {
+        return ERROR_INVALID_NAME;
+    }
+    const std::wstring substitute = L"\\??\\" + print;
+    const size_t names = (substitute.size() + 1 + print.size() + 1) * sizeof(wchar_t);
+    if (sizeof(ReparseData) + names > MAXIMUM_REPARSE_DATA_BUFFER_SIZE) {
+        return ERROR_FILENAME_EXCED_RANGE;
+    }
+    ReparseData head{};
+    head.tag = IO_REPARSE_TAG_MOUNT_POINT;
+    head.data_length = static_cast<USHORT>(names + 8);
+    head.substitute_length = static_cast<USHORT>(substitute.size() * sizeof(wchar_t));
+    head.print_offset = static_cast<USHORT>(head.substitute_length + sizeof(wchar_t));
+    head.print_length = static_cast<USHORT>(print.size() * sizeof(wchar_t));
+    std::vector<BYTE> buffer(sizeof head + names, 0);
+    std::memcpy(buffer.data(), &head, sizeof head);
+    std::memcpy(buffer.data() + sizeof head, substitute.c_str(), head.substitute_length);
+    std::memcpy(buffer.data() + sizeof head + head.print_offset, print.c_str(), head.print_length);
+    if (CreateDirectoryW(wide.c_str(), nullptr) == 0) {
+        return last_error();
+    }
+    HANDLE handle = CreateFileW(wide.c_str(), GENERIC_WRITE, 0, nullptr, OPEN_EXISTING,
+                                FILE_FLAG_BACKUP_SEMANTICS | FILE_FLAG_OPEN_REPARSE_POINT, nullptr);
+    int32_t error = handle == INVALID_HANDLE_VALUE ? last_error() : 0;
+    if (error == 0) {
+        DWORD returned = 0;
+        if (DeviceIoControl(handle, FSCTL_SET_REPARSE_POINT, buffer.data(), static_cast<DWORD>(buffer.size()), nullptr,
+                            0, &returned, nullptr) == 0) {
+            error = last_error();
+        }
+        CloseHandle(handle);
+    }
+    if (error == 0 && !is_reparse_point(wide)) {
+        error = ERROR_NOT_SUPPORTED;
+    }
+    if (error != 0) {
+        RemoveDirectoryW(wide.c_str());
+    }
+    return error;
+}
+
 }  // namespace
 
 int32_t plat_dir_open(const char *path, bool no_follow, PlatDir **out) {
@@ -394,17 +487,14 @@ int32_t plat_dir_make_link(PlatDir *dir, const char *name, const char *target, b
         if (int32_t error = wide_of(target, &text); error != 0) {
             return error;
         }
-        DWORD flags = to_directory ? SYMBOLIC_LINK_FLAG_DIRECTORY : 0;
-        // Developer mode lets unprivileged users make links; older systems
-        // refuse the flag itself, so it is tried first and then left out.
-        constexpr DWORD kUnprivileged = 0x2;
-        if (CreateSymbolicLinkW(wide.c_str(), text.c_str(), flags | kUnprivileged) != 0) {
-            return 0;
+        int32_t error = make_symbolic_link(wide, text, to_directory);
+        // Without the privilege (no developer mode) a directory can still be
+        // reached through a junction, which any user may make.
+        if (to_directory && (error == ERROR_PRIVILEGE_NOT_HELD || error == ERROR_NOT_SUPPORTED)) {
+            int32_t junction_error = make_junction(dir->wide, wide, text);
+            return junction_error == 0 ? 0 : error;
         }
-        if (GetLastError() != ERROR_INVALID_PARAMETER) {
-            return last_error();
-        }
-        return CreateSymbolicLinkW(wide.c_str(), text.c_str(), flags) != 0 ? 0 : last_error();
+        return error;
     } catch (...) {
         return ERROR_NOT_ENOUGH_MEMORY;
     }
