@@ -14,7 +14,10 @@
 #include <windows.h>
 #else
 #include <netdb.h>
+#include <pty.h>
 #include <pwd.h>
+#include <sys/ioctl.h>
+#include <sys/wait.h>
 #include <sys/socket.h>
 #include <sys/utsname.h>
 #include <unistd.h>
@@ -82,6 +85,50 @@ TEST(Env, HostDomainAndSystemMatchTheSystemsOwnAnswers) {
     ASSERT_EQ(uname(&names), 0);
     EXPECT_EQ(text_of(env_get_os_version()), std::string(names.sysname) + " " + names.release + " " +
                                                  names.version + " " + names.machine);
+}
+
+// What a child whose standard output is the given descriptor answers:
+// env_is_terminal(1) in bit 0, and when env_get_terminal_columns(1) works,
+// its value shifted left by one.
+int terminal_answers_on(int fd) {
+    const pid_t child = fork();
+    if (child == 0) {
+        dup2(fd, 1);
+        int32_t columns = 0;
+        const int is_terminal = env_is_terminal(1);
+        const int known = env_get_terminal_columns(1, &columns);
+        _exit(is_terminal | (known == 1 ? columns << 1 : 0));
+    }
+    int status = 0;
+    EXPECT_EQ(waitpid(child, &status, 0), child);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+TEST(Env, TerminalsAreToldFromPipesAndGiveTheirWidth) {
+    int master = -1;
+    int slave = -1;
+    winsize size{};
+    size.ws_col = 97;
+    size.ws_row = 30;
+    ASSERT_EQ(openpty(&master, &slave, nullptr, nullptr, &size), 0);
+    EXPECT_EQ(terminal_answers_on(slave), 1 | 97 << 1);
+    close(master);
+    close(slave);
+
+    int ends[2];
+    ASSERT_EQ(pipe(ends), 0);
+    EXPECT_EQ(terminal_answers_on(ends[1]), 0);
+    close(ends[0]);
+    close(ends[1]);
+
+    EXPECT_EQ(env_is_terminal(7), 0);
+    EXPECT_EQ(env_is_terminal(-1), 0);
+    int32_t columns = -5;
+    EXPECT_EQ(env_get_terminal_columns(9, &columns), 0);
+    EXPECT_EQ(err_get_error_code(0), ERR_SYS_ERRMSG);
+    EXPECT_EQ(columns, -5);
+    EXPECT_EQ(env_get_terminal_columns(1, nullptr), 0);
+    EXPECT_EQ(err_get_error_code(0), ERR_GEN_PARAMS);
 }
 
 TEST(Env, RemovedCurrentDirectoryIsAnErrorNotAnEmptyText) {

@@ -16,6 +16,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <future>
 #include <string>
 #include <thread>
 #include <vector>
@@ -321,6 +322,32 @@ TEST_F(SlNet, SynchronousReceiveFromAClosedOrSilentPeerLeavesTheSessionInactive)
         EXPECT_EQ(sl_net_is_active(c.client), 0);
         EXPECT_TRUE(fails_with_stack(sl_net_send(c.client, "x", 1, nullptr), {ERR_NET_SEND, ERR_NET_NOTACT}));
     }
+}
+
+TEST_F(SlNet, AbortingFromAnotherThreadBreaksABlockedReceiveAndEveryLaterTransfer) {
+    Connection c;
+    // A broken abort shows as a failure after this, never as a hang.
+    ASSERT_EQ(sl_net_set_recv_timeout(c.client, 60), 1);
+    std::promise<void> first_part;
+    int blocked_result = -1;
+    std::thread receiver([&] {
+        char buffer[8] = {};
+        if (sl_net_recv(c.client, buffer, 3, nullptr) == 1) {
+            first_part.set_value();
+            blocked_result = sl_net_recv(c.client, buffer, 8, nullptr);
+        }
+    });
+    ASSERT_EQ(sl_net_send(c.server, "abc", 3, nullptr), 1);
+    first_part.get_future().wait();
+    ASSERT_EQ(sl_net_abort(c.client), 1) << err_get_error_msg();
+    receiver.join();
+    EXPECT_EQ(blocked_result, 0);
+    EXPECT_TRUE(fails_with(sl_net_send(c.client, "x", 1, nullptr), ERR_NET_SEND));
+    // The peer sees the connection end.
+    char byte = 0;
+    EXPECT_EQ(sl_net_recv(c.server, &byte, 1, nullptr), 0);
+    EXPECT_EQ(sl_net_abort(c.client), 1);
+    EXPECT_TRUE(fails_with(sl_net_abort(nullptr), ERR_NET_BADSESS));
 }
 
 TEST_F(SlNet, SendingToAClosedPeerFailsWithoutKillingTheProcess) {

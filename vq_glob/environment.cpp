@@ -113,4 +113,17 @@ VQ_API const char *env_get_cwd(void) {
     return answer(&Record::cwd, plat_fs_current_dir, ERR_ENV_GETCWD, nullptr);
 }
 
+VQ_API int env_is_terminal(int32_t stream) { return plat_env_is_terminal(stream) ? 1 : 0; }
+
+VQ_API int env_get_terminal_columns(int32_t stream, int32_t *columns) {
+    if (columns == nullptr) {
+        return vq::raise::params(vq::raise::Report::fresh, __func__, "columns");
+    }
+    if (int32_t error = plat_env_terminal_columns(stream, columns); error != 0) {
+        vq::env::fail(error, vq::env::kNoLine, nullptr);
+        return 0;
+    }
+    return 1;
+}
+
 }  // extern "C"

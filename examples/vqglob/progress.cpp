@@ -1,20 +1,39 @@
-// Deployment progress (see progress.h). The library has no terminal query,
-// so whether standard output is a terminal is asked of the C runtime.
+// Deployment progress (see progress.h): a bar redrawn in place when standard
+// output is a terminal, plain lines otherwise.
 #include "progress.h"
 
 #include <cstdio>
 
-#ifdef _WIN32
-#include <io.h>
-#define VQGLOB_ISATTY(f) _isatty(_fileno(f))
-#else
-#include <unistd.h>
-#define VQGLOB_ISATTY(f) isatty(fileno(f))
-#endif
+#include "vq_glob/env.h"
+#include "vq_glob/err.h"
 
 namespace vqglob {
 
-Progress::Progress() : terminal_(VQGLOB_ISATTY(stdout) != 0), begin_(std::chrono::steady_clock::now()) {}
+namespace {
+
+// The figures after the bar take about this many columns; the bar gets what
+// the terminal has beyond them, within bounds, so that the line never wraps
+// (a wrapped line cannot be redrawn in place).
+constexpr int kFiguresWidth = 72;
+constexpr int kWidestBar = 30;
+constexpr int kNarrowestBar = 5;
+
+int bar_width() {
+    int32_t columns = 0;
+    if (env_get_terminal_columns(1, &columns) != 1) {
+        err_clear_error_stack();
+        return kWidestBar;
+    }
+    const int room = static_cast<int>(columns) - kFiguresWidth;
+    return room < kNarrowestBar ? kNarrowestBar : room > kWidestBar ? kWidestBar : room;
+}
+
+}  // namespace
+
+Progress::Progress()
+    : terminal_(env_is_terminal(1) == 1),
+      bar_width_(terminal_ ? bar_width() : 0),
+      begin_(std::chrono::steady_clock::now()) {}
 
 std::string Progress::human_bytes(double bytes) {
     static const char *const kUnits[] = {"B", "KB", "MB", "GB", "TB"};
@@ -63,13 +82,12 @@ void Progress::finish() {
 }
 
 void Progress::draw() {
-    constexpr int kWidth = 30;
     double elapsed = std::chrono::duration<double>(std::chrono::steady_clock::now() - begin_).count();
     double rate = elapsed > 0 ? static_cast<double>(bytes_done_) / elapsed : 0;
     double share = bytes_total_ > 0 ? static_cast<double>(bytes_done_) / static_cast<double>(bytes_total_) : 1;
-    int filled = static_cast<int>(share * kWidth);
+    int filled = static_cast<int>(share * bar_width_);
     std::string bar(static_cast<size_t>(filled), '#');
-    bar.resize(kWidth, ' ');
+    bar.resize(static_cast<size_t>(bar_width_), ' ');
     double left = rate > 0 ? static_cast<double>(bytes_total_ - bytes_done_) / rate : 0;
     std::printf("\r[%s] %llu/%llu files %s/%s %s/s %.0f s left\033[K", bar.c_str(),
                 static_cast<unsigned long long>(files_done_), static_cast<unsigned long long>(files_total_),

@@ -30,6 +30,7 @@ private:
 
     std::mutex mutex_;
     bool terminal_;
+    int bar_width_;  // the bar's share of the terminal's line
     bool drawn_ = false;
     uint64_t files_total_ = 0;
     uint64_t bytes_total_ = 0;

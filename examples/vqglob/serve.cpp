@@ -14,12 +14,6 @@
 #include <mutex>
 #include <thread>
 
-#ifdef _WIN32
-#include <winsock2.h>
-#else
-#include <sys/socket.h>
-#endif
-
 #include "files.h"
 #include "log.h"
 #include "releases.h"
@@ -58,20 +52,6 @@ void install_signal_handlers() {
 #ifdef SIGHUP
     std::signal(SIGHUP, on_reload_signal);
 #endif
-}
-
-// Breaks a connection another thread is blocked on: its receive or send
-// fails at once. The library has no call for this, so the socket is shut
-// down directly.
-void break_connection(void *net) {
-    sl_net_socket socket = SL_NET_NO_SOCKET;
-    if (sl_net_get_socket(net, &socket) == 1 && socket != SL_NET_NO_SOCKET) {
-#ifdef _WIN32
-        shutdown(static_cast<SOCKET>(socket), SD_BOTH);
-#else
-        shutdown(static_cast<int>(socket), SHUT_RDWR);
-#endif
-    }
 }
 
 std::string dotted(uint32_t network_order) {
@@ -241,7 +221,7 @@ void Daemon::stop_connections() {
         std::lock_guard<std::mutex> lock(mutex_);
         for (auto &c : connections_) {
             if (c->net != nullptr) {
-                break_connection(c->net);
+                sl_net_abort(c->net);
             }
         }
     }

@@ -38,6 +38,16 @@ VQ_API const char *env_get_os_version(void);
  * ERR_ENV_GETCWD. */
 VQ_API const char *env_get_cwd(void);
 
+/* 1 when standard stream 0, 1 or 2 (input, output, error) of the process is
+ * a terminal (a console on Windows), else 0: a file, a pipe, a closed stream
+ * or a number outside 0-2. Never an error; for choosing between a progress
+ * bar and plain lines, or whether to prompt. */
+VQ_API int env_is_terminal(int32_t stream);
+/* Fills *columns with the width of the terminal behind standard stream 0, 1
+ * or 2; returns 1. A stream that is no terminal fails with the system's
+ * reason (ERR_SYS_ERRMSG), a null columns with ERR_GEN_PARAMS. */
+VQ_API int env_get_terminal_columns(int32_t stream, int32_t *columns);
+
 VQ_EXTERN_C_END
 
 #endif /* VQ_GLOB_ENV_H */

@@ -171,6 +171,14 @@ VQ_API int sl_net_connect(void *session);
 /* Shuts the socket down and closes it; the session becomes inactive and can
  * connect again. */
 VQ_API int sl_net_disconnect(void *session);
+/* Breaks the session's connection off from any thread: both directions are
+ * shut down, so that a send or receive another thread is blocked in on it
+ * fails at once, as does every later transfer. The socket stays open (and
+ * the session allocated) until its own thread disconnects or frees it; the
+ * caller must keep the session from being freed while this runs. For a
+ * daemon that stops while its connections wait on their peers. A session
+ * without a socket is no error. */
+VQ_API int sl_net_abort(void *session);
 /* Creates the socket, sets address reuse and binds it to port (0: one the
  * system picks, see sl_net_get_local_port) on the address of host_or_null,
  * or on every address. Fails with ERR_NET_BIND. */

@@ -42,6 +42,16 @@ int32_t plat_env_domain_name(const char *host, std::string *out);
 // "Windows <major>.<minor>.<build>" (RtlGetVersion).
 int32_t plat_env_os_version(std::string *out);
 
+// Whether standard stream 0, 1 or 2 (input, output, error) is a terminal:
+// isatty on POSIX; a console handle on Windows (GetConsoleMode succeeds).
+bool plat_env_is_terminal(int stream);
+
+// The width in columns of the terminal behind standard stream 0, 1 or 2:
+// 0 with *columns set, or an error number (ENOTTY / ERROR_INVALID_HANDLE
+// when the stream is no terminal). TIOCGWINSZ on POSIX; the console screen
+// buffer's window on Windows.
+int32_t plat_env_terminal_columns(int stream, int32_t *columns);
+
 // The text for an error of these queries: a resolver error (getaddrinfo's own
 // codes on POSIX) or a system error number. Always NUL-terminated when
 // size > 0.

@@ -84,6 +84,19 @@ VQ_API int sl_net_disconnect(void *session) {
     return 1;
 }
 
+VQ_API int sl_net_abort(void *session) {
+    Session *own = VQ_NET_SESSION(session);
+    if (own == nullptr) {
+        return 0;
+    }
+    // Only the shutdown: closing would free the descriptor number under the
+    // blocked thread, and the system could hand it to another file.
+    if (own->socket != kPlatNoSocket) {
+        plat_socket_shutdown(own->socket);
+    }
+    return 1;
+}
+
 VQ_API int sl_net_bind(void *session, const char *host_or_null, uint16_t port) {
     Session *own = VQ_NET_SESSION(session);
     if (own == nullptr) {

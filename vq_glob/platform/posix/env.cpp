@@ -5,6 +5,7 @@
 
 #include <netdb.h>
 #include <pwd.h>
+#include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <sys/types.h>
 #include <sys/utsname.h>
@@ -164,4 +165,18 @@ void plat_env_error_text(int32_t code, char *buf, size_t size) {
         return;
     }
     plat_system_error_text(code, buf, size);
+}
+
+bool plat_env_is_terminal(int stream) { return stream >= 0 && stream <= 2 && isatty(stream) == 1; }
+
+int32_t plat_env_terminal_columns(int stream, int32_t *columns) {
+    if (!plat_env_is_terminal(stream)) {
+        return ENOTTY;
+    }
+    winsize size{};
+    if (ioctl(stream, TIOCGWINSZ, &size) != 0) {
+        return errno;
+    }
+    *columns = size.ws_col;
+    return 0;
 }

@@ -155,3 +155,35 @@ int32_t plat_env_os_version(std::string *out) {
 }
 
 void plat_env_error_text(int32_t code, char *buf, size_t size) { plat_system_error_text(code, buf, size); }
+
+namespace {
+
+// The console handle of standard stream 0, 1 or 2, or null when the stream
+// is a file, a pipe, absent or no such stream.
+HANDLE console_of(int stream) {
+    static const DWORD kStdHandles[] = {STD_INPUT_HANDLE, STD_OUTPUT_HANDLE, STD_ERROR_HANDLE};
+    if (stream < 0 || stream > 2) {
+        return nullptr;
+    }
+    HANDLE handle = GetStdHandle(kStdHandles[stream]);
+    DWORD mode = 0;
+    return handle != nullptr && handle != INVALID_HANDLE_VALUE && GetConsoleMode(handle, &mode) != 0 ? handle
+                                                                                                    : nullptr;
+}
+
+}  // namespace
+
+bool plat_env_is_terminal(int stream) { return console_of(stream) != nullptr; }
+
+int32_t plat_env_terminal_columns(int stream, int32_t *columns) {
+    HANDLE console = console_of(stream);
+    if (console == nullptr) {
+        return ERROR_INVALID_HANDLE;
+    }
+    CONSOLE_SCREEN_BUFFER_INFO info{};
+    if (GetConsoleScreenBufferInfo(console, &info) == 0) {
+        return last_error();
+    }
+    *columns = info.srWindow.Right - info.srWindow.Left + 1;
+    return 0;
+}
