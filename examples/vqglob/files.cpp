@@ -125,6 +125,11 @@ bool entry_from_status(const gf_file_status &status, FileEntry &entry) {
     entry.size = status.size;
     entry.mtime = status.modified_seconds;  // nanoseconds are never negative: this is the floor
     entry.mode = status.mode & 07777u;
+#ifdef _WIN32
+    // Windows tells only read-only (0444) or not (0666): a file sent from it
+    // is writable by its owner alone, as a usual umask of 022 would leave it.
+    entry.mode &= ~022u;
+#endif
     return true;
 }
 
