@@ -50,6 +50,11 @@ mingw64-test:
 	# A Wine process that wedges at start-up is retried rather than failing the run.
 	$(CTEST) --preset mingw64 --repeat after-timeout:3
 	./scripts/check_exports.sh build/mingw64/bin/vq_glob.dll
+	# Deployments across platforms: the Linux vqglob to the Windows daemon
+	# under wine64, and the Windows client to the Linux daemon.
+	$(CMAKE) --preset default >/dev/null
+	$(CMAKE) --build --preset default --target vqglob
+	./scripts/wine_interop.sh build/default build/mingw64
 
 mingw32-build:
 	$(CMAKE) --preset mingw32
