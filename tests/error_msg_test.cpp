@@ -345,6 +345,33 @@ TEST_F(ErrorStack, PrintingAppendsToTheLogFile) {
     err_set_log_file(nullptr);
 }
 
+TEST_F(ErrorStack, LogLinesGoWhereDescriptionsGoAndLeaveTheStackAlone) {
+    std::string path = ::testing::TempDir() + "vq_err_line_test.log";
+    std::remove(path.c_str());
+    err_set_log_file(path.c_str());
+    err_set_error(ERR_GEN_GENERAL, "kept");
+    err_set_log_interactive(1);
+    ::testing::internal::CaptureStdout();
+    ::testing::internal::CaptureStderr();
+    EXPECT_EQ(err_log_line(1, "deployment 7 committed"), 1);
+    EXPECT_EQ(err_log_line(3, "client refused"), 1);
+    EXPECT_EQ(::testing::internal::GetCapturedStderr(), "client refused\n");
+    EXPECT_EQ(::testing::internal::GetCapturedStdout(), "deployment 7 committed\n");
+    err_set_log_interactive(0);
+    EXPECT_EQ(err_get_stack_depth(), 1);
+    EXPECT_STREQ(err_get_error_msg(), "GEN-E-GENERAL, kept");
+    err_print_error_msg();
+    err_set_log_file(nullptr);
+    EXPECT_EQ(read_file(path), "deployment 7 committed\nclient refused\n" + std::string(79, '-') +
+                                   "\n\nGEN-E-GENERAL, kept\n\n");
+    std::remove(path.c_str());
+
+    EXPECT_EQ(err_log_line(5, "x"), 0);
+    EXPECT_EQ(err_get_error_code(0), ERR_GEN_PARAMS);
+    EXPECT_EQ(err_log_line(0, nullptr), 0);
+    EXPECT_EQ(err_get_error_code(0), ERR_GEN_PARAMS);
+}
+
 // Reads a file through the library's own file layer, which takes names of
 // any length on every platform.
 std::string read_long_named(const std::string &path) {

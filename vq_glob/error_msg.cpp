@@ -359,6 +359,41 @@ void write_log_file(ErrorRecord &rec) {
     plat_restore_file_mask(mask);
 }
 
+// One text on the console when console printing is on: errors, warnings
+// and fatal ones on stderr, the rest on stdout.
+void to_console(const ErrorRecord &rec, uint32_t severity, const char *text) {
+    if (rec.interactive != 0) {
+        std::FILE *console = severity >= 2 && severity <= 4 ? stderr : stdout;
+        std::fprintf(console, "%s\n", text);
+        std::fflush(console);
+    }
+}
+
+// One text in the system log when that is on and severity reaches its
+// threshold; the event's type follows the severity.
+void to_system_log(const ErrorRecord &rec, uint32_t severity, const char *text) {
+    if (rec.syslog == 0 || static_cast<int32_t>(severity) < rec.syslog_severity) {
+        return;
+    }
+    const PlatEventType type = severity >= 3   ? PlatEventType::error
+                               : severity == 2 ? PlatEventType::warning
+                               : severity == 1 ? PlatEventType::information
+                                               : PlatEventType::success;
+    plat_event_report(kEventSource, type, 1000 + severity, text);
+}
+
+// One line of the program's own in the log file, without the separator an
+// error description gets.
+void append_log_line(const ErrorRecord &rec, const char *text) {
+    uint32_t mask = plat_set_log_file_mask();
+    std::FILE *log = nullptr;
+    if (plat_open_log_file(rec.log_file.c_str(), &log) == 0) {
+        std::fprintf(log, "%s\n", text);
+        std::fclose(log);
+    }
+    plat_restore_file_mask(mask);
+}
+
 const char *const kJobNames[] = {"Internal Process", "Distribution Job", "Replication Job",
                                  "Deployment Job",   "Collection Job",   "Scheduled Job"};
 const char *const kStatusNames[] = {"SUCCESS", "WARNING", "ERROR", "ABORT"};
@@ -642,19 +677,31 @@ VQ_API int err_print_error_msg(void) {
         return 0;
     }
     const err_entry *newest = entry_at(*rec, 0);
-    uint32_t severity = newest != nullptr ? lookup(newest->code).severity : 0;
-    if (rec->interactive != 0) {
-        std::FILE *console = severity >= 2 && severity <= 4 ? stderr : stdout;
-        std::fprintf(console, "%s\n", description(*rec));
-        std::fflush(console);
-    }
+    const uint32_t severity = newest != nullptr ? lookup(newest->code).severity : 0;
+    to_console(*rec, severity, description(*rec));
     if (rec->log_to_file != 0) {
         write_log_file(*rec);
     }
-    if (rec->syslog != 0 && newest != nullptr && static_cast<int32_t>(severity) >= rec->syslog_severity) {
-        plat_event_report(kEventSource, severity >= 3 ? PlatEventType::error : PlatEventType::warning, 1000 + severity,
-                          description(*rec));
+    if (newest != nullptr) {
+        to_system_log(*rec, severity, description(*rec));
     }
+    return 1;
+}
+
+VQ_API int err_log_line(int32_t severity, const char *text) {
+    ErrorRecord *rec = ready_record();
+    if (rec == nullptr) {
+        return 0;
+    }
+    if (text == nullptr || severity < 0 || severity > 4) {
+        return vq::raise::params(vq::raise::Report::fresh, __func__, text == nullptr ? "text" : "severity");
+    }
+    const auto level = static_cast<uint32_t>(severity);
+    to_console(*rec, level, text);
+    if (rec->log_to_file != 0) {
+        append_log_line(*rec, text);
+    }
+    to_system_log(*rec, level, text);
     return 1;
 }
 

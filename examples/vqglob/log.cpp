@@ -14,14 +14,6 @@ std::mutex log_mutex;
 FILE *log_file = nullptr;
 bool use_syslog = false;
 
-// The system log goes through the library's error output: the line becomes
-// this thread's only stack entry for the moment it is reported.
-void to_syslog(const std::string &line) {
-    err_clear_error_stack();
-    err_add_text_error(line.c_str());
-    err_print_error_msg();
-    err_clear_error_stack();
-}
 
 }  // namespace
 
@@ -51,6 +43,8 @@ bool log_open(const std::string &file) {
     log_file = opened;
     use_syslog = opened == nullptr;
     err_set_log_syslog(use_syslog ? 1 : 0);
+    // Informational lines too: the system log is then the daemon's only log.
+    err_set_syslog_severity(0);
     err_set_log_interactive(0);
     return true;
 }
@@ -63,7 +57,13 @@ void log_close() {
     }
 }
 
-void log_line(const std::string &text) {
+namespace {
+
+// Severities of the library's message table: information and error.
+constexpr int32_t kInformation = 1;
+constexpr int32_t kError = 3;
+
+void write_line(const std::string &text, int32_t severity) {
     std::string line = utc_text("%Y-%m-%dT%H:%M:%SZ") + " " + text;
     std::lock_guard<std::mutex> lock(log_mutex);
     std::fprintf(stdout, "%s\n", line.c_str());
@@ -72,16 +72,20 @@ void log_line(const std::string &text) {
         std::fprintf(log_file, "%s\n", line.c_str());
         std::fflush(log_file);
     } else if (use_syslog) {
-        to_syslog(text);
+        err_log_line(severity, text.c_str());
     }
 }
+
+}  // namespace
+
+void log_line(const std::string &text) { write_line(text, kInformation); }
 
 void log_failure(const std::string &context) {
     std::string text = context + ": " + err_get_error_msg();
     for (char &c : text) {
         c = c == '\n' ? ' ' : c;
     }
-    log_line(text);
+    write_line(text, kError);
 }
 
 }  // namespace vqglob

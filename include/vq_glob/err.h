@@ -92,6 +92,13 @@ VQ_API const char *err_get_saved_error(void);
 /* Prints the description to the console (stderr for W/E/F, else stdout) and
  * appends it to the log file when file logging is on. */
 VQ_API int err_print_error_msg(void);
+/* Writes one line of the program's own, not an error stack, to the outputs
+ * err_print_error_msg uses: the console when on (stderr for severity 2-4,
+ * else stdout), the log file when on, the system log when on and severity is
+ * at least err_set_syslog_severity's. severity is 0-4 (S I W E F); text is
+ * written as given. The error stack is not touched. 0 with ERR_GEN_PARAMS
+ * for a null text or a severity outside 0-4. */
+VQ_API int err_log_line(int32_t severity, const char *text);
 /* NULL switches file logging off; a name (UTF-8, any length, copied whole)
  * switches it on. 0 with MEMORY on the stack, and the previous setting kept,
  * when the copy cannot be made. */
