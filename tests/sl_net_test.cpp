@@ -542,6 +542,29 @@ TEST_F(SlNet, GettersReturnTheTimeOutsAndTheRemoteHostWhole) {
     EXPECT_TRUE(fails_with(sl_net_get_recv_timeout(c.client, nullptr), ERR_NET_BADPTR));
 }
 
+TEST_F(SlNet, PeekedBytesStayForTheNextReceiveAndAClosedPeerEndsThePeek) {
+    Connection c;
+    int calls = 0;
+    ASSERT_EQ(sl_net_set_hook_data(c.client, &calls), 1);
+    ASSERT_EQ(sl_net_set_hook_routine(c.client, SL_NET_HOOK_RECV, unscrambling_recv), 1);
+    ASSERT_EQ(sl_net_set_hook_state(c.client, 1), 1);
+    ASSERT_EQ(sl_net_send(c.server, "\x16rest", 5, nullptr), 1);
+    char first = 0;
+    int32_t count = 0;
+    ASSERT_EQ(sl_net_peek(c.client, &first, 1, &count), 1) << err_get_error_msg();
+    EXPECT_EQ(count, 1);
+    EXPECT_EQ(first, '\x16');
+    EXPECT_EQ(calls, 0) << "a peek sees the raw stream";
+    ASSERT_EQ(sl_net_set_hook_state(c.client, 0), 1);
+    char all[6] = {};
+    ASSERT_EQ(sl_net_recv(c.client, all, 5, nullptr), 1);
+    EXPECT_EQ(std::string(all), "\x16rest");
+
+    free_session(c.server);
+    EXPECT_TRUE(fails_with(sl_net_peek(c.client, &first, 1, &count), ERR_NET_RECV));
+    EXPECT_EQ(sl_net_is_active(c.client), 0);
+}
+
 TEST_F(SlNet, ReceivingWhatIsAvailableBypassesTheHooksAndSetInactiveStopsTransfers) {
     Connection c;
     int calls = 0;

@@ -32,8 +32,8 @@ protected:
     }
     fs::path src() const { return scratch_.path() / "src"; }
     const vq::test::TestPki &pki() const { return pki_; }
-    std::string server_tls(const std::string &allowed) const {
-        return "Insecure Loopback=FALSE\nCertificate File=" + pki_.server.cert.string() +
+    std::string server_tls(const std::string &allowed, bool plain_too = false) const {
+        return std::string("Insecure Loopback=") + (plain_too ? "TRUE" : "FALSE") + "\nCertificate File=" + pki_.server.cert.string() +
                "\nKey File=" + pki_.server.key.string() + "\nCA File=" + pki_.ca.cert.string() +
                "\nAllowed Clients=_ml_text_\n" + allowed + "\n_ml_text_\n";
     }
@@ -61,6 +61,19 @@ TEST_F(VqglobTls, AnAllowedClientDeploysByNameOrFingerprint) {
                                 "-key=" + pki().client.key.string(), "-ca=" + pki().ca.cert.string()});
     EXPECT_EQ(list.status, 0) << list.output;
     by_name.child().wait_line("TLS client " + pki().client.common_name + " (" + pki().client.fingerprint + ")");
+}
+
+TEST_F(VqglobTls, WithInsecureLoopbackPlainAndTlsClientsShareThePort) {
+    Daemon d(scratch_.path(), server_tls(pki().client.common_name, true));
+    ToolResult plain = run_tool({"deploy", src().string(), "-to=" + d.target(), "-insecure"});
+    EXPECT_EQ(plain.status, 0) << plain.output;
+    EXPECT_TRUE(plain.says("done: 2 sent")) << plain.output;
+    std::ofstream(src() / "a.txt") << "alpha, changed";
+    ToolResult secured = deploy(d, pki().client);
+    EXPECT_EQ(secured.status, 0) << secured.output;
+    EXPECT_TRUE(secured.says("done: 1 sent")) << secured.output;
+    d.child().wait_line("TLS client " + pki().client.common_name);
+    EXPECT_EQ(vq::test::read_file(d.root() / "a.txt"), vq::test::read_file(src() / "a.txt"));
 }
 
 TEST_F(VqglobTls, UnlistedIdentitiesAndPlainClientsAreRefused) {

@@ -80,6 +80,7 @@ private:
     void reap(bool wait_all);
     void stop_connections();
     void reload();
+    bool speaks_tls(Connection *c, const Settings &current, const std::string &peer);
     void serve(Connection *c, std::shared_ptr<const Settings> current, const std::string &peer,
                std::string reason);
     std::shared_ptr<const Settings> settings();
@@ -175,11 +176,27 @@ void Daemon::accept_connection() {
     connections_.push_back(std::move(connection));
 }
 
+// Whether a connection speaks TLS: always when TLS is on, unless plain
+// loopback clients are allowed too and this one's first byte is no TLS
+// handshake record (0x16). A client that sends nothing is taken as TLS and
+// fails its handshake within the idle time-out.
+bool Daemon::speaks_tls(Connection *c, const Settings &current, const std::string &peer) {
+    if (tls_ == nullptr) {
+        return false;
+    }
+    if (!current.insecure_loopback || !is_loopback(peer)) {
+        return true;
+    }
+    constexpr unsigned char kTlsHandshakeRecord = 0x16;
+    unsigned char first = 0;
+    return sl_net_peek(c->net, &first, 1, nullptr) != 1 || first == kTlsHandshakeRecord;
+}
+
 // A connection's thread: the TLS handshake and the client's identity first,
-// when TLS is on, then its requests (or its refusal).
+// when it speaks TLS, then its requests (or its refusal).
 void Daemon::serve(Connection *c, std::shared_ptr<const Settings> current, const std::string &peer,
                    std::string reason) {
-    if (tls_ != nullptr) {
+    if (speaks_tls(c, *current, peer)) {
         std::string identity;
         if (sle_attach(tls_, c->net) != 1) {
             log_failure(peer + ": TLS handshake failed");

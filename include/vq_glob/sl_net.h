@@ -216,6 +216,11 @@ VQ_API int sl_net_recv_sync(void *session, void *buffer, int32_t length, int32_t
  * the flags (for a layer behind the hooks reading its own records); fails as
  * sl_net_recv_sync does. */
 VQ_API int sl_net_recv_available(void *session, void *buffer, int32_t length, int32_t *received_or_null);
+/* As sl_net_recv_available, but the bytes stay in the socket: the next
+ * receive gets them again. For telling protocols apart by their first bytes
+ * (a TLS handshake starts with 0x16) before choosing how to read. May give
+ * fewer bytes than have been sent; fails as sl_net_recv_sync does. */
+VQ_API int sl_net_peek(void *session, void *buffer, int32_t length, int32_t *received_or_null);
 /* One send or recv of the whole length; would-block succeeds with 0 bytes. A
  * receive that finds the peer closed fails with nothing on the error stack
  * and leaves the state alone. */

@@ -83,6 +83,9 @@ int32_t plat_socket_local_port(PlatSocket socket, uint16_t *port);
 // count moved; a recv of 0 bytes with result 0 means the peer closed.
 int32_t plat_socket_send(PlatSocket socket, const void *data, size_t size, bool wait, size_t *done);
 int32_t plat_socket_recv(PlatSocket socket, void *data, size_t size, bool wait, size_t *done);
+// As plat_socket_recv with wait, but the bytes stay in the socket for the
+// next recv (MSG_PEEK).
+int32_t plat_socket_peek(PlatSocket socket, void *data, size_t size, size_t *done);
 
 // ---- Options -------------------------------------------------------------------
 

@@ -29,9 +29,14 @@ int recv_attempt(const Session &session, unsigned char *bytes, size_t size, bool
     return plat_socket_recv(session.socket, bytes, size, wait, done);
 }
 
+int peek_attempt(const Session &session, unsigned char *bytes, size_t size, bool, size_t *done) {
+    return plat_socket_peek(session.socket, bytes, size, done);
+}
+
 constexpr Direction kSend{ERR_NET_SEND, &Session::send_timeout, send_attempt, false};
 constexpr Direction kRecv{ERR_NET_RECV, &Session::recv_timeout, recv_attempt, true};
 constexpr Direction kRecvFirst{ERR_NET_RECV, &Session::recv_timeout, recv_attempt, true, true};
+constexpr Direction kPeek{ERR_NET_RECV, &Session::recv_timeout, peek_attempt, true, true};
 
 void report(int32_t *done_or_null, size_t done) {
     if (done_or_null != nullptr) {
@@ -208,6 +213,10 @@ VQ_API int sl_net_recv_sync(void *session, void *buffer, int32_t length, int32_t
 VQ_API int sl_net_recv_available(void *session, void *buffer, int32_t length, int32_t *received_or_null) {
     return transfer_sync(session, __func__, kRecvFirst, static_cast<unsigned char *>(buffer), length,
                          received_or_null);
+}
+
+VQ_API int sl_net_peek(void *session, void *buffer, int32_t length, int32_t *received_or_null) {
+    return transfer_sync(session, __func__, kPeek, static_cast<unsigned char *>(buffer), length, received_or_null);
 }
 
 VQ_API int sl_net_send_non_blocking(void *session, const void *buffer, int32_t length, int32_t *sent_or_null) {

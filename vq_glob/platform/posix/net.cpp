@@ -300,9 +300,10 @@ int32_t plat_socket_send(PlatSocket socket, const void *data, size_t size, bool 
     }
 }
 
-int32_t plat_socket_recv(PlatSocket socket, void *data, size_t size, bool wait, size_t *done) {
+namespace {
+
+int32_t recv_with(PlatSocket socket, void *data, size_t size, int flags, size_t *done) {
     *done = 0;
-    const int flags = wait ? 0 : MSG_DONTWAIT;
     for (;;) {
         const ssize_t n = recv(fd_of(socket), data, size, flags);
         if (n >= 0) {
@@ -313,6 +314,16 @@ int32_t plat_socket_recv(PlatSocket socket, void *data, size_t size, bool wait, 
             return errno;
         }
     }
+}
+
+}  // namespace
+
+int32_t plat_socket_recv(PlatSocket socket, void *data, size_t size, bool wait, size_t *done) {
+    return recv_with(socket, data, size, wait ? 0 : MSG_DONTWAIT, done);
+}
+
+int32_t plat_socket_peek(PlatSocket socket, void *data, size_t size, size_t *done) {
+    return recv_with(socket, data, size, MSG_PEEK, done);
 }
 
 int32_t plat_socket_set_option(PlatSocket socket, PlatSocketOption option, int32_t value) {

@@ -255,6 +255,16 @@ int32_t plat_socket_recv(PlatSocket socket, void *data, size_t size, bool wait, 
     return 0;
 }
 
+int32_t plat_socket_peek(PlatSocket socket, void *data, size_t size, size_t *done) {
+    *done = 0;
+    const int received = recv(native(socket), static_cast<char *>(data), chunk(size), MSG_PEEK);
+    if (received == SOCKET_ERROR) {
+        return socket_error();
+    }
+    *done = static_cast<size_t>(received);
+    return 0;
+}
+
 int32_t plat_socket_set_option(PlatSocket socket, PlatSocketOption option, int32_t value) {
     const SOCKET s = native(socket);
     switch (option) {
