@@ -3,6 +3,7 @@
 // paths, pieces versus one call, and per-thread registers.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <random>
 #include <string>
@@ -108,6 +109,28 @@ TEST(Crc, PiecesGiveTheSameValueAsOneCall) {
         }
         EXPECT_EQ(last, prefix.back());
     }
+}
+
+// The register-less form gives the same values for any split, while the
+// thread's register goes on undisturbed between its calls.
+TEST(Crc, ContinuedCrcsNeedNoRegisterAndRunSideBySide) {
+    const std::vector<unsigned char> data = random_bytes(100000, 9);
+    updcrc(nullptr, 0);
+    const uint32_t whole = updcrc(data.data(), static_cast<uint32_t>(data.size()));
+    EXPECT_EQ(crc32_continue(0, data.data(), data.size()), whole);
+    updcrc(nullptr, 0);
+    uint32_t continued = 0;
+    uint32_t by_register = 0;
+    for (size_t pos = 0, piece = 1; pos < data.size(); pos += piece, piece = piece * 3 + 1) {
+        const size_t n = std::min(piece, data.size() - pos);
+        continued = crc32_continue(continued, &data[pos], n);
+        by_register = updcrc(&data[pos], static_cast<uint32_t>(n));
+    }
+    EXPECT_EQ(continued, whole);
+    EXPECT_EQ(by_register, whole);
+    EXPECT_EQ(crc32_continue(0, "123456789", 9), 0xCBF43926u);
+    EXPECT_EQ(crc32_continue(whole, nullptr, 5), whole);
+    EXPECT_EQ(crc32_continue(7, data.data(), 0), 7u);
 }
 
 // Two threads feed different data piece by piece in lock step, so that each

@@ -19,6 +19,7 @@
 #include "support/net_support.h"
 #include "vq_glob/err.h"
 #include "vq_glob/sl_net.h"
+#include "vq_glob/hash.h"
 #include "vq_glob/slm.h"
 
 namespace fs = std::filesystem;
@@ -270,7 +271,17 @@ TEST_F(SlmTransfer, ReceivedAttachmentsGoToTemporaryFilesUnderTheSendersNumbers)
         EXPECT_EQ(fs::canonical(path.parent_path()), fs::canonical(temp_));
         EXPECT_EQ(path.filename().string().rfind("slm", 0), 0u) << got.name;
         EXPECT_EQ(read_file(path), wanted[code - 1]);
+        // Size and CRC as they arrived, in table order.
+        uint64_t size = 0;
+        uint32_t crc = 1;
+        const Bytes &bytes = wanted[code - 1];
+        ASSERT_EQ(slm_get_att_crc(in_.get(), code - 1, &size, &crc), 1);
+        EXPECT_EQ(size, bytes.size());
+        updcrc(nullptr, 0);
+        EXPECT_EQ(crc, bytes.empty() ? 0u : updcrc(bytes.data(), static_cast<uint32_t>(bytes.size())));
     }
+    EXPECT_TRUE(fails_with(slm_get_att_crc(in_.get(), 3, nullptr, nullptr), ERR_MSG_NOATT));
+    EXPECT_TRUE(fails_with(slm_get_att_crc(in_.get(), -1, nullptr, nullptr), ERR_MSG_NOATT));
 }
 
 TEST_F(SlmTransfer, NamesOnTheTargetFollowTheReplaceAndNewerOnTargetRules) {

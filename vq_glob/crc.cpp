@@ -389,6 +389,13 @@ extern "C" VQ_API uint32_t updcrc(const unsigned char *buffer, uint32_t length) 
     return ~reg;
 }
 
+extern "C" VQ_API uint32_t crc32_continue(uint32_t crc, const void *bytes, size_t length) {
+    if (bytes == nullptr) {
+        return crc;
+    }
+    return ~vq::crc::update(~crc, static_cast<const unsigned char *>(bytes), length);
+}
+
 // The hash table's default hash: the same as updcrc(NULL, 0) followed by
 // updcrc(bytes, length), with one look-up of the thread's record instead of
 // two, and no 32-bit limit on the length.

@@ -32,6 +32,11 @@ VQ_EXTERN_C_BEGIN
  * Otherwise feeds length bytes and returns the CRC-32 of all bytes fed since
  * the last reset (the register's complement). */
 VQ_API uint32_t updcrc(const unsigned char *buffer, uint32_t length);
+/* The same CRC-32 without a register: the CRC of the bytes crc covered
+ * followed by length bytes at bytes (start with crc 0; a NULL bytes returns
+ * crc). It keeps no state, so any number of CRCs may run at once on one
+ * thread, and lengths beyond 4 GiB are fine. */
+VQ_API uint32_t crc32_continue(uint32_t crc, const void *bytes, size_t length);
 
 /* ---- Hash table -------------------------------------------------------------- */
 

@@ -309,6 +309,25 @@ VQ_API int slm_get_number_of_attachments(void *handle, int32_t *count) {
     return 1;
 }
 
+VQ_API int slm_get_att_crc(void *handle, int32_t index, uint64_t *size, uint32_t *crc) {
+    Handle *h = vq::slm::checked(handle, __func__, "handle");
+    if (h == nullptr) {
+        return 0;
+    }
+    if (index < 0 || static_cast<size_t>(index) >= h->attachments.size()) {
+        err_add_error(ERR_MSG_NOATT, static_cast<int>(index));
+        return 0;
+    }
+    const vq::slm::Attachment &entry = *h->attachments[static_cast<size_t>(index)];
+    if (size != nullptr) {
+        *size = entry.received_bytes;
+    }
+    if (crc != nullptr) {
+        *crc = entry.received_crc;
+    }
+    return 1;
+}
+
 VQ_API int slm_set_temp_dir(void *handle, const char *dir) {
     Handle *h = vq::slm::checked(handle, __func__, "handle");
     if (h == nullptr) {

@@ -32,6 +32,8 @@ struct Attachment {
 
     // Receiving side.
     bool written = false;
+    uint64_t received_bytes = 0;
+    uint32_t received_crc = 0;  // crc32_continue over the bytes received
     std::string error_text;  // why it was not written; empty when written
 };
 

@@ -21,6 +21,7 @@
 #include "internal/trace.h"
 #include "platform/platform.h"
 #include "sl_messages/handle.h"
+#include "vq_glob/hash.h"
 #include "sl_messages/target_name.h"
 #include "sl_messages/transfer.h"
 #include "vq_glob/err.h"
@@ -267,7 +268,12 @@ private:
 
     // Writes the part just received, unless the entry is not being written.
     void write_piece() {
-        if (file_.get() < 0 || h_.recv_buffer.empty()) {
+        if (h_.recv_buffer.empty()) {
+            return;
+        }
+        current_->received_bytes += h_.recv_buffer.size();
+        current_->received_crc = crc32_continue(current_->received_crc, h_.recv_buffer.data(), h_.recv_buffer.size());
+        if (file_.get() < 0) {
             return;
         }
         if (gf_write_file(file_.get(), h_.recv_buffer.data(), static_cast<int32_t>(h_.recv_buffer.size())) != 1) {
