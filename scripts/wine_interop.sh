@@ -199,6 +199,19 @@ same_tree "linux->windows with -delete" "$src" "$root_w"
     fail "the post-deploy command did not run three times in the target root: $(cat "$work/post-win.txt")"
 echo "ok: the post-deploy command ran through cmd in the target root"
 
+# A name Windows would store under another one is refused, not changed.
+odd=$work/odd
+cp -a "$src" "$odd"
+printf 'dot\n' >"$odd/sub dir/trailing dot."
+if out=$("$native_tool" deploy "$odd" "-to=$target" -insecure 2>&1); then
+    fail "linux->windows: a name ending in a dot was accepted"
+fi
+case $out in
+*"Windows cannot hold it"*) echo "ok: a name Windows cannot hold is refused" ;;
+*) printf '%s\n' "$out" >&2; fail "linux->windows: the refusal of a name ending in a dot does not say why" ;;
+esac
+same_tree "linux->windows after the refused name" "$src" "$root_w"
+
 # Releases need "current" to be a link. Where the system makes links the
 # release arrives whole behind it; where it cannot (Wine), the daemon refuses
 # before anything is received and leaves nothing behind.

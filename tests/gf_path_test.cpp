@@ -216,6 +216,21 @@ TEST(GfPath, WindowsNameValidityIsTheSameEverywhere) {
     EXPECT_EQ(err_get_error_code(0), ERR_GEN_PARAMS);
 }
 
+TEST(GfPath, NamesWindowsWouldChangeOrOpenAsDevicesAreTold) {
+    for (const char *kept : {"name.txt", "CONSOLE", "con2", "COMA", "nul_x.txt", "a.con", "caf\xc3\xa9", "x y.z"}) {
+        EXPECT_EQ(gf_windows_keeps_filename(kept), 1) << kept;
+    }
+    for (const char *lost : {"CON", "con.txt", "Nul", "aux .log", "PRN", "COM1", "lpt9.tar.gz", "com0", "trailing.",
+                             "trailing ", "..", "", "tab\tin", "a:b", "what?"}) {
+        err_clear_error_stack();
+        EXPECT_EQ(gf_windows_keeps_filename(lost), 0) << lost;
+        EXPECT_EQ(err_get_error_code(0), ERR_FIL_WINVALID) << lost;
+    }
+    err_clear_error_stack();
+    EXPECT_EQ(gf_windows_keeps_filename(nullptr), 0);
+    EXPECT_EQ(err_get_error_code(0), ERR_GEN_PARAMS);
+}
+
 TEST(GfPath, NullArgumentsAreParamsErrors) {
     char out[8];
     const std::vector<std::pair<const char *, int>> calls = {

@@ -228,6 +228,14 @@ bool valid_relative_name(const std::string &name) {
         if (element.empty() || element == "." || element == "..") {
             return refuse_name(name, "an empty, \".\" or \"..\" element");
         }
+#ifdef _WIN32
+        // Windows would store such an element under another name (a trailing
+        // dot or blank dropped, a colon opening a stream) or open a device.
+        if (gf_windows_keeps_filename(element.c_str()) != 1) {
+            return refuse_name(name, "Windows cannot hold it as written (a reserved character or device name, "
+                                     "or a trailing dot or blank)");
+        }
+#endif
         start = end + 1;
     }
     return true;

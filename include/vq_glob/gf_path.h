@@ -40,6 +40,12 @@ VQ_API int gf_is_full_path(const char *path);
  * the test is for one element of a Windows name; reserved device names and
  * trailing dots or blanks pass). Otherwise 0 with ERR_FIL_WINVALID. */
 VQ_API int gf_is_windows_filename_valid(const char *name);
+/* 1 when name, one element of a path, names a file on Windows exactly as
+ * written: gf_is_windows_filename_valid holds, it is not empty, holds no control
+ * character, does not end in a dot or blank (which Windows drops) and is no
+ * device name (CON, PRN, AUX, NUL, COM0-9, LPT0-9 in any case, alone or before
+ * a dot). Otherwise 0 with ERR_FIL_WINVALID naming it. The same on every platform. */
+VQ_API int gf_windows_keeps_filename(const char *name);
 /* 1 when name is an existing directory / regular file / symbolic link, else 0
  * without an error. Directory and regular file describe what a link points
  * to. A NULL name is PARAMS, a name beyond GF_MAX_PATH_LENGTH is VLONGNAME. */

@@ -83,6 +83,41 @@ int text_path(const char *fn, const char *path, char *out, char separator) {
     return put(out, path, static_cast<size_t>(sep - path) + 1);
 }
 
+// Whether Windows stores name as written: not empty, no control character,
+// no trailing dot or blank (the system drops them).
+bool keeps_its_text(const char *name) {
+    size_t length = std::strlen(name);
+    for (size_t i = 0; i < length; ++i) {
+        if (static_cast<unsigned char>(name[i]) < 0x20) {
+            return false;
+        }
+    }
+    return length > 0 && name[length - 1] != '.' && name[length - 1] != ' ';
+}
+
+// Whether the part of name before its first dot, blanks at its end left
+// out, is a device name, which Windows opens instead of a file.
+bool is_windows_device_name(const char *name) {
+    size_t length = std::strcspn(name, ".");
+    while (length > 0 && name[length - 1] == ' ') {
+        --length;
+    }
+    char base[5] = "";
+    if (length < 3 || length > 4) {
+        return false;
+    }
+    for (size_t i = 0; i < length; ++i) {
+        char c = name[i];
+        base[i] = c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c;
+    }
+    if (length == 3) {
+        return std::strcmp(base, "CON") == 0 || std::strcmp(base, "PRN") == 0 || std::strcmp(base, "AUX") == 0 ||
+               std::strcmp(base, "NUL") == 0;
+    }
+    return (std::strncmp(base, "COM", 3) == 0 || std::strncmp(base, "LPT", 3) == 0) && base[3] >= '0' &&
+           base[3] <= '9';
+}
+
 }  // namespace
 }  // namespace vq::gf::paths
 
@@ -102,6 +137,20 @@ VQ_API int gf_is_windows_filename_valid(const char *name) {
         return vq::raise::params(Report::add, "gf_is_windows_filename_valid", "name");
     }
     if (name[std::strcspn(name, "\\/:*?\"<>|")] != '\0') {
+        err_add_error(ERR_FIL_WINVALID, name);
+        return 0;
+    }
+    return 1;
+}
+
+VQ_API int gf_windows_keeps_filename(const char *name) {
+    if (name == nullptr) {
+        return vq::raise::params(Report::add, "gf_windows_keeps_filename", "name");
+    }
+    if (gf_is_windows_filename_valid(name) != 1) {
+        return 0;
+    }
+    if (is_windows_device_name(name) || !keeps_its_text(name)) {
         err_add_error(ERR_FIL_WINVALID, name);
         return 0;
     }
