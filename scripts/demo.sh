@@ -12,6 +12,8 @@ vqglob=$build/bin/vqglob
 work=$build/demo-run
 rm -rf "$work"
 mkdir -p "$work/pki" "$work/target" "$work/sample/docs" "$work/sample/bin"
+# The client's CRC cache stays with the demo's files, not in the user's home.
+export XDG_CACHE_HOME="$work/cache"
 
 step() {
     printf '\n=== %s\n' "$*"

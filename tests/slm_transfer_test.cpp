@@ -260,6 +260,7 @@ TEST_F(SlmTransfer, ReceivedAttachmentsGoToTemporaryFilesUnderTheSendersNumbers)
     EXPECT_EQ(slm_get_number_of_attachments(in_.get(), &count), 1);
     EXPECT_EQ(count, 3);
     EXPECT_EQ(files_in(temp_), 3u);
+    EXPECT_TRUE(fails_with(slm_get_att_crc(in_.get(), SLM_LAST_REFERENCE, nullptr, nullptr), ERR_MSG_NOATT));
     const Bytes wanted[] = {text, buffer, {}};
     for (uint16_t code = 1; code <= 3; ++code) {
         SCOPED_TRACE(code);
@@ -279,9 +280,12 @@ TEST_F(SlmTransfer, ReceivedAttachmentsGoToTemporaryFilesUnderTheSendersNumbers)
         EXPECT_EQ(size, bytes.size());
         updcrc(nullptr, 0);
         EXPECT_EQ(crc, bytes.empty() ? 0u : updcrc(bytes.data(), static_cast<uint32_t>(bytes.size())));
+        uint32_t by_reference = 1;
+        ASSERT_EQ(slm_get_att_crc(in_.get(), SLM_LAST_REFERENCE, nullptr, &by_reference), 1);
+        EXPECT_EQ(by_reference, crc);
     }
     EXPECT_TRUE(fails_with(slm_get_att_crc(in_.get(), 3, nullptr, nullptr), ERR_MSG_NOATT));
-    EXPECT_TRUE(fails_with(slm_get_att_crc(in_.get(), -1, nullptr, nullptr), ERR_MSG_NOATT));
+    EXPECT_TRUE(fails_with(slm_get_att_crc(in_.get(), -2, nullptr, nullptr), ERR_MSG_NOATT));
 }
 
 TEST_F(SlmTransfer, NamesOnTheTargetFollowTheReplaceAndNewerOnTargetRules) {

@@ -17,6 +17,9 @@
 #include <thread>
 #include <vector>
 
+#include "support/env_var.h"
+#include "support/net_support.h"
+
 #ifndef _WIN32
 #include <sys/wait.h>
 #include <unistd.h>
@@ -36,12 +39,22 @@ inline const char *const kTool = nullptr;
 // bound on a broken run, not a synchronisation.
 constexpr auto kGiveUp = std::chrono::seconds(120);
 
+// The client's CRC caches of a test program go to a scratch directory of
+// its own, never to the user's: set unless a fixture chose another place.
+inline void keep_caches_in_scratch() {
+    static const vq::test::ScratchDir cache_home{"vqglob_cache_home"};
+    if (std::getenv("XDG_CACHE_HOME") == nullptr) {
+        vq::test::set_env("XDG_CACHE_HOME", cache_home.path().string().c_str());
+    }
+}
+
 #ifndef _WIN32
 // A child with its standard output and error on one pipe, read line by line
 // on a thread of its own.
 class Child {
 public:
     explicit Child(const std::vector<std::string> &args) {
+        keep_caches_in_scratch();
         int fds[2];
         if (pipe(fds) != 0) {
             ADD_FAILURE() << "pipe";

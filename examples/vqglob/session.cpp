@@ -354,7 +354,9 @@ bool Session::receive_files(Reader &reader) {
                                                    .c_str());
                 ok = false;
             }
-            ok = ok && place_file(meta, temp);
+            FileEntry arrived;
+            ok = ok && slm_get_att_crc(in_, SLM_LAST_REFERENCE, &arrived.size, &arrived.crc) == 1 &&
+                 place_file(meta, arrived, temp);
             written += ok ? 1 : 0;
             std::free(temp);
             std::free(why);
@@ -370,15 +372,11 @@ bool Session::receive_files(Reader &reader) {
     return start_ok_reply(out_) && slm_set_int(out_, kFilesWritten, written) == 1;
 }
 
-bool Session::place_file(const FileEntry &meta, const std::string &temp) {
+bool Session::place_file(const FileEntry &meta, const FileEntry &arrived, const std::string &temp) {
     if (!acceptable_name(meta.name)) {
         return false;
     }
-    FileEntry got;
-    if (!stat_file(temp, got) || !file_crc(temp, got.crc)) {
-        return false;
-    }
-    if (got.size != meta.size || got.crc != meta.crc) {
+    if (arrived.size != meta.size || arrived.crc != meta.crc) {
         return failure("<" + meta.name + "> arrived damaged: its size or CRC differs from the sender's");
     }
     std::string target = join_path(base_, meta.name);

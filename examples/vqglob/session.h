@@ -33,7 +33,9 @@ private:
     bool hello(Reader &reader);
     bool send_manifest(int32_t offset);
     bool receive_files(Reader &reader);
-    bool place_file(const FileEntry &meta, const std::string &temp);
+    // Puts the received temp file in place once arrived (its size and CRC as
+    // received) matches what the client announced in meta.
+    bool place_file(const FileEntry &meta, const FileEntry &arrived, const std::string &temp);
     bool delete_files(Reader &reader);
     bool commit();
     bool commit_release(int32_t &exit_code);

@@ -236,10 +236,12 @@ VQ_API int slm_get_att(void *handle, uint16_t code, char **file_name, int32_t *b
 VQ_API int slm_get_att_and_status(void *handle, char **file_name, int32_t *mode, int32_t *status, char **error_text);
 /* The byte count and CRC-32 (hash.h's crc32_continue, zlib's value) of the
  * received attachment index (0 = the first to arrive, the order the sender
- * added them in), computed as its data arrived, whether or not it was
- * written: a receiver checks a file against a sender's CRC without reading
- * it again. Either output may be NULL. An index beyond the table fails with
- * ERR_MSG_NOATT. */
+ * added them in; SLM_LAST_REFERENCE = the one whose reference slm_get_att or
+ * slm_get_att_and_status read last), computed as its data arrived, whether
+ * or not it was written: a receiver checks a file against a sender's CRC
+ * without reading it again. Either output may be NULL. An index beyond the
+ * table (or no reference read yet) fails with ERR_MSG_NOATT. */
+#define SLM_LAST_REFERENCE (-1)
 VQ_API int slm_get_att_crc(void *handle, int32_t index, uint64_t *size, uint32_t *crc);
 
 /* ---- Sending and receiving --------------------------------------------------------------- */

@@ -294,6 +294,7 @@ const Attachment *read_reference(Handle &h) {
         return nullptr;
     }
     step_over_fixed(h, found);
+    h.last_reference = static_cast<int32_t>(number);
     return h.attachments[number].get();
 }
 

@@ -201,6 +201,7 @@ void reset(Handle &h) {
     // A wrapped body keeps its size: the cursor starts over at its first
     // element.
     release(h.attachments);
+    h.last_reference = -1;
     release(h.recv_buffer);
     release(h.att_buffer);
 }
@@ -313,6 +314,9 @@ VQ_API int slm_get_att_crc(void *handle, int32_t index, uint64_t *size, uint32_t
     Handle *h = vq::slm::checked(handle, __func__, "handle");
     if (h == nullptr) {
         return 0;
+    }
+    if (index == SLM_LAST_REFERENCE) {
+        index = h->last_reference;
     }
     if (index < 0 || static_cast<size_t>(index) >= h->attachments.size()) {
         err_add_error(ERR_MSG_NOATT, static_cast<int>(index));

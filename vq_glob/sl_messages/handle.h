@@ -56,6 +56,8 @@ struct Handle {
     std::vector<unsigned char> att_buffer;   // allocated on first attachment send
     std::vector<unsigned char> recv_buffer;  // the body of the last part received
     std::vector<std::unique_ptr<Attachment>> attachments;
+    // The table index of the attachment whose reference was read last; -1: none.
+    int32_t last_reference = -1;
     double remote_version = 0.0;
 };
 
