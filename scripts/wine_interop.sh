@@ -170,9 +170,9 @@ stop_daemon() {  # signal
 # ---- the Linux client to the Windows daemon -------------------------------
 src=$work/src
 make_tree "$src"
-root_w=$work/root-win
+root_w=$work/root-wïn
 mkdir "$root_w"
-write_config "$work/win.conf" "$(win_path "$root_w")" "$(win_path "$work/win.serve.log")" \
+write_config "$work/win.conf" "$(win_path "$root_w")" "$(win_path "$work/wïn.serve.log")" \
     "echo committed in %CD%>>$(win_path "$work/post-win.txt")"
 start_daemon win "$wine" "$windows_tool" serve "-config=$(win_path "$work/win.conf")"
 target=127.0.0.1:$port
@@ -194,8 +194,8 @@ same_tree "linux->windows with -delete" "$src" "$root_w"
 [ ! -e "$root_w/sub dir/deeper" ] || fail "linux->windows: the emptied directory stayed"
 
 # The post-deploy command ran through cmd once per committed deployment,
-# in the target root.
-[ "$(grep -cF "committed in $(win_path "$root_w")" "$work/post-win.txt" | tr -d '\r')" = 3 ] ||
+# in the target root (whose "ï" cmd writes in its own code page).
+[ "$(grep -acF "committed in $(win_path "$work")\root-w" "$work/post-win.txt")" = 3 ] ||
     fail "the post-deploy command did not run three times in the target root: $(cat "$work/post-win.txt")"
 echo "ok: the post-deploy command ran through cmd in the target root"
 
@@ -232,6 +232,10 @@ fi
 # it would at a console, removing its temporaries.
 stop_daemon INT || fail "the Windows daemon did not stop cleanly"
 [ ! -e "$root_w/.vqglob-tmp" ] || fail "the Windows daemon left its temporary directory"
+
+# The daemon's log file has the non-ASCII name it was given.
+[ "$(grep -c "deployment committed" "$work/wïn.serve.log")" = 3 ] ||
+    fail "the Windows daemon's log file does not hold its three deployments under its own name"
 
 # ---- the Windows client to the Linux daemon -------------------------------
 src=$work/src2

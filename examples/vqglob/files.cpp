@@ -22,6 +22,10 @@ namespace fs = std::filesystem;
 namespace vqglob {
 namespace {
 
+// Names here are UTF-8, which std::filesystem takes from a char string only on
+// POSIX (Windows reads it in the ANSI code page).
+fs::path utf8_path(const std::string &name) { return fs::path(std::u8string(name.begin(), name.end())); }
+
 bool system_failure(const std::error_code &error, const std::string &what) {
     err_set_system_error(error.value());
     err_add_error(ERR_GEN_GENERAL, what.c_str());
@@ -164,7 +168,7 @@ bool link_or_copy(const std::string &from, const std::string &to) {
         return false;
     }
     std::error_code error;
-    fs::copy_file(from, to, fs::copy_options::overwrite_existing, error);
+    fs::copy_file(utf8_path(from), utf8_path(to), fs::copy_options::overwrite_existing, error);
     if (error) {
         return system_failure(error, "cannot copy <" + from + "> to <" + to + ">");
     }
@@ -196,7 +200,7 @@ bool read_symlink(const std::string &path, std::string &target) {
 // release directory must be new: this one creation stays with the C++ library.
 bool make_new_directory(const std::string &path) {
     std::error_code error;
-    if (fs::create_directory(path, error)) {
+    if (fs::create_directory(utf8_path(path), error)) {
         return true;
     }
     return system_failure(error ? error : std::make_error_code(std::errc::file_exists),
@@ -275,7 +279,7 @@ void remove_empty_parents(const std::string &root, const std::string &name) {
         std::error_code error;
         // remove() takes only an empty directory, so a file another
         // connection has just put there keeps its directory.
-        if (!fs::remove(join_path(root, rel), error) || error) {
+        if (!fs::remove(utf8_path(join_path(root, rel)), error) || error) {
             return;
         }
     }

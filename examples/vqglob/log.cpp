@@ -4,8 +4,13 @@
 #include <cstdio>
 #include <ctime>
 #include <mutex>
+#include <vector>
+#ifdef _WIN32
+#include <cwchar>
+#endif
 
 #include "vq_glob/err.h"
+#include "vq_glob/gf_path.h"
 
 namespace vqglob {
 namespace {
@@ -13,6 +18,25 @@ namespace {
 std::mutex log_mutex;
 FILE *log_file = nullptr;
 bool use_syslog = false;
+
+// Opens the UTF-8 name file for appending. On Windows fopen would read the
+// name in the ANSI code page, so it goes through its UTF-16 form; the
+// long-path prefix that form carries holds for full names only.
+FILE *open_for_append(const std::string &file) {
+#ifdef _WIN32
+    std::vector<wchar_t> wide(GF_WPATH_SIZE);
+    if (file.size() > GF_MAX_PATH_LENGTH || gf_path_to_wpath(file.c_str(), wide.data()) != 1) {
+        return nullptr;
+    }
+    const wchar_t *name = wide.data();
+    if (gf_is_full_path(file.c_str()) != 1 && std::wcsncmp(name, L"\\\\?\\", 4) == 0) {
+        name += 4;
+    }
+    return _wfopen(name, L"a");
+#else
+    return std::fopen(file.c_str(), "a");
+#endif
+}
 
 
 }  // namespace
@@ -33,7 +57,7 @@ std::string utc_text(const char *format) {
 bool log_open(const std::string &file) {
     std::lock_guard<std::mutex> lock(log_mutex);
     FILE *opened = nullptr;
-    if (!file.empty() && (opened = std::fopen(file.c_str(), "a")) == nullptr) {
+    if (!file.empty() && (opened = open_for_append(file)) == nullptr) {
         err_set_error(ERR_GEN_GENERAL, ("cannot open the log file <" + file + ">").c_str());
         return false;
     }
