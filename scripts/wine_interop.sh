@@ -20,13 +20,24 @@ for f in "$native_tool" "$windows_tool" "$wine"; do
     [ -x "$f" ] || [ -f "$f" ] || { echo "wine_interop: $f is missing" >&2; exit 1; }
 done
 
+# Bounds on a broken run, not synchronisation: a client, or a daemon's
+# first line, that takes longer fails the check; no daemon outlives the other.
+give_up_client=120
+give_up_daemon=300
+
 work=$(mktemp -d /tmp/vqglob-interop.XXXXXX)
 daemon_pids=()
 drain_pids=()
 cleanup() {
     local status=$?
-    for pid in "${daemon_pids[@]}" "${drain_pids[@]}"; do
-        kill -KILL "$pid" 2>/dev/null || true
+    # Both daemons stop on SIGINT (the Windows one as on Ctrl-C); timeout
+    # passes it on.
+    for pid in "${daemon_pids[@]}"; do
+        kill -INT "$pid" 2>/dev/null || true
+        wait "$pid" 2>/dev/null || true
+    done
+    for pid in "${drain_pids[@]}"; do
+        kill "$pid" 2>/dev/null || true
         wait "$pid" 2>/dev/null || true
     done
     if [ "$status" -ne 0 ]; then
@@ -50,9 +61,9 @@ win_path() { printf 'Z:%s' "${1//\//\\}"; }
 
 # One line per regular file below $1, sorted: name, size, modification time
 # (seconds), CRC and whether the owner may write. The daemon's own entries
-# are left out.
+# (.vqglob-*, releases, current) are left out.
 manifest() {
-    (cd "$1" && find . \( -path ./.vqglob-tmp -o -path ./releases -o -path ./current \) -prune -o -type f -print0 |
+    (cd "$1" && find . \( -path './.vqglob-*' -o -path ./releases -o -path ./current \) -prune -o -type f -print0 |
         sort -z | while IFS= read -r -d '' f; do
             printf '%s|%s|%s|%s|%s\n' "${f#./}" "$(stat -c %s "$f")" "$(stat -c %Y "$f")" \
                 "$(cksum <"$f" | cut -d' ' -f1)" "$(stat -c %A "$f" | cut -c3)"
@@ -76,11 +87,12 @@ start_daemon() {
     local name=$1 line fd
     shift
     mkfifo "$work/$name.fifo"
-    "$@" >"$work/$name.fifo" 2>&1 &
+    # timeout passes the signals of stop_daemon on to the daemon.
+    timeout -k 10 "$give_up_daemon" "$@" >"$work/$name.fifo" 2>&1 &
     daemon_pids+=($!)
     exec {fd}<"$work/$name.fifo"
     port=
-    while IFS= read -r line <&"$fd"; do
+    while IFS= read -r -t "$give_up_client" line <&"$fd"; do
         line=${line%$'\r'}
         echo "$line" >>"$work/$name.out.log"
         case $line in
@@ -105,7 +117,7 @@ write_config() {
 run_client() {
     local name=$1
     shift
-    if ! out=$("$@" 2>&1); then
+    if ! out=$(timeout -k 10 "$give_up_client" "$@" 2>&1); then
         printf '%s\n' "$out" >&2
         fail "$name: the client failed"
     fi
@@ -203,7 +215,7 @@ echo "ok: the post-deploy command ran through cmd in the target root"
 odd=$work/odd
 cp -a "$src" "$odd"
 printf 'dot\n' >"$odd/sub dir/trailing dot."
-if out=$("$native_tool" deploy "$odd" "-to=$target" -insecure 2>&1); then
+if out=$(timeout -k 10 "$give_up_client" "$native_tool" deploy "$odd" "-to=$target" -insecure 2>&1); then
     fail "linux->windows: a name ending in a dot was accepted"
 fi
 case $out in
@@ -215,7 +227,7 @@ same_tree "linux->windows after the refused name" "$src" "$root_w"
 # Releases need "current" to be a link. Where the system makes links the
 # release arrives whole behind it; where it cannot (Wine), the daemon refuses
 # before anything is received and leaves nothing behind.
-if out=$("$native_tool" deploy "$src" "-to=$target" -insecure -release 2>&1); then
+if out=$(timeout -k 10 "$give_up_client" "$native_tool" deploy "$src" "-to=$target" -insecure -release 2>&1); then
     same_tree "linux->windows release" "$src" "$root_w/current"
 else
     case $out in
