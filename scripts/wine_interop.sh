@@ -6,14 +6,18 @@
 # and a file of several MiB must arrive whole (names, sizes, CRCs, modification
 # times to the second, and the read-only bit); a second deployment after one
 # change sends that file alone, and -delete removes what the source lost.
+# The Windows daemon also runs its post-deploy command through cmd, refuses a
+# name Windows would change, and refuses -release where it cannot make the
+# "current" link (Wine makes no links at all); the Windows client's release
+# to the Linux daemon becomes current whole.
 # Daemons are followed by their output lines and their exits, never by time.
 #
 # Usage: wine_interop.sh NATIVE_BUILD_DIR WINDOWS_BUILD_DIR
 set -euo pipefail
 export WINEDEBUG=-all LC_ALL=C.UTF-8
 
-native_tool=$(realpath "${1:?usage: wine_interop.sh NATIVE_BUILD_DIR WINDOWS_BUILD_DIR}")/bin/vqglob
-windows_tool=$(realpath "${2:?usage: wine_interop.sh NATIVE_BUILD_DIR WINDOWS_BUILD_DIR}")/bin/vqglob.exe
+native_tool=$(realpath -m "${1:?usage: wine_interop.sh NATIVE_BUILD_DIR WINDOWS_BUILD_DIR}")/bin/vqglob
+windows_tool=$(realpath -m "${2:?usage: wine_interop.sh NATIVE_BUILD_DIR WINDOWS_BUILD_DIR}")/bin/vqglob.exe
 wine=${WINE64:-/usr/lib/wine/wine64}
 wineserver=${WINESERVER:-/usr/lib/wine/wineserver}
 for f in "$native_tool" "$windows_tool" "$wine"; do
@@ -274,6 +278,12 @@ rm "$src/sub dir/deeper/leaf.cfg"
 run_client "windows->linux" "$wine" "$windows_tool" deploy "$(win_path "$src")" "-to=$target" -insecure -delete
 expect_counts "windows->linux with -delete" "0 sent" "1 deleted"
 same_tree "windows->linux with -delete" "$src" "$root_l"
+
+# The Windows client asks for a release, which the Linux daemon can make.
+run_client "windows->linux" "$wine" "$windows_tool" deploy "$(win_path "$src")" "-to=$target" -insecure -release
+case $out in *", release "*) ;; *) printf '%s\n' "$out" >&2; fail "windows->linux: no release id reported" ;; esac
+[ -L "$root_l/current" ] || fail "windows->linux: the release did not become current"
+same_tree "windows->linux release" "$src" "$root_l/current"
 
 stop_daemon TERM || fail "the Linux daemon did not stop cleanly"
 [ ! -e "$root_l/.vqglob-tmp" ] || fail "the Linux daemon left its temporary directory"
