@@ -15,6 +15,7 @@
 #include <thread>
 #include <vector>
 
+#include "support/trace_capture.h"
 #include "vq_glob/conf.h"
 #include "vq_glob/dbg.h"
 #include "vq_glob/err.h"
@@ -104,15 +105,19 @@ protected:
         }
     }
     void *handle(bool use_cs = false) { return handles_.emplace_back(bound_handle(use_cs)); }
+    // A handle without a table, freed after the test.
+    void *unbound() {
+        void *h = nullptr;
+        EXPECT_EQ(conf_allocate_handle(&h), 1);
+        return handles_.emplace_back(h);
+    }
     std::vector<void *> handles_;
 };
 
 // ---- Binding, conversions and defaults ------------------------------------------------
 
 TEST_F(Typed, BindingCreatesTypedFieldsWithDefaultsAndRefusesBadTables) {
-    void *h = nullptr;
-    ASSERT_EQ(conf_allocate_handle(&h), 1);
-    handles_.push_back(h);
+    void *h = unbound();
     EXPECT_EQ(conf_set_table(h, kTable, 0), 1);
     EXPECT_EQ(text_of(h), "");
 
@@ -137,9 +142,7 @@ TEST_F(Typed, BindingCreatesTypedFieldsWithDefaultsAndRefusesBadTables) {
 }
 
 TEST_F(Typed, FieldsReadBeforeBindingAreConvertedAndEmptyValuesTakeDefaults) {
-    void *h = nullptr;
-    ASSERT_EQ(conf_allocate_handle(&h), 1);
-    handles_.push_back(h);
+    void *h = unbound();
     ASSERT_EQ(conf_read_buffer_to_handle(h, "[main]\ncount=12abc\nflag=yes\nname=\nbig=\n[other]\nport=\n"), 1);
     ASSERT_EQ(conf_set_table(h, kTable, kRows), 1);
     EXPECT_EQ(int_by_const(h, kCount), 12);
@@ -275,12 +278,8 @@ TEST_F(Typed, HashIndexGivesTheSameAnswersAndFollowsRemovals) {
             table.push_back({f * 50 + s, names.back().c_str(), CONF_TYPE_INT, nullptr, f * 50 + s, 0, nullptr});
         }
     }
-    void *plain = nullptr;
-    void *hashed = nullptr;
-    ASSERT_EQ(conf_allocate_handle(&plain), 1);
-    ASSERT_EQ(conf_allocate_handle(&hashed), 1);
-    handles_.push_back(plain);
-    handles_.push_back(hashed);
+    void *plain = unbound();
+    void *hashed = unbound();
     ASSERT_EQ(conf_set_table(plain, table.data(), static_cast<int32_t>(table.size())), 1);
     ASSERT_EQ(conf_use_hash_table(hashed, 1, 257), 1);
     ASSERT_EQ(conf_set_table(hashed, table.data(), static_cast<int32_t>(table.size())), 1);
@@ -356,9 +355,7 @@ TEST_F(Typed, ConversionTablesMapConstantsBothWays) {
     const conf_conversion_row conversion[] = {{kMain, 200}, {kName, CONF_NO_CONVERSION}, {kCount, 201}};
     const conf_table_row first[] = {kTable[0], kTable[1], kTable[2]};
     void *a = handle();
-    void *b = nullptr;
-    ASSERT_EQ(conf_allocate_handle(&b), 1);
-    handles_.push_back(b);
+    void *b = unbound();
     ASSERT_EQ(conf_set_table(b, second, 3), 1);
     ASSERT_EQ(conf_set_int_field_by_const(a, kCount, 31), 1);
     ASSERT_EQ(conf_set_string_field_by_const(a, kName, "not copied"), 1);
@@ -401,15 +398,11 @@ TEST_F(Typed, DeferentFieldsMarkRowsAndKeepSecretsOutOfTheTrace) {
     const int32_t bools[] = {1, 0};
     ASSERT_EQ(conf_set_ml_bool_field_by_const(a, kBools, bools, 2), 1);
     std::vector<int32_t> marks(kRows, 7);
-    std::FILE *trace = std::tmpfile();
-    ASSERT_NE(trace, nullptr);
-    dbg_set_debug_output(trace);
-    dbg_add_debug_mask("CONFIG");
-    ASSERT_EQ(conf_get_deferent_fields(a, b, kTable, kRows, marks.data()), 1) << err_get_error_msg();
     std::vector<int32_t> vault_marks(3, 7);
-    ASSERT_EQ(conf_get_deferent_fields(a, b, kVaultTable, 3, vault_marks.data()), 1) << err_get_error_msg();
-    dbg_add_debug_mask("NOCONFIG");
-    dbg_set_debug_output(nullptr);
+    std::string traced = vq::test::traced_on("CONFIG", [&] {
+        EXPECT_EQ(conf_get_deferent_fields(a, b, kTable, kRows, marks.data()), 1) << err_get_error_msg();
+        EXPECT_EQ(conf_get_deferent_fields(a, b, kVaultTable, 3, vault_marks.data()), 1) << err_get_error_msg();
+    });
     std::string expected(kRows, '0');
     expected[2] = expected[8] = '1';  // count, bools
     std::string got;
@@ -418,22 +411,13 @@ TEST_F(Typed, DeferentFieldsMarkRowsAndKeepSecretsOutOfTheTrace) {
     }
     EXPECT_EQ(got, expected);
     EXPECT_EQ(vault_marks, (std::vector<int32_t>{0, 1, 0}));
-    std::rewind(trace);
-    std::string traced;
-    char line[512];
-    while (std::fgets(line, sizeof line, trace) != nullptr) {
-        traced += line;
-    }
-    std::fclose(trace);
     EXPECT_EQ(traced.find("hunter"), std::string::npos) << traced;
     EXPECT_NE(traced.find("field <secret> differs: <***password1****> <***password2****>"), std::string::npos)
         << traced;
     EXPECT_NE(traced.find("field <count> differs: <7> <8>"), std::string::npos) << traced;
 
     const conf_table_row retyped[] = {kTable[0], kTable[1], {kCount, "count", CONF_TYPE_STRING, nullptr, 0, 0, nullptr}};
-    void *c = nullptr;
-    ASSERT_EQ(conf_allocate_handle(&c), 1);
-    handles_.push_back(c);
+    void *c = unbound();
     ASSERT_EQ(conf_set_table(c, retyped, 3), 1);
     EXPECT_EQ(conf_get_deferent_fields(a, c, kTable, 3, marks.data()), 0);
     EXPECT_EQ(error_at(0), "0x8210 configuration files mismatch fields : 1st - <integer> , in the 2nd - <string>.");
@@ -534,13 +518,11 @@ TEST_F(Typed, TableOnlyReadingAndWritingLeaveUnknownsOut) {
     EXPECT_EQ(written.find("[added]"), std::string::npos);
     EXPECT_NE(written.find("[other]\nport=3\n"), std::string::npos);
 
-    void *unbound = nullptr;  // without a table nothing is left out
-    ASSERT_EQ(conf_allocate_handle(&unbound), 1);
-    handles_.push_back(unbound);
-    ASSERT_EQ(conf_use_only_table_on_read(unbound, 1), 1);
-    ASSERT_EQ(conf_use_only_table_on_write(unbound, 1), 1);
-    ASSERT_EQ(conf_read_buffer_to_handle(unbound, "[any]\nx=1\n"), 1);
-    EXPECT_EQ(text_of(unbound), "[any]\nx=1\n");
+    void *loose = unbound();  // without a table nothing is left out
+    ASSERT_EQ(conf_use_only_table_on_read(loose, 1), 1);
+    ASSERT_EQ(conf_use_only_table_on_write(loose, 1), 1);
+    ASSERT_EQ(conf_read_buffer_to_handle(loose, "[any]\nx=1\n"), 1);
+    EXPECT_EQ(text_of(loose), "[any]\nx=1\n");
 }
 
 TEST_F(Typed, EncryptedFieldsAreDecipheredOnRead) {
@@ -568,9 +550,7 @@ TEST_F(Typed, EncryptedFieldsAreDecipheredOnRead) {
 // ---- The library's own tables ------------------------------------------------------------------
 
 TEST_F(Typed, PackAndKillListTablesBindAndRead) {
-    void *h = nullptr;
-    ASSERT_EQ(conf_allocate_handle(&h), 1);
-    handles_.push_back(h);
+    void *h = unbound();
     ASSERT_EQ(vq_get_pack_cf_keys_number(), 19);
     ASSERT_EQ(conf_set_table(h, vq_get_pack_cf_table(), vq_get_pack_cf_keys_number()), 1) << err_get_error_msg();
     ASSERT_EQ(conf_read_buffer_to_handle(h,
