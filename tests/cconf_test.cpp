@@ -25,6 +25,7 @@
 #include <vector>
 
 #include "support/lock_step.h"
+#include "support/trace_capture.h"
 #include "vq_glob/cconf.h"
 #include "vq_glob/conf.h"
 #include "vq_glob/dbg.h"
@@ -113,24 +114,7 @@ std::chrono::milliseconds settable_step() {
 // What the calls in body trace on the CONFIG channel of this thread.
 template <typename Body>
 std::string traced(Body body) {
-    std::FILE *out = std::tmpfile();
-    if (out == nullptr) {
-        ADD_FAILURE() << "no temporary file for the trace";
-        return "";
-    }
-    dbg_set_debug_output(out);
-    dbg_add_debug_mask("CONFIG");
-    body();
-    dbg_add_debug_mask("NOCONFIG");
-    dbg_set_debug_output(nullptr);
-    std::rewind(out);
-    std::string trace;
-    char line[1024];
-    while (std::fgets(line, sizeof line, out) != nullptr) {
-        trace += line;
-    }
-    std::fclose(out);
-    return trace;
+    return vq::test::traced_on("CONFIG", body);
 }
 
 struct EntryView {
