@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "support/handle_checks.h"
+#include "support/trace_capture.h"
 #include "vq_glob/conf.h"
 #include "vq_glob/dbg.h"
 #include "vq_glob/err.h"
@@ -562,46 +563,23 @@ TEST_F(Conf, NameIndexFollowsRandomEditsOfManySections) {
         }
     }
     err_clear_error_stack();
-    std::vector<std::string> listed;
-    void *ctx = nullptr;
-    ASSERT_EQ(conf_init_section_search_context(h_, &ctx), 1);
-    char *name = nullptr;
-    while (conf_get_next_section(ctx, &name) == 1) {
-        listed.emplace_back(name);
+    std::string expected;
+    for (const std::string &s : model) {
+        expected += s + ";";
     }
-    conf_free_search_context(ctx);
-    EXPECT_EQ(listed, model);
+    EXPECT_EQ(walk_sections(h_), expected);
     for (const std::string &s : model) {
         EXPECT_EQ(conf_add_field_to_section(h_, s.c_str(), "f"), 1);  // found, not created again
     }
-    EXPECT_EQ(listed.size(), model.size());
-    ASSERT_EQ(conf_init_section_search_context(h_, &ctx), 1);
-    size_t count = 0;
-    while (conf_get_next_section(ctx, &name) == 1) {
-        ++count;
-    }
-    conf_free_search_context(ctx);
-    EXPECT_EQ(count, model.size());
+    EXPECT_EQ(walk_sections(h_), expected);
 }
 
 TEST_F(Conf, RenameAndCriticalSectionAreTraced) {
     void *h = nullptr;
     ASSERT_EQ(conf_allocate_handle_use_cs(&h), 1);
     ASSERT_EQ(conf_set_section(h, "old"), 1);
-    std::FILE *out = std::tmpfile();
-    ASSERT_NE(out, nullptr);
-    dbg_set_debug_output(out);
-    dbg_add_debug_mask("CONFIG");
-    ASSERT_EQ(conf_rename_section(h, "old", "new"), 1);
-    dbg_add_debug_mask("NOCONFIG");
-    dbg_set_debug_output(nullptr);
-    std::rewind(out);
-    std::string trace;
-    char line[256];
-    while (std::fgets(line, sizeof line, out) != nullptr) {
-        trace += line;
-    }
-    std::fclose(out);
+    std::string trace =
+        vq::test::traced_on("CONFIG", [h] { EXPECT_EQ(conf_rename_section(h, "old", "new"), 1); });
     EXPECT_NE(trace.find("conf_rename_section()  (old) --> (new)\n"), std::string::npos) << trace;
     EXPECT_NE(trace.find("conf: entering critical section on handle <"), std::string::npos) << trace;
     EXPECT_NE(trace.find("conf: left critical section on handle <"), std::string::npos) << trace;
