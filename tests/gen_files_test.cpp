@@ -15,6 +15,7 @@
 #include <thread>
 #include <vector>
 
+#include "support/trace_capture.h"
 #include "vq_glob/dbg.h"
 #include "vq_glob/err.h"
 #include "vq_glob/gf.h"
@@ -59,10 +60,16 @@ protected:
         return Bytes(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
     }
 
-    // A handle on name with the I/O type and flags set in that order.
-    static int32_t handle(const std::string &name, uint32_t flags, int32_t type = GF_IO_CRT) {
+    // A fresh handle with its defaults.
+    static int32_t allocated() {
         int32_t h = -1;
         EXPECT_EQ(gf_allocate_handle(&h), 1);
+        return h;
+    }
+
+    // A handle on name with the I/O type and flags set in that order.
+    static int32_t handle(const std::string &name, uint32_t flags, int32_t type = GF_IO_CRT) {
+        int32_t h = allocated();
         EXPECT_EQ(gf_set_file_io_type(h, type), 1);
         EXPECT_EQ(gf_set_file_name(h, name.c_str()), 1);
         EXPECT_EQ(gf_set_file_open_flags(h, flags), 1);
@@ -103,8 +110,7 @@ TEST_F(Gf, TableGrowsByFiveAndReusesLowestFreeNumber) {
     ASSERT_EQ(gf_get_file_name(hs[4], &name), 1);
     ASSERT_EQ(gf_free_handle(hs[1]), 1);
     ASSERT_EQ(gf_free_handle(hs[3]), 1);
-    int32_t again = -1;
-    ASSERT_EQ(gf_allocate_handle(&again), 1);
+    int32_t again = allocated();
     EXPECT_EQ(again, 1);
     ASSERT_EQ(gf_allocate_handle(&again), 1);
     EXPECT_EQ(again, 3);
@@ -124,8 +130,7 @@ TEST_F(Gf, InvalidHandlesAndLastErrors) {
         EXPECT_EQ(err_get_error_code(0), ERR_FIL_NOTACTIVE);
         EXPECT_EQ(gf_get_last_error(-1), ERR_FIL_NOTACTIVE);
     }
-    int32_t h = -1;
-    ASSERT_EQ(gf_allocate_handle(&h), 1);
+    int32_t h = allocated();
     ASSERT_EQ(gf_free_handle(h), 1);
     EXPECT_EQ(gf_is_file_opened(h), 0);
     EXPECT_EQ(err_get_error_code(0), ERR_FIL_NOTACTIVE);
@@ -167,8 +172,7 @@ TEST_F(Gf, InvalidHandlesAndLastErrors) {
 // POSIX threads have no per-thread block until a module makes one: allocation
 // must still work there.
 TEST_F(Gf, FreshThreadGetsItsOwnTable) {
-    int32_t h = -1;
-    ASSERT_EQ(gf_allocate_handle(&h), 1);
+    int32_t h = allocated();
     int32_t other = -1;
     int opened_here = -1;
     std::thread([&] {
@@ -243,8 +247,7 @@ TEST_F(Gf, FlagMappingDiffersPerType) {
     EXPECT_EQ(gf_create_file(t), 0);
 
     // Flags set while the type was still 0 leave the native access empty.
-    int32_t late = -1;
-    ASSERT_EQ(gf_allocate_handle(&late), 1);
+    int32_t late = allocated();
     ASSERT_EQ(gf_set_file_name(late, name.c_str()), 1);
     ASSERT_EQ(gf_set_file_open_flags(late, GF_READ_WRITE), 1);
     ASSERT_EQ(gf_set_file_io_type(late, GF_IO_NATIVE), 1);
@@ -370,10 +373,8 @@ TEST_F(Gf, TranslationBothDirectionsAndSharing) {
     for (int i = 0; i < 256; ++i) {
         rot[i] = static_cast<unsigned char>(i + 13);
     }
-    int32_t a = -1;
-    int32_t b = -1;
-    ASSERT_EQ(gf_allocate_handle(&a), 1);
-    ASSERT_EQ(gf_allocate_handle(&b), 1);
+    int32_t a = allocated();
+    int32_t b = allocated();
     ASSERT_EQ(gf_set_translation_table(a, "rot13", rot, 0), 1);
     unsigned char bytes[3] = {0, 1, 250};
     ASSERT_EQ(gf_post_read_operations(a, bytes, 3), 1);
@@ -575,21 +576,11 @@ TEST_F(Gf, FileCrcMatchesReferenceAndEmptyFileLeavesOutput) {
     EXPECT_EQ(crc, reference_crc(data));
 
     // The end is traced on channel GF.
-    std::string trace = path("crc_trace");
-    std::FILE *out = std::fopen(trace.c_str(), "wb");
-    ASSERT_NE(out, nullptr);
-    dbg_set_debug_output(out);
-    dbg_add_debug_mask("GF");
     int32_t empty = handle(file_with("crc_empty", {}), GF_READ);
     crc = 0x12345678u;
-    ASSERT_EQ(gf_calc_file_crc(empty, &crc), 1);
+    std::string traced = vq::test::traced_on("GF", [&] { EXPECT_EQ(gf_calc_file_crc(empty, &crc), 1); });
     EXPECT_EQ(crc, 0x12345678u);
-    dbg_add_debug_mask("NOGF");
-    dbg_set_debug_output(nullptr);
-    std::fclose(out);
-    Bytes traced = read_all(trace);
-    EXPECT_NE(std::string(traced.begin(), traced.end()).find("calc_file_crc : reached the end of file\n"),
-              std::string::npos);
+    EXPECT_NE(traced.find("calc_file_crc : reached the end of file\n"), std::string::npos) << traced;
 
     ASSERT_EQ(gf_set_file_name(empty, path("crc_missing").c_str()), 1);
     EXPECT_EQ(gf_calc_file_crc(empty, &crc), 0);
@@ -626,8 +617,7 @@ TEST_P(GfTypes, TemporaryFilesAreNewAndDistinct) {
     std::string dir = ::testing::TempDir();
     std::vector<std::string> names;
     for (int i = 0; i < 3; ++i) {
-        int32_t h = -1;
-        ASSERT_EQ(gf_allocate_handle(&h), 1);
+        int32_t h = allocated();
         ASSERT_EQ(gf_set_file_io_type(h, GetParam()), 1);
         ASSERT_EQ(gf_create_temp(h, dir.c_str(), "att"), 1);
         char *name = nullptr;
@@ -641,8 +631,7 @@ TEST_P(GfTypes, TemporaryFilesAreNewAndDistinct) {
     }
     EXPECT_NE(names[0], names[1]);
     EXPECT_NE(names[1], names[2]);
-    int32_t h = -1;
-    ASSERT_EQ(gf_allocate_handle(&h), 1);
+    int32_t h = allocated();
     EXPECT_EQ(gf_create_temp(h, (dir + "vq_gf_no_such_dir").c_str(), nullptr), 0);
     EXPECT_EQ(gf_get_last_error(h), ERR_FIL_CREATE);
 }
@@ -655,8 +644,7 @@ TEST_F(Gf, TemporaryFilePrefixWithSeparatorIsRefused) {
     std::error_code ec;
     fs::remove_all(top, ec);
     fs::create_directories(inner);
-    int32_t h = -1;
-    ASSERT_EQ(gf_allocate_handle(&h), 1);
+    int32_t h = allocated();
     ASSERT_EQ(gf_set_file_name(h, "kept"), 1);
     for (const char *prefix : {"../esc", "..\\esc", "a/b", "a\\b", "/esc", "\\esc"}) {
         EXPECT_EQ(gf_create_temp(h, inner.c_str(), prefix), 0) << prefix;
