@@ -1,12 +1,15 @@
 // One file by name: status with and without following links, permission bits
 // and times read back, the change time a restored modification time leaves,
 // renames that do and do not replace, hard links (also across file systems),
-// symbolic links, creating directory chains, and the check that keeps a
+// symbolic links, creating directory chains and single directories, removing
+// empty directories, copying a file into place, and the check that keeps a
 // relative name below its root.
 #include <gtest/gtest.h>
 
 #include <cstdint>
 #include <cstring>
+#include <algorithm>
+#include <cctype>
 #include <ctime>
 #include <filesystem>
 #include <fstream>
@@ -15,6 +18,7 @@
 
 #ifndef _WIN32
 #include <sys/stat.h>
+#include <unistd.h>
 #endif
 
 #include "vq_glob/err.h"
@@ -40,6 +44,21 @@ std::string read_text(const fs::path &p) {
 }
 
 void write_text(const fs::path &p, const std::string &text) { std::ofstream(p, std::ios::binary) << text; }
+
+// The names in dir, sorted: what a failed copy must not have added to.
+std::vector<std::string> names_in(const fs::path &dir) {
+    std::vector<std::string> names;
+    for (const fs::directory_entry &entry : fs::directory_iterator(dir)) {
+        names.push_back(entry.path().filename().string());
+    }
+    std::sort(names.begin(), names.end());
+    return names;
+}
+
+bool mentions(std::string text, const std::string &word) {
+    std::transform(text.begin(), text.end(), text.begin(), [](unsigned char c) { return std::tolower(c); });
+    return text.find(word) != std::string::npos;
+}
 
 gf_file_status status_of(const fs::path &p, int32_t follow) {
     gf_file_status status{};
@@ -350,6 +369,167 @@ TEST_F(GfByName, MakeDirsCreatesEveryMissingLevelAndStopsAtAFile) {
     EXPECT_TRUE(stack_has(ERR_FIL_BADPAR));
     EXPECT_FALSE(fs::exists(dir_ / "m"));
 }
+
+TEST_F(GfByName, MakeDirClaimsANewNameOnceAndRefusesAnExistingOne) {
+    const std::string made = at("release");
+#ifndef _WIN32
+    const mode_t mask = ::umask(022);
+#endif
+    ASSERT_EQ(gf_make_dir(made.c_str(), 0750), 1) << err_get_error_msg();
+    EXPECT_EQ(status_of(made, 0).type, GF_TYPE_DIR);
+#ifndef _WIN32
+    EXPECT_EQ(status_of(made, 0).mode, 0750u);
+    ::umask(mask);
+#endif
+    // The second claim of the same name fails, saying that it exists.
+    err_clear_error_stack();
+    EXPECT_EQ(gf_make_dir(made.c_str(), 0750), 0);
+    EXPECT_TRUE(stack_has(ERR_FIL_MAKDIR)) << err_get_error_msg();
+    EXPECT_EQ(gf_get_last_error(-1), static_cast<int32_t>(ERR_FIL_MAKDIR));
+    EXPECT_TRUE(mentions(gf_get_last_system_msg(-1), "exist")) << gf_get_last_system_msg(-1);
+
+    write_text(dir_ / "file", "f");
+    EXPECT_EQ(gf_make_dir(at("file").c_str(), 0755), 0);
+    EXPECT_EQ(read_text(dir_ / "file"), "f");
+    EXPECT_EQ(gf_make_dir((dir_ / "no" / "parent").string().c_str(), 0755), 0);
+    EXPECT_TRUE(stack_has(ERR_FIL_MAKDIR));
+    EXPECT_FALSE(fs::exists(dir_ / "no"));
+    EXPECT_EQ(gf_make_dir(at("m").c_str(), 010000), 0);
+    EXPECT_EQ(gf_get_last_error(-1), static_cast<int32_t>(ERR_FIL_BADPAR));
+    EXPECT_EQ(gf_make_dir(nullptr, 0755), 0);
+    EXPECT_EQ(gf_get_last_error(-1), static_cast<int32_t>(ERR_FIL_MEMORY_1727));
+    EXPECT_FALSE(fs::exists(dir_ / "m"));
+}
+
+TEST_F(GfByName, RemoveDirRemovesOnlyEmptyDirectoriesAndNeverFollowsALink) {
+    fs::create_directories(dir_ / "full" / "inner");
+    fs::create_directory(dir_ / "empty");
+    fs::create_directory(dir_ / "target");
+    write_text(dir_ / "file", "f");
+
+    ASSERT_EQ(gf_remove_dir(at("empty").c_str()), 1) << err_get_error_msg();
+    EXPECT_FALSE(fs::exists(dir_ / "empty"));
+
+    for (const char *refused : {"full", "file", "empty"}) {
+        err_clear_error_stack();
+        EXPECT_EQ(gf_remove_dir(at(refused).c_str()), 0) << refused;
+        EXPECT_TRUE(stack_has(ERR_FIL_DELDIR_1721)) << refused << ": " << err_get_error_msg();
+        EXPECT_TRUE(stack_has(ERR_SYS_ERRMSG)) << refused << ": the system says why";
+    }
+    EXPECT_TRUE(fs::is_directory(dir_ / "full" / "inner"));
+    EXPECT_EQ(read_text(dir_ / "file"), "f");
+
+    // A link to an empty directory is neither followed nor removed itself.
+    if (!symlink_or_skip("target", at("link"))) {
+        GTEST_SKIP() << skip_reason_;
+    }
+    EXPECT_EQ(gf_remove_dir(at("link").c_str()), 0);
+    EXPECT_TRUE(stack_has(ERR_FIL_DELDIR_1721)) << err_get_error_msg();
+    EXPECT_EQ(status_of(dir_ / "link", 0).type, GF_TYPE_LINK);
+    EXPECT_TRUE(fs::is_directory(dir_ / "target"));
+}
+
+// ---- Copies ----------------------------------------------------------------------------------
+
+TEST_F(GfByName, CopyKeepsBytesModeAndTimeAndFollowsALinkAsSource) {
+    std::string bytes;
+    for (int i = 0; i < 300000; ++i) {
+        bytes.push_back(static_cast<char>(i * 7 % 256));  // NUL bytes included
+    }
+    const std::string from = at("f.txt");
+    write_text(from, bytes);
+    ASSERT_EQ(gf_set_file_mode(from.c_str(), 0640), 1);
+    ASSERT_EQ(gf_set_file_times(from.c_str(), 1234567890, 123456789), 1);
+    fs::create_directory(dir_ / "out");
+    const std::string to = (dir_ / "out" / "copy.txt").string();
+
+    ASSERT_EQ(gf_copy_file(from.c_str(), to.c_str(), 0), 1) << err_get_error_msg();
+    EXPECT_EQ(read_text(to), bytes);
+    const gf_file_status source = status_of(from, 0);
+    const gf_file_status copy = status_of(to, 0);
+    EXPECT_EQ(copy.type, GF_TYPE_FILE);
+    EXPECT_NE(copy.inode, source.inode) << "a copy, not a second name";
+    EXPECT_EQ(copy.mode, source.mode);
+    EXPECT_EQ(copy.modified_seconds, 1234567890);
+    EXPECT_EQ(copy.modified_nanoseconds, source.modified_nanoseconds);
+    EXPECT_EQ(names_in(dir_ / "out"), std::vector<std::string>{"copy.txt"}) << "no temporary left";
+
+    if (!symlink_or_skip("f.txt", at("link"))) {
+        GTEST_SKIP() << skip_reason_;
+    }
+    ASSERT_EQ(gf_copy_file(at("link").c_str(), at("from_link").c_str(), 0), 1) << err_get_error_msg();
+    EXPECT_EQ(status_of(dir_ / "from_link", 0).type, GF_TYPE_FILE);
+    EXPECT_EQ(read_text(dir_ / "from_link"), bytes);
+}
+
+TEST_F(GfByName, CopyReplacesOnlyWhenAsked) {
+    write_text(dir_ / "new.txt", "new");
+    write_text(dir_ / "old.txt", "old");
+    EXPECT_EQ(gf_copy_file(at("new.txt").c_str(), at("old.txt").c_str(), 0), 0);
+    EXPECT_TRUE(stack_has(ERR_FIL_COPY)) << err_get_error_msg();
+    EXPECT_TRUE(mentions(gf_get_last_system_msg(-1), "exist")) << gf_get_last_system_msg(-1);
+    EXPECT_EQ(read_text(dir_ / "old.txt"), "old");
+
+    ASSERT_EQ(gf_copy_file(at("new.txt").c_str(), at("old.txt").c_str(), 1), 1) << err_get_error_msg();
+    EXPECT_EQ(read_text(dir_ / "old.txt"), "new");
+    EXPECT_EQ(read_text(dir_ / "new.txt"), "new");
+    EXPECT_EQ(names_in(dir_), (std::vector<std::string>{"new.txt", "old.txt"}));
+}
+
+TEST_F(GfByName, AFailedCopyLeavesNothingBehind) {
+    write_text(dir_ / "f.txt", "data");
+    fs::create_directory(dir_ / "sub");
+    fs::create_directory(dir_ / "out");
+    const std::string out = (dir_ / "out" / "x").string();
+    struct Refused {
+        std::string from;
+        std::string to;
+    };
+    std::vector<Refused> cases = {
+        {at("f.txt"), (dir_ / "missing_dir" / "x").string()},
+        {at("missing.txt"), out},
+        {at("sub"), out},                                 // a directory is no file to copy
+        {at("f.txt"), (dir_ / "out").string() + VQ_PATH_SEPARATOR},  // no name to copy to
+    };
+#ifndef _WIN32
+    if (::geteuid() != 0) {  // root reads whatever the mode says
+        write_text(dir_ / "locked.txt", "secret");
+        ASSERT_EQ(gf_set_file_mode(at("locked.txt").c_str(), 0), 1);
+        cases.push_back({at("locked.txt"), out});
+    }
+#endif
+    for (const Refused &c : cases) {
+        err_clear_error_stack();
+        EXPECT_EQ(gf_copy_file(c.from.c_str(), c.to.c_str(), 1), 0) << c.from << " -> " << c.to;
+        EXPECT_NE(err_get_stack_depth(), 0) << c.from << ": a failure says why";
+        EXPECT_TRUE(names_in(dir_ / "out").empty()) << c.from << " left " << names_in(dir_ / "out").front();
+    }
+    EXPECT_FALSE(fs::exists(dir_ / "missing_dir"));
+
+    // Copied in full, then refused at the rename: a directory has the name.
+    fs::create_directories(dir_ / "out" / "busy" / "inner");
+    EXPECT_EQ(gf_copy_file(at("f.txt").c_str(), (dir_ / "out" / "busy").string().c_str(), 1), 0);
+    EXPECT_TRUE(stack_has(ERR_FIL_COPY)) << err_get_error_msg();
+    EXPECT_EQ(names_in(dir_ / "out"), std::vector<std::string>{"busy"});
+    EXPECT_TRUE(fs::is_directory(dir_ / "out" / "busy" / "inner"));
+
+    EXPECT_EQ(gf_copy_file(nullptr, out.c_str(), 1), 0);
+    EXPECT_EQ(gf_get_last_error(-1), static_cast<int32_t>(ERR_FIL_MEMORY_1727));
+}
+
+#ifndef _WIN32
+// With no writer the fifo's open or read would block forever: a copy that
+// returns at all has not read it.
+TEST_F(GfByName, ACopyRefusesAFifoWithoutReadingIt) {
+    const std::string fifo = at("fifo");
+    ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
+    fs::create_directory(dir_ / "out");
+    EXPECT_EQ(gf_copy_file(fifo.c_str(), (dir_ / "out" / "x").string().c_str(), 1), 0);
+    EXPECT_TRUE(stack_has(ERR_FIL_COPY)) << err_get_error_msg();
+    EXPECT_TRUE(mentions(err_get_error_msg(), "not a regular file")) << err_get_error_msg();
+    EXPECT_TRUE(names_in(dir_ / "out").empty());
+}
+#endif
 
 // ---- Confinement ---------------------------------------------------------------------------------
 

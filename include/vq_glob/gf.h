@@ -293,7 +293,7 @@ VQ_API int gf_close_search(int32_t h);
 VQ_API int gf_init_file_search(int32_t h);
 VQ_API int gf_file_search_next_file(int32_t h);
 
-/* ---- One file by name: status, permissions, times, renames and links ------------------------ */
+/* ---- One file by name: status, permissions, times, renames, links, copies, directories ------ */
 /* These act on names, not handles. A failure leaves the system's text
  * (ERR_SYS_ERRMSG) and the code given below with the name(s) on the stack and
  * is recorded as the thread's last status and system error
@@ -343,6 +343,24 @@ VQ_API int gf_link_file(const char *existing, const char *new_name);
 /* 1 when sys_error (gf_get_last_system_error(-1) after gf_link_file or
  * gf_rename_file failed) says the names are on two file systems, so that the caller copies; else 0. */
 VQ_API int gf_is_cross_device_error(int32_t sys_error);
+/* Copies the regular file from (a symbolic link followed) to to: its contents,
+ * permission bits and last-write time (nanoseconds where the system keeps
+ * them; Windows: the read-only attribute). The copy is written under a
+ * temporary name in to's directory and renamed into place, so that to is never
+ * seen in part and a failure leaves nothing behind; replace 0 fails when to
+ * exists (the system's "exists" text), replace 1 replaces a file. A directory,
+ * fifo or device as from is refused without being read. ERR_FIL_COPY naming
+ * both; a name ending in a separator ERR_FIL_BADPAR. */
+VQ_API int gf_copy_file(const char *from, const char *to, int32_t replace);
+/* Creates the one directory path, whose parent must exist, with the permission
+ * bits mode (at most 07777) less the umask. An existing name, a directory too,
+ * fails with the system's "exists" text, so that success means the caller made
+ * the name. ERR_FIL_MAKDIR. */
+VQ_API int gf_make_dir(const char *path, uint32_t mode);
+/* Removes the empty directory path. One with entries, a file and a symbolic
+ * link (any reparse point on Windows) fail with the system's reason and stay as
+ * they were; a link is never followed. ERR_FIL_DELDIR_1721. */
+VQ_API int gf_remove_dir(const char *path);
 /* Makes link_name a symbolic link holding target unchanged (a relative target
  * counts from the link's directory); on Windows a directory link when target
  * leads to a directory, or where the user may not make links a junction holding

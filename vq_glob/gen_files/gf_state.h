@@ -156,6 +156,10 @@ intptr_t native_of(const Entry &entry);
 // Replaces count bytes of buffer by their table values.
 void apply_table(const unsigned char *table, void *buffer, size_t count);
 
+// Eight letters and digits for a temporary name, unlike those of other calls,
+// threads and processes (io.cpp).
+std::string random_suffix();
+
 // Whether the system's default ANSI code page is 932 (for the path rules).
 bool code_page_932();
 

@@ -15,6 +15,27 @@
 #include "vq_glob/err.h"
 
 namespace vq::gf {
+
+// Eight letters and digits for a temporary name: splitmix64 over a per-thread
+// counter whose start mixes the time, the process and the thread, so that
+// neither threads nor processes repeat each other's names.
+std::string random_suffix() {
+    static constexpr char kChars[] = "abcdefghijklmnopqrstuvwxyz0123456789";
+    thread_local uint64_t counter = static_cast<uint64_t>(
+        std::chrono::steady_clock::now().time_since_epoch().count() ^
+        (static_cast<uint64_t>(plat_process_id()) << 32) ^ reinterpret_cast<uintptr_t>(&counter));
+    uint64_t z = (counter += 0x9E3779B97F4A7C15ULL);
+    z = (z ^ (z >> 30)) * 0xBF58476D1CE4E5B9ULL;
+    z = (z ^ (z >> 27)) * 0x94D049BB133111EBULL;
+    z ^= z >> 31;
+    std::string out;
+    for (int i = 0; i < 8; ++i) {
+        out += kChars[z % (sizeof kChars - 1)];
+        z /= sizeof kChars - 1;
+    }
+    return out;
+}
+
 namespace {
 
 enum class OpenKind {
@@ -245,26 +266,6 @@ bool parse_size(const char *text, int64_t *size) {
     }
     *size = value;
     return true;
-}
-
-// Eight letters and digits for a temporary name: splitmix64 over a per-thread
-// counter whose start mixes the time, the process and the thread, so that
-// neither threads nor processes repeat each other's names.
-std::string random_suffix() {
-    static constexpr char kChars[] = "abcdefghijklmnopqrstuvwxyz0123456789";
-    thread_local uint64_t counter = static_cast<uint64_t>(
-        std::chrono::steady_clock::now().time_since_epoch().count() ^
-        (static_cast<uint64_t>(plat_process_id()) << 32) ^ reinterpret_cast<uintptr_t>(&counter));
-    uint64_t z = (counter += 0x9E3779B97F4A7C15ULL);
-    z = (z ^ (z >> 30)) * 0xBF58476D1CE4E5B9ULL;
-    z = (z ^ (z >> 27)) * 0x94D049BB133111EBULL;
-    z ^= z >> 31;
-    std::string out;
-    for (int i = 0; i < 8; ++i) {
-        out += kChars[z % (sizeof kChars - 1)];
-        z /= sizeof kChars - 1;
-    }
-    return out;
 }
 
 // Whether a file name can follow dir as it is: the current directory (empty),

@@ -91,10 +91,12 @@ int32_t plat_dir_make_link(PlatDir *dir, const char *name, const char *target, b
 
 // Copies the regular file name of from into the new file new_name of to:
 // contents, permission bits and last-write time (nanoseconds where the system
-// keeps them). The source is opened without following a link and without
-// blocking (a name replaced by a fifo or a device is refused, not read);
-// new_name must not exist. On failure new_name is removed again.
-int32_t plat_dir_copy_file(PlatDir *from, const char *name, PlatDir *to, const char *new_name);
+// keeps them). The source is opened without blocking (a name replaced by a
+// fifo or a device is refused, not read) and, unless follow_link, without
+// following a link; new_name must not exist. On failure new_name is removed
+// again.
+int32_t plat_dir_copy_file(PlatDir *from, const char *name, PlatDir *to, const char *new_name,
+                           bool follow_link = false);
 
 // Gives the directory to the permission bits and last-write time of from.
 // Called after to's contents are complete, since adding entries changes its

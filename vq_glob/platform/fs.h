@@ -113,6 +113,14 @@ int32_t plat_fs_full_path(const char *name, std::string *out);
 // failure because the name exists.
 int32_t plat_fs_make_dir(const char *name, uint32_t mode = 0777);
 bool plat_fs_is_exists_error(int32_t code);
+// The error number of a name that exists already (EEXIST / ERROR_FILE_EXISTS),
+// for a caller that finds it so before asking the system to create it.
+int32_t plat_fs_exists_error();
+
+// Removes the empty directory name. A directory with entries, a file and a
+// symbolic link (a reparse point on Windows, junctions included) fail and are
+// left as they were: a link is never followed nor removed.
+int32_t plat_fs_remove_dir(const char *name);
 
 // The short (8.3) form of an existing name (GetShortPathNameW); POSIX has no
 // short names and returns an existing name unchanged.

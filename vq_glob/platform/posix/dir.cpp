@@ -349,8 +349,8 @@ int32_t plat_dir_make_link(PlatDir *dir, const char *name, const char *target, b
     return ::symlinkat(target, dir->fd, name) == 0 ? 0 : errno;
 }
 
-int32_t plat_dir_copy_file(PlatDir *from, const char *name, PlatDir *to, const char *new_name) {
-    int in = ::openat(from->fd, name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
+int32_t plat_dir_copy_file(PlatDir *from, const char *name, PlatDir *to, const char *new_name, bool follow_link) {
+    int in = ::openat(from->fd, name, O_RDONLY | (follow_link ? 0 : O_NOFOLLOW) | O_NONBLOCK | O_CLOEXEC);
     if (in < 0) {
         return errno;
     }

@@ -264,6 +264,11 @@ int32_t plat_fs_make_dir(const char *name, uint32_t mode) {
 
 bool plat_fs_is_exists_error(int32_t code) { return code == EEXIST; }
 
+int32_t plat_fs_exists_error() { return EEXIST; }
+
+// rmdir never follows a link: one in the last element fails with ENOTDIR.
+int32_t plat_fs_remove_dir(const char *name) { return ::rmdir(name) == 0 ? 0 : errno; }
+
 int32_t plat_fs_short_path(const char *name, std::string *out) {
     // No short names here; the name must still exist, as on Windows.
     struct stat own {};

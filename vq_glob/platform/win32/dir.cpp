@@ -500,7 +500,7 @@ int32_t plat_dir_make_link(PlatDir *dir, const char *name, const char *target, b
     }
 }
 
-int32_t plat_dir_copy_file(PlatDir *from, const char *name, PlatDir *to, const char *new_name) {
+int32_t plat_dir_copy_file(PlatDir *from, const char *name, PlatDir *to, const char *new_name, bool follow_link) {
     try {
         std::wstring source;
         std::wstring target;
@@ -510,10 +510,10 @@ int32_t plat_dir_copy_file(PlatDir *from, const char *name, PlatDir *to, const c
         if (int32_t error = child_name(to, new_name, &target); error != 0) {
             return error;
         }
-        // CopyFileExW keeps the attributes and the last-write time; a link
-        // is copied as a link, never followed.
-        if (CopyFileExW(source.c_str(), target.c_str(), nullptr, nullptr, nullptr,
-                        COPY_FILE_FAIL_IF_EXISTS | COPY_FILE_COPY_SYMLINK) != 0) {
+        // CopyFileExW keeps the attributes and the last-write time; unless
+        // asked to follow, a link is copied as a link.
+        DWORD flags = COPY_FILE_FAIL_IF_EXISTS | (follow_link ? 0 : COPY_FILE_COPY_SYMLINK);
+        if (CopyFileExW(source.c_str(), target.c_str(), nullptr, nullptr, nullptr, flags) != 0) {
             return 0;
         }
         int32_t error = last_error();

@@ -404,6 +404,44 @@ bool plat_fs_is_exists_error(int32_t code) {
     return code == ERROR_ALREADY_EXISTS || code == ERROR_FILE_EXISTS;
 }
 
+int32_t plat_fs_exists_error() { return ERROR_FILE_EXISTS; }
+
+// RemoveDirectoryW would remove a directory link or junction itself, so the
+// object is opened as itself, looked at, and marked for deletion through that
+// same handle: what was looked at is what goes, and only when it is a real
+// directory (the system refuses one with entries: ERROR_DIR_NOT_EMPTY).
+int32_t plat_fs_remove_dir(const char *name) {
+    try {
+        std::wstring wide;
+        if (int32_t error = long_name(name, &wide); error != 0) {
+            return error;
+        }
+        HANDLE handle = CreateFileW(wide.c_str(), DELETE | FILE_READ_ATTRIBUTES, kShareAll, nullptr, OPEN_EXISTING,
+                                    FILE_FLAG_BACKUP_SEMANTICS | FILE_FLAG_OPEN_REPARSE_POINT, nullptr);
+        if (handle == INVALID_HANDLE_VALUE) {
+            return last_error();
+        }
+        BY_HANDLE_FILE_INFORMATION info{};
+        int32_t error = GetFileInformationByHandle(handle, &info) != 0 ? 0 : last_error();
+        const DWORD attributes = info.dwFileAttributes;
+        if (error == 0 && ((attributes & FILE_ATTRIBUTE_DIRECTORY) == 0 ||
+                           (attributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0)) {
+            error = ERROR_DIRECTORY;  // a file or a link: "the directory name is invalid"
+        }
+        if (error == 0) {
+            FILE_DISPOSITION_INFO disposition{};
+            disposition.DeleteFile = TRUE;
+            if (SetFileInformationByHandle(handle, FileDispositionInfo, &disposition, sizeof disposition) == 0) {
+                error = last_error();
+            }
+        }
+        CloseHandle(handle);
+        return error;
+    } catch (...) {
+        return ERROR_NOT_ENOUGH_MEMORY;
+    }
+}
+
 int32_t plat_fs_short_path(const char *name, std::string *out) {
     try {
         // Short names keep a relative name relative; only names too long for
