@@ -16,6 +16,7 @@
 #include <utility>
 #include <vector>
 
+#include "support/trace_capture.h"
 #include "vq_glob/api.h"
 #include "vq_glob/dbg.h"
 #include "vq_glob/err.h"
@@ -492,27 +493,16 @@ TEST_F(GeneralApi, AProcessThatDoesNotExistIsRefusedWithTheSystemsReason) {
 // ---- Traces --------------------------------------------------------------------------
 
 TEST_F(GeneralApi, TracesAreWrittenVerbatimAndNeverHoldThePassword) {
-    const char *path = "general_api_trace.txt";
-    ASSERT_EQ(dbg_set_debug_output_filename(path), 1);
     dbg_clear_debug_mask();
-    dbg_add_debug_mask("API");
-    int32_t h = handle();
-    api_set_password(h, "s3cret-pw");
-    api_set_user_image_name(h, "worker");
-    int32_t v = 0;
-    api_get_int_param(h, 77, &v);
-    api_free_handle(h);
-    api_free_handle(h);
-    dbg_close_debug_output();
-    dbg_set_debug_output(nullptr);
-    dbg_clear_debug_mask();
-
-    std::ifstream in(path);
-    std::stringstream text;
-    text << in.rdbuf();
-    in.close();
-    std::remove(path);
-    const std::string trace = text.str();
+    const std::string trace = vq::test::traced_on("API", [] {
+        int32_t h = handle();
+        api_set_password(h, "s3cret-pw");
+        api_set_user_image_name(h, "worker");
+        int32_t v = 0;
+        api_get_int_param(h, 77, &v);
+        api_free_handle(h);
+        api_free_handle(h);
+    });
     for (const char *line : {"in ga_init_entry() - entry is 1\n",
                              "api_set_user_image_name() - handle is 1 , image name is worker\n",
                              "api_get_param() - param_id 77 was not found\n",
