@@ -1,14 +1,9 @@
-// File-system helpers. Status, modes, times, renames, links and directory
-// creation go through the library's calls by name; walks, CRCs and removal
-// through its directory and file calls. std::filesystem remains only where
-// the library has no call: an exclusive directory creation, the copy made
-// when a hard link cannot cross file systems, and removing an empty directory
-// (never its contents).
+// File-system helpers. Status, modes, times, renames, links, copies and the
+// creation and removal of directories go through the library's calls by name;
+// walks, CRCs and removal of trees through its directory and file calls.
 #include "files.h"
 
 #include <algorithm>
-#include <filesystem>
-#include <system_error>
 
 #include "vq_glob/conf.h"
 #include "vq_glob/dir.h"
@@ -17,20 +12,8 @@
 #include "vq_glob/gf.h"
 #include "vq_glob/gf_path.h"
 
-namespace fs = std::filesystem;
-
 namespace vqglob {
 namespace {
-
-// Names here are UTF-8, which std::filesystem takes from a char string only on
-// POSIX (Windows reads it in the ANSI code page).
-fs::path utf8_path(const std::string &name) { return fs::path(std::u8string(name.begin(), name.end())); }
-
-bool system_failure(const std::error_code &error, const std::string &what) {
-    err_set_system_error(error.value());
-    err_add_error(ERR_GEN_GENERAL, what.c_str());
-    return false;
-}
 
 bool refuse_name(const std::string &name, const char *why) {
     std::string text = "refused file name <" + name + ">: " + why;
@@ -38,19 +21,25 @@ bool refuse_name(const std::string &name, const char *why) {
     return false;
 }
 
-// gf_get_file_status (links followed or not) without leaving a failure on
-// the stack: for questions whose "no" is an answer, not an error.
-bool quiet_status(const std::string &path, gf_file_status &status, bool follow_links = false) {
+// Runs call, a library call returning 1 on success, without leaving its
+// failure on the stack: for questions whose "no" is an answer, not an error.
+template <typename Call>
+bool quietly(Call call) {
     void *entries = nullptr;
     int32_t size = 0;
     int32_t depth = 0;
     err_get_stack_desc(&entries, &size, &depth);
     std::string saved(static_cast<const char *>(entries), entries != nullptr ? static_cast<size_t>(size) : 0u);
-    if (gf_get_file_status(path.c_str(), follow_links ? 1 : 0, &status) == 1) {
+    if (call() == 1) {
         return true;
     }
     err_set_stack_desc(saved.data(), static_cast<int32_t>(saved.size()), depth);
     return false;
+}
+
+// gf_get_file_status (links followed or not), quietly.
+bool quiet_status(const std::string &path, gf_file_status &status, bool follow_links = false) {
+    return quietly([&] { return gf_get_file_status(path.c_str(), follow_links ? 1 : 0, &status); });
 }
 
 std::string relative_of(const std::string &root, const char *path) {
@@ -159,7 +148,8 @@ bool rename_path(const std::string &from, const std::string &to) {
 
 bool remove_path(const std::string &path) { return gf_remove_recursive(path.c_str(), nullptr) == 1; }
 
-// A copy is made only when the two names lie on different file systems.
+// A copy (with the file's mode and time) is made only when the two names lie
+// on different file systems.
 bool link_or_copy(const std::string &from, const std::string &to) {
     if (gf_link_file(from.c_str(), to.c_str()) == 1) {
         return true;
@@ -167,13 +157,7 @@ bool link_or_copy(const std::string &from, const std::string &to) {
     if (gf_is_cross_device_error(gf_get_last_system_error(-1)) != 1) {
         return false;
     }
-    std::error_code error;
-    fs::copy_file(utf8_path(from), utf8_path(to), fs::copy_options::overwrite_existing, error);
-    if (error) {
-        return system_failure(error, "cannot copy <" + from + "> to <" + to + ">");
-    }
-    FileEntry entry;
-    return stat_file(from, entry) && set_mode_and_time(to, entry.mode, entry.mtime);
+    return gf_copy_file(from.c_str(), to.c_str(), 1) == 1;
 }
 
 bool make_symlink(const std::string &target, const std::string &path) {
@@ -196,16 +180,8 @@ bool read_symlink(const std::string &path, std::string &target) {
     return true;
 }
 
-// The library creates missing directories but keeps existing ones, and a
-// release directory must be new: this one creation stays with the C++ library.
-bool make_new_directory(const std::string &path) {
-    std::error_code error;
-    if (fs::create_directory(utf8_path(path), error)) {
-        return true;
-    }
-    return system_failure(error ? error : std::make_error_code(std::errc::file_exists),
-                          "cannot create the directory <" + path + ">");
-}
+// A release directory must be new: an existing one fails, whatever it is.
+bool make_new_directory(const std::string &path) { return gf_make_dir(path.c_str(), 0777) == 1; }
 
 bool path_exists(const std::string &path) {
     gf_file_status status{};
@@ -276,10 +252,10 @@ void remove_empty_parents(const std::string &root, const std::string &name) {
     std::string rel = name;
     for (size_t slash = rel.rfind('/'); slash != std::string::npos; slash = rel.rfind('/')) {
         rel.resize(slash);
-        std::error_code error;
-        // remove() takes only an empty directory, so a file another
-        // connection has just put there keeps its directory.
-        if (!fs::remove(utf8_path(join_path(root, rel)), error) || error) {
+        // Only an empty directory goes, so a file another connection has
+        // just put there keeps its directory; the first refusal ends it.
+        const std::string dir = join_path(root, rel);
+        if (!quietly([&] { return gf_remove_dir(dir.c_str()); })) {
             return;
         }
     }
