@@ -216,8 +216,18 @@ TEST_F(SlmTransfer, AttachmentsGoAheadOfTheBodyInTableOrderWithTheirKindsIndicat
     EXPECT_EQ(send.get(), 1);
 }
 
+// The pieces a progress routine was told of: (attachment, bytes).
+using Pieces = std::vector<std::pair<int32_t, uint32_t>>;
+
+void record_piece(void *data, int32_t attachment, uint32_t bytes) {
+    static_cast<Pieces *>(data)->emplace_back(attachment, bytes);
+}
+
 TEST_F(SlmTransfer, PiecesFollowTheAttachmentBufferSizeButNeverExceedAPart) {
     Connection c;
+    // The routine stays with the handle when it is emptied for each case.
+    Pieces told;
+    ASSERT_EQ(slm_set_progress_routine(out_.get(), record_piece, &told), 1);
     const struct {
         uint32_t buffer_size;
         size_t file_size;
@@ -237,11 +247,20 @@ TEST_F(SlmTransfer, PiecesFollowTheAttachmentBufferSizeButNeverExceedAPart) {
         ASSERT_EQ(slm_set_att_buffer_size(out_.get(), k.buffer_size), 1);
         const Bytes data = pattern(k.file_size, 5);
         ASSERT_EQ(slm_set_att(out_.get(), 1, file("p.bin", data).string().c_str(), 1), 1);
+        told.clear();
         auto send = send_async(out_.get(), c.client);
         EXPECT_EQ(expect_parts(c.server, k.parts), data);
         EXPECT_EQ(read_part(c.server).indication, SLM_PART_BODY_LAST);
         EXPECT_EQ(send.get(), 1);
+        Pieces wanted;
+        for (const auto &part : k.parts) {
+            if (part.first != 0) {
+                wanted.emplace_back(0, part.first);
+            }
+        }
+        EXPECT_EQ(told, wanted);
     }
+    ASSERT_EQ(slm_set_progress_routine(out_.get(), nullptr, nullptr), 1);
 }
 
 // ---- Attachments received ---------------------------------------------------------------------

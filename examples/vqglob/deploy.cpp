@@ -235,6 +235,9 @@ bool make_plan(const std::vector<FileEntry> &local, LocalCrcs &crcs, const std::
     return true;
 }
 
+// Attachment pieces move the progress bar as they leave.
+void on_piece_sent(void *progress, int32_t, uint32_t bytes) { static_cast<Progress *>(progress)->sending(bytes); }
+
 class TargetRun {
 public:
     // local is read once local_ready says it was listed (true) or failed.
@@ -313,6 +316,7 @@ bool TargetRun::send_files(const Plan &plan) {
         if (index < plan.send.size() && waiting.size() < kBatchesAhead) {
             Batch batch;
             void *request = client_.start(kFiles);
+            slm_set_progress_routine(request, on_piece_sent, &progress_);
             for (; index < plan.send.size() && batch.files < kBatchFiles && batch.bytes < kBatchBytes; ++index) {
                 FileEntry entry = local_[plan.send[index]];
                 std::string path = join_path(o_.dir, entry.name);

@@ -2,6 +2,7 @@
 // output is a terminal, plain lines otherwise.
 #include "progress.h"
 
+#include <algorithm>
 #include <cstdio>
 
 #include "vq_glob/env.h"
@@ -53,10 +54,21 @@ void Progress::plan(uint64_t files, uint64_t bytes) {
     bytes_total_ += bytes;
 }
 
+void Progress::sending(uint64_t bytes) {
+    constexpr auto kRedraw = std::chrono::milliseconds(100);
+    std::lock_guard<std::mutex> lock(mutex_);
+    bytes_in_flight_ += bytes;
+    const auto now = std::chrono::steady_clock::now();
+    if (terminal_ && now - drawn_at_ >= kRedraw) {
+        draw();
+    }
+}
+
 void Progress::advance(const std::string &target, uint64_t files, uint64_t bytes) {
     std::lock_guard<std::mutex> lock(mutex_);
     files_done_ += files;
     bytes_done_ += bytes;
+    bytes_in_flight_ -= bytes < bytes_in_flight_ ? bytes : bytes_in_flight_;
     if (terminal_) {
         draw();
     } else {
@@ -82,17 +94,24 @@ void Progress::finish() {
 }
 
 void Progress::draw() {
-    double elapsed = std::chrono::duration<double>(std::chrono::steady_clock::now() - begin_).count();
-    double rate = elapsed > 0 ? static_cast<double>(bytes_done_) / elapsed : 0;
-    double share = bytes_total_ > 0 ? static_cast<double>(bytes_done_) / static_cast<double>(bytes_total_) : 1;
+    drawn_at_ = std::chrono::steady_clock::now();
+    const uint64_t moved = std::min(bytes_done_ + bytes_in_flight_, bytes_total_);
+    double elapsed = std::chrono::duration<double>(drawn_at_ - begin_).count();
+    double rate = elapsed > 0 ? static_cast<double>(moved) / elapsed : 0;
+    double share = bytes_total_ > 0 ? static_cast<double>(moved) / static_cast<double>(bytes_total_) : 1;
     int filled = static_cast<int>(share * bar_width_);
     std::string bar(static_cast<size_t>(filled), '#');
     bar.resize(static_cast<size_t>(bar_width_), ' ');
-    double left = rate > 0 ? static_cast<double>(bytes_total_ - bytes_done_) / rate : 0;
-    std::printf("\r[%s] %llu/%llu files %s/%s %s/s %.0f s left\033[K", bar.c_str(),
+    // Rate and time left mean little before the first half second.
+    constexpr double kSettled = 0.5;
+    char left[32] = "";
+    if (elapsed >= kSettled && rate > 0) {
+        std::snprintf(left, sizeof left, " %.0f s left", static_cast<double>(bytes_total_ - moved) / rate);
+    }
+    std::printf("\r[%s] %llu/%llu files %s/%s %s/s%s\033[K", bar.c_str(),
                 static_cast<unsigned long long>(files_done_), static_cast<unsigned long long>(files_total_),
-                human_bytes(static_cast<double>(bytes_done_)).c_str(),
-                human_bytes(static_cast<double>(bytes_total_)).c_str(), human_bytes(rate).c_str(), left);
+                human_bytes(static_cast<double>(moved)).c_str(), human_bytes(static_cast<double>(bytes_total_)).c_str(),
+                human_bytes(elapsed >= kSettled ? rate : 0).c_str(), left);
     std::fflush(stdout);
     drawn_ = true;
 }

@@ -16,8 +16,11 @@ public:
     Progress();
     // Adds what one target is going to send.
     void plan(uint64_t files, uint64_t bytes);
-    // Records a batch target has sent.
+    // Records a batch target has sent (and the daemon acknowledged).
     void advance(const std::string &target, uint64_t files, uint64_t bytes);
+    // Bytes that left for a target and are not acknowledged yet: the bar
+    // moves with them, redrawn at most every kRedraw.
+    void sending(uint64_t bytes);
     // A line of its own (above the bar on a terminal).
     void line(const std::string &text);
     // Ends the bar's line.
@@ -36,6 +39,8 @@ private:
     uint64_t bytes_total_ = 0;
     uint64_t files_done_ = 0;
     uint64_t bytes_done_ = 0;
+    uint64_t bytes_in_flight_ = 0;
+    std::chrono::steady_clock::time_point drawn_at_;
     std::chrono::steady_clock::time_point begin_;
 };
 

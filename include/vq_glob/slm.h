@@ -163,6 +163,14 @@ VQ_API int slm_get_temp_dir(void *handle, const char **dir);
 /* The size of the pieces attachments are read in (default 32768; pieces on
  * the wire never exceed 32768 bytes whatever this says). */
 VQ_API int slm_set_att_buffer_size(void *handle, uint32_t size);
+/* A progress routine: called by slm_send on the sending thread after each
+ * piece of attachment data has left, with the data given to
+ * slm_set_progress_routine, the attachment's index (0 = the first in the
+ * table) and the piece's byte count. It must not use the handle. */
+typedef void (*slm_progress_routine)(void *data, int32_t attachment, uint32_t bytes);
+/* Sets the handle's progress routine and its data (NULL removes it); kept
+ * when the handle is emptied. For progress bars of large attachments. */
+VQ_API int slm_set_progress_routine(void *handle, slm_progress_routine routine, void *data);
 /* The peer's version, which decides whether a failed send sends a restart. */
 VQ_API int slm_set_remote_version(void *handle, double version);
 /* Confines names on the target of received attachments to dir (copied; NULL

@@ -349,6 +349,16 @@ VQ_API int slm_get_temp_dir(void *handle, const char **dir) {
     return 1;
 }
 
+VQ_API int slm_set_progress_routine(void *handle, slm_progress_routine routine, void *data) {
+    Handle *h = vq::slm::checked(handle, __func__, "handle");
+    if (h == nullptr) {
+        return 0;
+    }
+    h->progress = routine;
+    h->progress_data = routine != nullptr ? data : nullptr;
+    return 1;
+}
+
 VQ_API int slm_set_att_buffer_size(void *handle, uint32_t size) {
     Handle *h = vq::slm::checked(handle, __func__, "handle");
     if (h == nullptr) {

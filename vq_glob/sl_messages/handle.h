@@ -9,6 +9,7 @@
 
 #include "internal/big_endian.h"
 #include "internal/handle_tag.h"
+#include "vq_glob/slm.h"
 
 namespace vq::slm {
 
@@ -49,6 +50,9 @@ struct Handle {
                                       // write takes make_room's copying path
 
     uint32_t att_buffer_size = 32768;
+    // Told of every piece of attachment data slm_send gets out.
+    slm_progress_routine progress = nullptr;
+    void *progress_data = nullptr;
     bool has_temp_dir = false;
     std::string temp_dir;
     bool has_target_root = false;

@@ -84,7 +84,7 @@ public:
     // last, so data of an exact multiple of the piece size ends with an
     // empty last piece.
     template <typename Fill>
-    bool send_pieces(bool binary, uint32_t piece, Fill fill) {
+    bool send_pieces(int32_t attachment, bool binary, uint32_t piece, Fill fill) {
         const uint16_t more = binary ? SLM_PART_BINARY_MORE : SLM_PART_TEXT_MORE;
         const uint16_t last = binary ? SLM_PART_BINARY_LAST : SLM_PART_TEXT_LAST;
         for (;;) {
@@ -93,11 +93,15 @@ public:
             if (slot == nullptr || !fill(slot, piece, &length)) {
                 return false;
             }
-            if (length < piece) {
-                return send_staged(length, last);
-            }
-            if (!send_staged(length, more)) {
+            const bool is_last = length < piece;
+            if (!send_staged(length, is_last ? last : more)) {
                 return false;
+            }
+            if (h_.progress != nullptr && length != 0) {
+                h_.progress(h_.progress_data, attachment, length);
+            }
+            if (is_last) {
+                return true;
             }
         }
     }
@@ -168,7 +172,7 @@ bool open_attachment(GfFile &file, const Attachment &entry) {
 // never more than a part holds.
 uint32_t piece_size(const Handle &h) { return std::clamp<uint32_t>(h.att_buffer_size, 1, SLM_MAX_PART_SIZE); }
 
-bool send_file_attachment(PartSender &sender, const Attachment &entry) {
+bool send_file_attachment(PartSender &sender, int32_t index, const Attachment &entry) {
     GfFile file;
     if (!open_attachment(file, entry)) {
         return false;
@@ -186,10 +190,10 @@ bool send_file_attachment(PartSender &sender, const Attachment &entry) {
         *length = static_cast<uint32_t>(got);
         return true;
     };
-    return sender.send_pieces(entry.binary, piece_size(sender.handle()), fill);
+    return sender.send_pieces(index, entry.binary, piece_size(sender.handle()), fill);
 }
 
-bool send_buffer_attachment(PartSender &sender, const Attachment &entry) {
+bool send_buffer_attachment(PartSender &sender, int32_t index, const Attachment &entry) {
     if (entry.has_target && !send_attachment_info(sender, entry)) {
         return false;
     }
@@ -202,13 +206,15 @@ bool send_buffer_attachment(PartSender &sender, const Attachment &entry) {
         offset += *length;
         return true;
     };
-    return sender.send_pieces(entry.binary, piece_size(sender.handle()), fill);
+    return sender.send_pieces(index, entry.binary, piece_size(sender.handle()), fill);
 }
 
 bool send_attachments(PartSender &sender) {
+    int32_t index = 0;
     for (const auto &entry : sender.handle().attachments) {
-        const bool sent =
-            entry->is_buffer ? send_buffer_attachment(sender, *entry) : send_file_attachment(sender, *entry);
+        const bool sent = entry->is_buffer ? send_buffer_attachment(sender, index, *entry)
+                                           : send_file_attachment(sender, index, *entry);
+        ++index;
         if (!sent) {
             return false;
         }
