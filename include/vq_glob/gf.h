@@ -1,7 +1,7 @@
 /* File handles: packet I/O on files through small integer handles, variable-
  * length line records, the CRC of a file, lock files and the file status record
  * carried in general messages; and, by name, a file's status, permissions,
- * times, renames and links.
+ * times, renames, links and copies, and single directories made or removed.
  *
  * A handle is an index into the calling thread's table, valid only on that
  * thread; -1 means none. The table grows by five entries whenever every entry
