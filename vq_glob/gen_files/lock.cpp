@@ -78,6 +78,9 @@ VQ_API int gf_lock_wait_file(const char *lock_name, int32_t timeout_ms) {
                                  lock_name, static_cast<int>(timeout_ms));
             return fail(rec, PlatIo::crt, error, ERR_FIL_LOCK, lock_name);
         }
+        if (pause == kFirstPauseMs) {  // once per call, so that a waiter can be seen to wait
+            vq::debug::trace_bit(kTraceBit, "gf_lock_wait_file: lock <%s> is held, waiting\n", lock_name);
+        }
         auto wait = std::chrono::milliseconds(pause);
         if (timeout_ms >= 0) {
             wait = std::min(wait, std::chrono::duration_cast<std::chrono::milliseconds>(deadline - now) +
