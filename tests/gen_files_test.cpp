@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "support/trace_capture.h"
+#include "support/trace_pipe.h"
 #include "vq_glob/dbg.h"
 #include "vq_glob/err.h"
 #include "vq_glob/gf.h"
@@ -597,11 +598,19 @@ TEST_F(Gf, LockWaitTimesOutUntilUnlocked) {
     EXPECT_EQ(err_get_error_code(0), ERR_FIL_LOCK);
     EXPECT_EQ(gf_get_last_error(-1), ERR_FIL_LOCK);
 
-    // A waiter on another thread gets the lock once it is released.
+    // A waiter on another thread gets the lock once it is released. The lock
+    // is released only after the waiter's trace says it found it held, so the
+    // waiting path is the one taken.
+    vq::test::TracePipe trace;
     int taken = -1;
-    std::thread waiter([&] { taken = gf_lock_wait_file(lock.c_str(), 60000); });
-    std::this_thread::sleep_for(std::chrono::milliseconds(30));
-    ASSERT_EQ(gf_unlock_file(lock.c_str()), 1);
+    std::thread waiter([&] {
+        trace.trace_here("GF");
+        taken = gf_lock_wait_file(lock.c_str(), 60000);
+        trace.stop_here("GF");
+    });
+    EXPECT_TRUE(trace.await("<" + lock + "> is held, waiting"));
+    EXPECT_EQ(gf_unlock_file(lock.c_str()), 1);
+    trace.drain();
     waiter.join();
     EXPECT_EQ(taken, 1);
     ASSERT_EQ(gf_unlock_file(lock.c_str()), 1);
