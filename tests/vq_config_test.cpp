@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <atomic>
-#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -18,6 +17,7 @@
 
 #include "support/handle_checks.h"
 #include "support/trace_capture.h"
+#include "support/trace_pipe.h"
 #include "vq_glob/conf.h"
 #include "vq_glob/dbg.h"
 #include "vq_glob/err.h"
@@ -429,14 +429,19 @@ TEST_F(Conf, LockFileIsRemovedOnEveryPathAndWaitedFor) {
     EXPECT_EQ(err_get_error_code(0), ERR_CNF_GENERAL);
     EXPECT_EQ(std::string(err_get_error_text(0)), "failed to create lock file " + nowhere + ".lock");
 
-    // A lock held elsewhere is waited for.
-    std::ofstream(good + ".lock") << "";
-    std::thread holder([&] {
-        std::this_thread::sleep_for(std::chrono::milliseconds(150));
-        EXPECT_EQ(conf_delete_lock_file(good.c_str()), 1);
-    });
+    // A lock held elsewhere is waited for: the holder releases it only once
+    // the writer's trace says it found the lock held and is waiting.
     ASSERT_EQ(conf_set_section(h_, "later"), 1);
+    std::ofstream(good + ".lock") << "";
+    vq::test::TracePipe trace;
+    std::thread holder([&] {
+        EXPECT_TRUE(trace.await("<" + good + ".lock> is held, waiting"));
+        EXPECT_EQ(conf_delete_lock_file(good.c_str()), 1);
+        trace.drain();
+    });
+    trace.trace_here("GF");
     EXPECT_EQ(conf_write(h_, good.c_str()), 1);
+    trace.stop_here("GF");
     holder.join();
     EXPECT_FALSE(fs::exists(good + ".lock"));
     EXPECT_EQ(read_all(good).find("[later]") != std::string::npos, true);
