@@ -30,8 +30,11 @@
 #include <windows.h>
 #else
 #include <grp.h>
+#include <poll.h>
 #include <pwd.h>
+#include <sys/inotify.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -152,16 +155,66 @@ protected:
         int32_t h = child_handle("hang", false);
         EXPECT_EQ(api_set_log_filename(h, path(log_name).c_str()), 1);
         EXPECT_EQ(api_run_user_image(h), 1) << err_get_error_msg();
-        await_line(path(log_name), "hanging");
+        await_line(path(log_name), "hanging", api_get_pid(h));
         return h;
     }
 
-    // Waits for the child's first line: reading the log until it holds it.
-    static void await_line(const std::string &file, const std::string &line) {
+    // Waits for the child pid's first line: reading the log until it holds it.
+#ifdef _WIN32
+    static void await_line(const std::string &file, const std::string &line, int32_t pid) {
+        (void)pid;
         while (read_file(file).find(line + "\n") == std::string::npos) {
             std::this_thread::sleep_for(std::chrono::milliseconds(1));
         }
     }
+#else
+    // The log's directory is watched and the log read again after each change
+    // in it. The child's end is watched too (where the kernel offers process
+    // descriptors), so that a child that ends without the line fails the test
+    // instead of hanging it.
+    static void await_line(const std::string &file, const std::string &line, int32_t pid) {
+        const std::string dir = fs::path(file).parent_path().string();
+        pollfd ready[2] = {{inotify_init1(IN_CLOEXEC), POLLIN, 0}, {child_end_fd(pid), POLLIN, 0}};
+        if (ready[0].fd < 0 ||
+            inotify_add_watch(ready[0].fd, dir.c_str(), IN_CREATE | IN_MODIFY | IN_CLOSE_WRITE | IN_MOVED_TO) < 0) {
+            ADD_FAILURE() << "cannot watch " << dir << ": " << std::strerror(errno);
+        } else {
+            bool ended = false;
+            while (read_file(file).find(line + "\n") == std::string::npos) {
+                if (ended) {
+                    ADD_FAILURE() << "the child ended without the line \"" << line << "\" in " << file;
+                    break;
+                }
+                if (poll(ready, ready[1].fd < 0 ? 1 : 2, -1) < 0 && errno != EINTR) {
+                    ADD_FAILURE() << "cannot wait for changes of " << dir << ": " << std::strerror(errno);
+                    break;
+                }
+                char events[4096];
+                if ((ready[0].revents & POLLIN) != 0 && read(ready[0].fd, events, sizeof events) <= 0) {
+                    ADD_FAILURE() << "cannot read the changes of " << dir;
+                    break;
+                }
+                ended = ready[1].revents != 0;  // read the log once more before giving up
+            }
+        }
+        for (const pollfd &one : ready) {
+            if (one.fd >= 0) {
+                close(one.fd);
+            }
+        }
+    }
+
+    // A descriptor that becomes readable when pid ends, without reaping it;
+    // -1 where the kernel has none.
+    static int child_end_fd(int32_t pid) {
+#ifdef SYS_pidfd_open
+        return static_cast<int>(syscall(SYS_pidfd_open, static_cast<pid_t>(pid), 0));
+#else
+        (void)pid;
+        return -1;
+#endif
+    }
+#endif
 
     std::string path(const char *name) const { return (dir_ / name).string(); }
 
