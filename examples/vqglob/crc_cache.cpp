@@ -278,13 +278,17 @@ void CrcCache::forget(const std::string &name) {
     dirty_ = entries_.erase(name) > 0 || dirty_;
 }
 
-bool CrcCache::crc_of(const std::string &name, const std::string &path, uint32_t &crc, bool &remembered) {
+bool CrcCache::crc_of(const std::string &name, const std::string &path, uint32_t &crc, bool &remembered,
+                      gf_file_status *status_out) {
     // The moment is taken before the status: a change after it gives later times.
     const int64_t taken = now_ns();
     gf_file_status status{};
     remembered = false;
     if (!file_status(path, status)) {
         return false;
+    }
+    if (status_out != nullptr) {
+        *status_out = status;
     }
     if (lookup(name, status, crc)) {
         remembered = true;

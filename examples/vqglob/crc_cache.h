@@ -61,8 +61,10 @@ public:
 
     // The CRC of the regular file at path (name relative, for the cache): the
     // remembered one when it matches (remembered true), else read and
-    // remembered. false with the reason on the stack.
-    bool crc_of(const std::string &name, const std::string &path, uint32_t &crc, bool &remembered);
+    // remembered; the status it was judged by goes to status_out when given.
+    // false with the reason on the stack.
+    bool crc_of(const std::string &name, const std::string &path, uint32_t &crc, bool &remembered,
+                gf_file_status *status_out = nullptr);
 
     // Now, in nanoseconds since 1970 (the clock file times are kept in).
     static int64_t now_ns();

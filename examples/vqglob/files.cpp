@@ -50,10 +50,20 @@ std::string relative_of(const std::string &root, const char *path) {
     return rel;
 }
 
+// The entry's size, time and mode from the file's status, and its CRC when
+// crc is given (from the same status).
+bool fill_entry(const std::string &path, const CrcSource *crc, FileEntry &entry) {
+    if (crc == nullptr) {
+        return stat_file(path, entry);
+    }
+    gf_file_status status{};
+    return (*crc)(entry.name, path, status, entry.crc) && entry_from_status(status, entry);
+}
+
 bool add_file(const std::string &root, const char *path, const CrcSource *crc, std::vector<FileEntry> &entries) {
     FileEntry entry;
     entry.name = relative_of(root, path);
-    if (!stat_file(path, entry) || (crc != nullptr && !(*crc)(entry.name, path, entry.crc))) {
+    if (!fill_entry(path, crc, entry)) {
         return false;
     }
     entries.push_back(std::move(entry));
@@ -273,7 +283,7 @@ bool list_tree(const std::string &root, void *filter, bool (*skip_top)(const std
         if (skip_top != nullptr && skip_top(entry.name)) {
             continue;
         }
-        if (crc != nullptr && !(*crc)(entry.name, join_path(root, entry.name), entry.crc)) {
+        if (crc != nullptr && !fill_entry(join_path(root, entry.name), crc, entry)) {
             return false;
         }
         entries.push_back(std::move(entry));

@@ -56,9 +56,11 @@ bool prepare_parent(const std::string &root, const std::string &name, bool creat
 // Removes the directories that became empty above root/name, up to root.
 void remove_empty_parents(const std::string &root, const std::string &name);
 
-// Gives the CRC of the regular file at path, whose name relative to the
-// listed root is name; false with the reason on the stack.
-using CrcSource = std::function<bool(const std::string &name, const std::string &path, uint32_t &crc)>;
+// Takes the status and the CRC of the regular file at path, whose name
+// relative to the listed root is name (one status serves both the entry and
+// the CRC's remembering); false with the reason on the stack.
+using CrcSource =
+    std::function<bool(const std::string &name, const std::string &path, gf_file_status &status, uint32_t &crc)>;
 
 // The regular files below root as entries (names relative, '/'-separated),
 // sorted by name, with CRCs from crc when it is given (else 0). Entries of

@@ -244,9 +244,9 @@ bool Session::hello(Reader &reader) {
     const std::string prefix = release_ ? release_prefix(current_release(root)) : std::string();
     size_t remembered_crcs = 0;
     const CrcSource crc = [this, &prefix, &remembered_crcs](const std::string &name, const std::string &path,
-                                                            uint32_t &value) {
+                                                            gf_file_status &status, uint32_t &value) {
         bool remembered = false;
-        bool ok = crc_cache_->crc_of(prefix + name, path, value, remembered);
+        bool ok = crc_cache_->crc_of(prefix + name, path, value, remembered, &status);
         remembered_crcs += remembered ? 1 : 0;
         return ok;
     };
