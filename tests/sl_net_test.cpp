@@ -542,12 +542,17 @@ TEST_F(SlNet, GettersReturnTheTimeOutsAndTheRemoteHostWhole) {
     EXPECT_TRUE(fails_with(sl_net_get_recv_timeout(c.client, nullptr), ERR_NET_BADPTR));
 }
 
+// Switches session's receive hook on, counting its calls in calls.
+void hook_receives(void *session, int &calls) {
+    ASSERT_EQ(sl_net_set_hook_data(session, &calls), 1);
+    ASSERT_EQ(sl_net_set_hook_routine(session, SL_NET_HOOK_RECV, unscrambling_recv), 1);
+    ASSERT_EQ(sl_net_set_hook_state(session, 1), 1);
+}
+
 TEST_F(SlNet, PeekedBytesStayForTheNextReceiveAndAClosedPeerEndsThePeek) {
     Connection c;
     int calls = 0;
-    ASSERT_EQ(sl_net_set_hook_data(c.client, &calls), 1);
-    ASSERT_EQ(sl_net_set_hook_routine(c.client, SL_NET_HOOK_RECV, unscrambling_recv), 1);
-    ASSERT_EQ(sl_net_set_hook_state(c.client, 1), 1);
+    ASSERT_NO_FATAL_FAILURE(hook_receives(c.client, calls));
     ASSERT_EQ(sl_net_send(c.server, "\x16rest", 5, nullptr), 1);
     char first = 0;
     int32_t count = 0;
@@ -568,9 +573,7 @@ TEST_F(SlNet, PeekedBytesStayForTheNextReceiveAndAClosedPeerEndsThePeek) {
 TEST_F(SlNet, ReceivingWhatIsAvailableBypassesTheHooksAndSetInactiveStopsTransfers) {
     Connection c;
     int calls = 0;
-    ASSERT_EQ(sl_net_set_hook_data(c.client, &calls), 1);
-    ASSERT_EQ(sl_net_set_hook_routine(c.client, SL_NET_HOOK_RECV, unscrambling_recv), 1);
-    ASSERT_EQ(sl_net_set_hook_state(c.client, 1), 1);
+    ASSERT_NO_FATAL_FAILURE(hook_receives(c.client, calls));
     ASSERT_EQ(sl_net_send(c.server, "0123456789", 10, nullptr), 1);
     std::string got;
     while (got.size() < 10) {
