@@ -232,16 +232,17 @@ bool Session::hello(Reader &reader) {
     const std::string &root = settings_->target_root;
     release_ = (flags & kFlagRelease) != 0;
     dry_run_ = (flags & kFlagDryRun) != 0;
-    std::string listed = root;
     if (release_ && !can_link_current(root)) {
         return false;
     }
+    // A release is compared with the release in use, the only tree then.
+    const std::string current = release_ ? current_release(root) : std::string();
+    std::string listed = root;
     if (release_) {
-        std::string current = current_release(root);
         listed = current.empty() ? std::string() : join_path(join_path(root, kReleasesDirName), current);
     }
     manifest_.clear();
-    const std::string prefix = release_ ? release_prefix(current_release(root)) : std::string();
+    const std::string prefix = release_prefix(current);
     size_t remembered_crcs = 0;
     const CrcSource crc = [this, &prefix, &remembered_crcs](const std::string &name, const std::string &path,
                                                             gf_file_status &status, uint32_t &value) {
